@@ -1,0 +1,29 @@
+# Warnings, hardening and sanitizers: one interface target that all of the project's own code links.
+option(MORVANE_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+option(MORVANE_CXX11_ABI "Use the C++11 string ABI; must match the device's libVesk" ON)
+set(MORVANE_SANITIZE "" CACHE STRING "Value for -fsanitize=, e.g. address,undefined or thread")
+
+add_library(morvane_flags INTERFACE)
+
+target_compile_options(morvane_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2
+  $<$<BOOL:${MORVANE_WARNINGS_AS_ERRORS}>:-Werror>)
+
+# A std::string crosses the boundary to libVesk, so both sides must agree on its layout.
+target_compile_definitions(morvane_flags INTERFACE
+  _GLIBCXX_USE_CXX11_ABI=$<BOOL:${MORVANE_CXX11_ABI}>)
+
+if(MORVANE_SANITIZE)
+  add_compile_options(-fsanitize=${MORVANE_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${MORVANE_SANITIZE})
+else()
+  target_compile_options(morvane_flags INTERFACE -fstack-protector-strong -fstack-clash-protection)
+  target_compile_definitions(morvane_flags INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+include(CheckPIESupported)
+check_pie_supported()
+add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,--as-needed -Wl,--enable-new-dtags)
