@@ -1,0 +1,150 @@
+// Turning the process into a daemon, and the handshake by which its launcher learns that it is
+// ready.
+#include "service/daemonize.h"
+
+#include <sys/ipc.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+#include "service/service_log.h"
+
+namespace {
+
+constexpr key_t kStartSemaphoreKey = 123452;
+constexpr struct timespec kLookAtDaemonEvery { 0, 100'000'000 };
+
+void removeSet(int id) {
+    semctl(id, 1, IPC_RMID, 0);
+}
+
+bool setValue(int id, int semaphore, int value) {
+    return semctl(id, semaphore, SETVAL, value) >= 0;
+}
+
+[[noreturn]] void failSemaphoreOperation() {
+    constexpr char kMessage[] = "Error during semaphore operation!";
+    std::fwrite(kMessage, 1, sizeof kMessage - 1, stderr);
+    std::exit(1);
+}
+
+[[noreturn]] void exitLauncher() {
+    serviceLog(LOG_INFO, log_tag::kInfo, "Exiting parent process");
+    std::exit(0);
+}
+
+// The daemon ended without the handshake. One that was itself a launcher (a second -d) has done its
+// work when its status is 0; any other will never signal.
+[[noreturn]] void exitForEndedDaemon(int id, int waitStatus) {
+    if (WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == 0) {
+        exitLauncher();
+    }
+    std::fputs("The service ended before it was ready.\n", stderr);
+    removeSet(id);
+    std::exit(1);
+}
+
+// Takes semaphore 0 in bounded slices and looks at the daemon in between, so that a daemon that
+// ends early does not leave its launcher waiting for ever.
+void awaitDaemon(int id, pid_t daemon) {
+    struct sembuf take = kTake0;
+    while (semtimedop(id, &take, 1, &kLookAtDaemonEvery) == -1) {
+        const bool sliceOver = errno == EAGAIN || errno == EINTR;
+        int waitStatus = 0;
+        if (waitpid(daemon, &waitStatus, WNOHANG) == daemon) {
+            exitForEndedDaemon(id, waitStatus);
+        }
+        if (!sliceOver) {
+            failSemaphoreOperation();
+        }
+    }
+}
+
+// Leaves the launcher's session, directory and standard streams. Whatever standard output still
+// holds unflushed is written to the old stream first, by the launcher and here.
+void detach() {
+    umask(0);
+    if (setsid() < 0) {
+        std::exit(1);
+    }
+    if (chdir("/") < 0) {
+        std::exit(1);
+    }
+    // Without /dev/null there is nowhere left to report a failure to.
+    static_cast<void>(std::freopen("/dev/null", "r", stdin));
+    static_cast<void>(std::freopen("/dev/null", "w", stdout));
+    static_cast<void>(std::freopen("/dev/null", "w", stderr));
+}
+
+}  // namespace
+
+int createSemaphore(int nsems) {
+    const int existing = semget(kStartSemaphoreKey, 0, 0);
+    if (existing >= 0) {
+        return existing;
+    }
+    umask(0);
+    const int id = semget(kStartSemaphoreKey, nsems, IPC_CREAT | IPC_EXCL | 0666);
+    if (id < 0) {
+        perror("Error while creating semaphore.");
+        std::exit(1);
+    }
+    std::printf("Semaphor created ID: %d\n", id);
+    return id;
+}
+
+void semaphoreOp(int id, struct sembuf op) {
+    if (semop(id, &op, 1) == -1) {
+        failSemaphoreOperation();
+    }
+}
+
+int daemonize() {
+    serviceLog(LOG_INFO, log_tag::kInfo, "DBus service will be started as daemon");
+    const int id = createSemaphore(2);
+    if (!setValue(id, 1, 1) || !setValue(id, 0, 1)) {
+        perror("semctl didn't work.\n");
+        removeSet(id);
+        std::exit(1);
+    }
+    semaphoreOp(id, kTake0);
+    semaphoreOp(id, kTake1);
+
+    const pid_t daemon = fork();
+    if (daemon < 0) {
+        perror("Error creating the child process\n");
+        removeSet(id);
+        std::exit(1);
+    }
+    if (daemon > 0) {
+        awaitDaemon(id, daemon);
+        semaphoreOp(id, kGive0);
+        semaphoreOp(id, kGive1);
+        exitLauncher();
+    }
+    detach();
+    return id;
+}
+
+void signalStarter(int id) {
+    semaphoreOp(id, kGive0);
+    semaphoreOp(id, kTake1);
+}
+
+void endHandshake(int id) {
+    semaphoreOp(id, kGive1);
+    removeSet(id);
+}
+
+void releaseStarterAndExit(int id) {
+    signalStarter(id);
+    endHandshake(id);
+    std::exit(2);
+}
