@@ -1,0 +1,203 @@
+// Listing the directories, backup files and update files of a stick.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+#include "transfer/package_markers.h"
+#include "transfer/tf_mngr.h"
+
+namespace {
+
+constexpr std::size_t kTreeListLimit = 29;  // a level stops when the list holds more
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+// Kept: a single-bit test, so a block device counts as a directory.
+bool isDirectory(const struct stat64& status) {
+    return (status.st_mode & S_IFDIR) != 0;
+}
+
+bool exists(const std::string& path) {
+    struct stat64 status {};
+    return stat64(path.c_str(), &status) == 0;
+}
+
+std::string listedDirectory(const std::string& mntId, const std::string& dirPath) {
+    const std::string root = TfMngr::mountPath(mntId);
+    return dirPath.empty() ? root : root + "/" + dirPath;
+}
+
+// What the entries of `directory` carry as their location: its path relative to the stick's root.
+std::string locationOf(const std::string& directory, const std::string& mntId) {
+    const std::string prefix = TfMngr::relativePath(directory + "/", mntId);
+    return prefix.empty() ? "/" : TfMngr::parentPath(prefix);
+}
+
+FileEntry makeEntry(const char* name, const struct stat64& status, const std::string& location) {
+    return {isDirectory(status) ? FileEntry::kDirectory : FileEntry::kOther,
+            name,
+            status.st_size,
+            location,
+            {}};
+}
+
+// Reads the visible entries of one directory, each with its path and status. Entries that cannot be
+// stat'ed are skipped.
+class VisibleEntries {
+public:
+    // A directory that cannot be opened has no entries.
+    explicit VisibleEntries(const std::string& directory)
+        : stream(opendir(directory.c_str())),
+          entryPath(directory + "/"),
+          prefix(entryPath.size()) {}
+
+    bool next() {
+        while (const struct dirent64* entry = stream ? readdir64(stream.get()) : nullptr) {
+            if (entry->d_name[0] == '.') {
+                continue;
+            }
+            entryPath.resize(prefix);
+            entryPath += entry->d_name;
+            if (stat64(entryPath.c_str(), &entryStatus) == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    const std::string& path() const { return entryPath; }
+    const char* name() const { return entryPath.c_str() + prefix; }
+    const struct stat64& status() const { return entryStatus; }
+
+    // The directory that is being read; negative when it could not be opened.
+    int descriptor() const { return stream ? dirfd(stream.get()) : -1; }
+
+private:
+    Directory stream;
+    std::string entryPath;
+    std::size_t prefix;
+    struct stat64 entryStatus {};
+};
+
+}  // namespace
+
+std::vector<FileEntry> TfMngr::getRestoreFilesList(const std::string& mntId,
+                                                   const std::string& dirPath) {
+    entries.clear();
+    scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
+    return entries;
+}
+
+std::vector<FileEntry> TfMngr::scanDirectories(const std::string& mntId,
+                                               const std::string& dirPath) {
+    scanLevel(mntId, dirPath, Level::Directories);
+    return entries;
+}
+
+std::vector<FileEntry> TfMngr::scanFiles(const std::string& mntId, const std::string& dirPath) {
+    scanLevel(mntId, dirPath, Level::Files);
+    return entries;
+}
+
+void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Level level) {
+    const std::string directory = listedDirectory(mntId, dirPath);
+    if (!stickIsMounted(mntId) || !exists(directory)) {
+        return;
+    }
+    const std::string location = locationOf(directory, mntId);
+    std::vector<FileEntry> files;
+    for (VisibleEntries visible(directory); visible.next();) {
+        const bool isDir = isDirectory(visible.status());
+        if (isDir && level != Level::Files) {
+            entries.push_back(makeEntry(visible.name(), visible.status(), location));
+        } else if (!isDir && level != Level::Directories) {
+            files.push_back(makeEntry(visible.name(), visible.status(), location));
+        }
+    }
+    std::move(files.begin(), files.end(), std::back_inserter(entries));
+}
+
+std::vector<FileEntry> TfMngr::getBackupFilesList(const std::string& mntId,
+                                                  const std::string& dirPath) {
+    std::vector<FileEntry> found = listPackages(mntId, dirPath, kBackupMarker);
+    releaseBackupController();
+    return found;
+}
+
+std::vector<FileEntry> TfMngr::getUpdateFilesList(const std::string& mntId,
+                                                  const std::string& dirPath) {
+    getDeviceName();  // kept: read and discarded
+    std::vector<FileEntry> found = listPackages(mntId, dirPath, kUpdateMarker);
+    releaseUpdateController();
+    return found;
+}
+
+std::vector<FileEntry> TfMngr::listPackages(const std::string& mntId, const std::string& dirPath,
+                                            const std::string& marker) {
+    entries.clear();
+    const std::string directory = listedDirectory(mntId, dirPath);
+    if (!stickIsMounted(mntId) || !exists(directory)) {
+        return {};
+    }
+    std::vector<FileEntry> found = scanTree(mntId, directory, marker);
+    entries.clear();
+    return found;
+}
+
+std::vector<FileEntry> TfMngr::scanTree(const std::string& mntId, const std::string& directory,
+                                        const std::string& marker) {
+    std::vector<FileId> enclosing;
+    scanTreeLevel(mntId, directory, marker, enclosing);
+    return entries;
+}
+
+void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& directory,
+                           const std::string& marker, std::vector<FileId>& enclosing) {
+    VisibleEntries visible(directory);
+    struct stat64 self {};
+    if (visible.descriptor() < 0 || fstat64(visible.descriptor(), &self) != 0) {
+        return;
+    }
+    // A symbolic link may lead back into a directory that is being read: do not follow it round.
+    const auto isSelf = [&self](const FileId& other) {
+        return other.device == self.st_dev && other.inode == self.st_ino;
+    };
+    if (std::any_of(enclosing.begin(), enclosing.end(), isSelf)) {
+        return;
+    }
+    enclosing.push_back({self.st_dev, self.st_ino});
+
+    std::optional<std::string> location;
+    while (visible.next()) {
+        if (isDirectory(visible.status())) {
+            scanTreeLevel(mntId, visible.path(), marker, enclosing);
+        }
+        if (!hasMarker(visible.path(), marker) || !checkTransferFile(visible.path(), marker)) {
+            continue;
+        }
+        if (!location) {
+            location = locationOf(directory, mntId);
+        }
+        entries.push_back(makeEntry(visible.name(), visible.status(), *location));
+        // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
+        if (entries.size() > kTreeListLimit) {
+            break;
+        }
+    }
+    enclosing.pop_back();
+}
+
+std::string TfMngr::relativePath(std::string entryPath, const std::string& mntId) {
+    const std::string prefix = mountPath(mntId) + "/";
+    return entryPath.erase(entryPath.find(prefix), prefix.size());
+}
+
+std::string TfMngr::parentPath(const std::string& path) {
+    return path.substr(0, path.rfind('/'));
+}

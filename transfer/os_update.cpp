@@ -1,0 +1,41 @@
+// Operating-system update: the checks, the launch and the worker.
+#include <unistd.h>
+
+#include "transfer/device_manager.h"
+#include "transfer/package_markers.h"
+#include "transfer/tf_mngr.h"
+
+JobResult TfMngr::DoOSUpdate(const std::string& mntId, const std::string& filePath) {
+    if (!hasMarker(filePath, kUpdateMarker)) {
+        return JobResult::BadFileName;
+    }
+    if (!stickIsMounted(mntId)) {
+        return JobResult::StickNotMounted;
+    }
+    if (!fileExistsOnStick(mntId, filePath)) {
+        return JobResult::FileMissing;
+    }
+    // Kept: without a mount identifier the worker still starts, on the fields as they are.
+    if (!mntId.empty()) {
+        jobMountId += mntId;
+        updateFile += filePath;
+    }
+    return launchWorker(osUpdateWorker);
+}
+
+bool TfMngr::fileExistsOnStick(const std::string& mntId, const std::string& filePath) {
+    return access((mountPath(mntId) + "/" + filePath).c_str(), F_OK) == 0;
+}
+
+void* TfMngr::osUpdateWorker(void* tfMngr) {
+    const Job job = static_cast<TfMngr*>(tfMngr)->copyJob();
+    runOsUpdate(job.target(job.updateFile));  // the outcome is reported to nobody
+    return nullptr;
+}
+
+bool TfMngr::runOsUpdate(const std::string& target) {
+    using namespace device_manager;
+    return runOnController<Update>(WorkDirectory::Set, [&target](IFUController& controller) {
+        return controller.update(target.c_str()) == kSuccess;
+    });
+}

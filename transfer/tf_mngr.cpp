@@ -1,0 +1,76 @@
+// The transfer manager's life: construction, transfer script, applet change, launch of jobs.
+#include "transfer/tf_mngr.h"
+
+#include <pthread.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "service/service_log.h"
+
+namespace {
+
+constexpr const char* kMakeMarker = "touch /tmp/transfer.enabled";
+constexpr const char* kScriptStart =
+    "/bin/sh /etc/morvane/transfer/transfer.sh TF_STATE_SNC_START true true";
+// The leading blank is part of the command text.
+constexpr const char* kScriptStop =
+    " /bin/sh /etc/morvane/transfer/transfer.sh TF_STATE_SNC_STOP true true";
+
+constexpr unsigned kLaunchSeconds = 1;
+
+// The applets during which the service goes on.
+bool isIgnoredApplet(std::int32_t id) {
+    return id == 1 || id == 257 || id == 258 || id == 259 || id == 262;
+}
+
+}  // namespace
+
+TfMngr::TfMngr() {
+    announceStart();
+}
+
+TfMngr::~TfMngr() {
+    static_cast<void>(std::system(kScriptStop));
+}
+
+int TfMngr::announceStart() {
+    static_cast<void>(std::system(kMakeMarker));
+    return std::system(kScriptStart);
+}
+
+void TfMngr::appletHasChanged(std::int32_t id) {
+    serviceLog(LOG_INFO, log_tag::kInfo, "appletHasChanged() Signal received with ID %d", id);
+    if (isIgnoredApplet(id)) {
+        return;
+    }
+    serviceLog(LOG_INFO, log_tag::kInfo, "Quitting com-morvane-transfer-service");
+    // Kept: with the target -1 the signal reaches every process that this one may signal.
+    kill(quitSignalTarget, SIGTERM);
+    std::exit(0);
+}
+
+bool TfMngr::stickIsMounted(const std::string& mntId) {
+    struct stat64 status {};
+    return stat64(mountPath(mntId).c_str(), &status) == 0;
+}
+
+JobResult TfMngr::launchWorker(Worker worker) {
+    pthread_t thread{};  // neither joined nor detached
+    const int failure = pthread_create(&thread, nullptr, worker, this);
+    // The only ordering between this job's worker and the storing of the next one.
+    sleep(kLaunchSeconds);
+    return failure == 0 ? JobResult::Started : JobResult::NoThread;
+}
+
+TfMngr::Job TfMngr::copyJob() const {
+    return {jobBackupType, jobMountId, jobFile, updateFile};
+}
+
+std::string TfMngr::Job::target(const std::string& relative) const {
+    const std::string stick = mountPath(mountId);
+    return relative.empty() ? stick : stick + "/" + relative;
+}

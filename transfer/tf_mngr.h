@@ -1,0 +1,200 @@
+// The transfer manager: everything the service does, free of the bus.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "transfer/records.h"
+
+class IBRController;
+class IFUController;
+
+// What starting a job answers. The values are part of the bus contract.
+enum class JobResult : std::int32_t {
+    NoThread = -1,        // the worker thread could not be created
+    Started = 0,          // the worker runs; its outcome is reported to nobody
+    BadFileName = 1,      // empty, or without the marker of its kind
+    StickNotMounted = 2,  // no such directory below the mount base
+    NotEnoughSpace = 3,   // backup only; also when the size cannot be learnt
+    FileMissing = 5,      // update only
+};
+
+// One object for the life of the process, owned by DBusInterface. A mount identifier (`mntId`)
+// names a stick as enumerateUsbSticks reports it; paths are relative to the stick and joined as
+// they come, ".." included. Every operation runs on the main-loop thread unless it says otherwise.
+// Nothing is locked: the workers read the job fields while the main thread may already append the
+// next job to them.
+class TfMngr {
+public:
+    // Makes the marker file and tells the transfer script that the service starts. Failures are
+    // ignored.
+    TfMngr();
+    TfMngr(const TfMngr&) = delete;
+    TfMngr& operator=(const TfMngr&) = delete;
+    // Tells the transfer script that the service stops. Cached controllers are not released.
+    virtual ~TfMngr();
+
+    // --- Life of the service (tf_mngr.cpp) ---
+
+    // Does again what the constructor does; returns the script's status as system() gives it.
+    int announceStart();
+
+    // Ends the process with status 0, and every process that it may signal, for each applet id but
+    // the five during which transfers go on. Returns only for those.
+    void appletHasChanged(std::int32_t id);
+
+    // --- Sticks (usb_sticks.cpp) ---
+
+    // The mounted sticks in ascending number, at most four; a stick with any problem is left out.
+    std::vector<UsbStickInfo> enumerateUsbSticks();
+
+    // Whether the mount table has a /dev/sd device on `path` or on a directory whose name `path`
+    // begins with.
+    bool isMountedUsbDevice(const std::string& path);
+
+    // printf-style text of at most 1023 bytes; longer text is cut. Any thread.
+    static std::string formatString(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+    // "/media/usb/<mntId>". Any thread.
+    static std::string mountPath(const std::string& mntId);
+
+    // --- Listings (file_lists.cpp); an empty list is the answer to every failure ---
+
+    // One directory level: sub-directories first, then the rest, each in the file system's order.
+    std::vector<FileEntry> getRestoreFilesList(const std::string& mntId,
+                                               const std::string& dirPath);
+
+    // The backup or update files in the tree below `dirPath` that the device manager accepts, depth
+    // first, some 30 at most. Connects to the device manager anew.
+    std::vector<FileEntry> getBackupFilesList(const std::string& mntId, const std::string& dirPath);
+    std::vector<FileEntry> getUpdateFilesList(const std::string& mntId, const std::string& dirPath);
+
+    // The scans behind the listings. Each appends to the working list and returns a copy of it.
+    std::vector<FileEntry> scanDirectories(const std::string& mntId, const std::string& dirPath);
+    std::vector<FileEntry> scanFiles(const std::string& mntId, const std::string& dirPath);
+    std::vector<FileEntry> scanTree(const std::string& mntId, const std::string& directory,
+                                    const std::string& marker);
+
+    // `entryPath` without the first "/media/usb/<mntId>/" in it; throws std::out_of_range without
+    // one.
+    static std::string relativePath(std::string entryPath, const std::string& mntId);
+
+    // The text before the last "/"; all of it without one.
+    static std::string parentPath(const std::string& path);
+
+    // --- Package checks by the device manager (transfer_file_checks.cpp) ---
+
+    // Whether the device manager accepts the file: the update controller decides when `marker`
+    // contains
+    // ".fwf", the backup controller otherwise. False when it cannot be asked.
+    bool checkTransferFile(const std::string& path, const std::string& marker);
+    bool checkUpdateFile(const std::string& path);
+    bool checkRestoreFile(const std::string& path);
+
+    // --- File operations (file_operations.cpp) ---
+
+    // Removes a file or an empty directory; returns whether it is gone. Any thread.
+    bool DeleteFile(const std::string& mntId, const std::string& filePath);
+
+    // Creates a directory with its missing parents, mode 0700. Returns true when nothing was there
+    // and the creation was tried, whether or not it succeeded.
+    bool CreateDirectory(const std::string& mntId, const std::string& dirPath);
+
+    // Creates every directory of `path`, of which 255 bytes are kept; returns the last mkdir's
+    // result. Any thread.
+    static int makeDirectoryPath(const char* path);
+
+    // --- Backup (backup.cpp) ---
+
+    // The device's transfer name from its settings; empty on any failure.
+    std::string getDeviceName();
+
+    // A proposed file name, "<device name>-<local time>.psb"; empty without a device name. The kind
+    // of the backup makes no difference.
+    std::string GetBackupFileName(std::uint32_t backupType);
+
+    // Always true: the real check is part of DoBackup.
+    bool ValidateBackupSize(std::uint32_t backupType, const std::string& mntId);
+
+    // Checks name, stick and space, in this order, and starts the backup. Blocks for a second.
+    JobResult DoBackup(const std::string& mntId, std::uint32_t backupType,
+                       const std::string& backupFilePath);
+
+    // The device manager's word for a backup type; empty for an unknown one. Any thread.
+    static const char* backupTypeWord(std::uint32_t backupType);
+
+    // --- Restore (restore.cpp) and update (os_update.cpp) ---
+
+    // Checks name and stick and starts the restore. Blocks for a second.
+    JobResult DoRestore(const std::string& mntId, const std::string& filePath);
+
+    // Checks name, stick and file and starts the update. Blocks for a second.
+    JobResult DoOSUpdate(const std::string& mntId, const std::string& filePath);
+
+private:
+    // What a worker works on: its own copy of the job fields.
+    struct Job {
+        std::uint32_t backupType;
+        std::string mountId;
+        std::string file;
+        std::string updateFile;
+
+        // The absolute path of `relative` on the job's stick.
+        std::string target(const std::string& relative) const;
+    };
+
+    // Which entries of a directory a one-level scan keeps.
+    enum class Level { Directories, Files, DirectoriesThenFiles };
+
+    struct FileId {
+        dev_t device;
+        ino_t inode;
+    };
+
+    // The backup type that marks a restore.
+    static constexpr std::uint32_t kRestoreJob = 0;
+
+    using Worker = void* (*)(void* tfMngr);
+
+    // Creates the worker thread, waits a second, answers Started or NoThread.
+    JobResult launchWorker(Worker worker);
+    // Stores a backup or (type 0) restore job, unless a text is empty, and launches it.
+    JobResult launchBackupRestore(const std::string& mntId, std::uint32_t backupType,
+                                  const std::string& filePath);
+    // The worker's first act. The one place where a worker reads the fields of this object.
+    Job copyJob() const;
+    static void* backupRestoreWorker(void* tfMngr);
+    static void* osUpdateWorker(void* tfMngr);
+
+    static bool stickIsMounted(const std::string& mntId);
+    static std::string makeTimestamp();
+    static bool hasBackupSpace(const std::string& mntId, std::uint32_t backupType);
+    static void ensureParentDirectory(const Job& job);
+    static bool runBackupRestore(std::uint32_t backupType, const std::string& target);
+    static bool fileExistsOnStick(const std::string& mntId, const std::string& filePath);
+    static bool runOsUpdate(const std::string& target);
+
+    void scanLevel(const std::string& mntId, const std::string& dirPath, Level level);
+    void scanTreeLevel(const std::string& mntId, const std::string& directory,
+                       const std::string& marker, std::vector<FileId>& enclosing);
+    std::vector<FileEntry> listPackages(const std::string& mntId, const std::string& dirPath,
+                                        const std::string& marker);
+    void releaseBackupController();
+    void releaseUpdateController();
+
+    std::int32_t controllerConnected = 0;  // one flag for both cached controllers
+    IFUController* cachedUpdateController = nullptr;
+    IBRController* cachedBackupController = nullptr;
+    // The job fields. Kept: texts are only ever appended to, so a second job in one life of the
+    // process works on joined texts.
+    std::uint32_t jobBackupType = kRestoreJob;
+    std::string jobFile;
+    std::string jobMountId;
+    std::string updateFile;
+    pid_t quitSignalTarget = -1;  // never assigned: every process that may be signalled
+    std::vector<UsbStickInfo> sticks;
+    std::vector<FileEntry> entries;  // the working list of the listings
+};
