@@ -1,0 +1,66 @@
+// The transfer interface com.morvane.transfer.sac.
+#pragma once
+
+#include <gio/gio.h>
+
+#include <memory>
+
+#include "com.morvane.scctrl/com.morvane.scctrl.h"
+#include "com.morvane.transfer/dbus-adaptor.h"
+#include "service/gdbus_interface_base.h"
+#include "transfer/reply_encoding.h"
+#include "transfer/tf_mngr.h"
+
+// Answers the 15 methods of the transfer interface with the manager that it owns. One object for
+// the life of the process. Main-loop thread only.
+class DBusInterface : public GDBusInterfaceBase {
+public:
+    // The single object, created on first use and never destroyed, so that no destructor runs
+    // inside exit(). Unlocked: first used during start-up. Its creation runs the transfer script.
+    static DBusInterface* getInstance();
+
+    DBusInterface();
+    ~DBusInterface() override;
+
+    // Connects the 15 method signals, then the applet-control client.
+    void connectHandlers() override;
+
+    // The manager; owned by this object.
+    TfMngr& manager() { return *tfMngr; }
+
+    // One operation a method (request_handlers.cpp): asks the manager and completes `invocation`,
+    // always with a value and never with an error. Texts are borrowed for the call.
+    void getUsbStickDetails(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation);
+    void getStickDetailsWithCount(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation);
+    void validateBackupSize(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                            guint backupType, const gchar* mntId);
+    void getBackupFileName(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                           guint backupType);
+    void getRestoreFilesList(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                             const gchar* mntId, const gchar* path);
+    void getUpdateFilesList(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                            const gchar* mntId, const gchar* path);
+    void getBackupFilesList(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                            const gchar* mntId, const gchar* path);
+    void deleteFile(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                    const gchar* mntId, const gchar* filePath);
+    void createDirectory(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                         const gchar* mntId, const gchar* dirPath);
+    void doOsUpdate(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                    const gchar* mntId, const gchar* filePath);
+    void doBackup(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                  const gchar* mntId, guint backupType, const gchar* backupFilePath);
+    void doRestore(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                   const gchar* mntId, const gchar* filePath);
+    void getDirectoryIndex(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                           const gchar* mntId, const gchar* path);
+    void getDirectoryIndexForUpdate(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                                    const gchar* mntId, const gchar* path);
+    void getDirectoryIndexForBackup(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
+                                    const gchar* mntId, const gchar* path);
+
+private:
+    MorvaneScctrl* scctrlProxy = nullptr;  // lives as long as the process
+    GError* proxyError = nullptr;          // kept as received, never freed
+    std::unique_ptr<TfMngr> tfMngr;
+};
