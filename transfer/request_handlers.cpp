@@ -51,7 +51,7 @@ void DBusInterface::validateBackupSize(MorvaneTransferSac* skeleton,
                                        GDBusMethodInvocation* invocation, guint backupType,
                                        const gchar* mntId) {
     morvane_transfer_sac_complete_validate_backup_size(
-        skeleton, invocation, tfMngr->ValidateBackupSize(backupType, mntId));
+        skeleton, invocation, static_cast<gboolean>(tfMngr->ValidateBackupSize(backupType, mntId)));
 }
 
 void DBusInterface::getBackupFileName(MorvaneTransferSac* skeleton,
@@ -89,14 +89,14 @@ void DBusInterface::getBackupFilesList(MorvaneTransferSac* skeleton,
 
 void DBusInterface::deleteFile(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
                                const gchar* mntId, const gchar* filePath) {
-    morvane_transfer_sac_complete_delete_file(skeleton, invocation,
-                                              tfMngr->DeleteFile(mntId, filePath));
+    morvane_transfer_sac_complete_delete_file(
+        skeleton, invocation, static_cast<gboolean>(tfMngr->DeleteFile(mntId, filePath)));
 }
 
 void DBusInterface::createDirectory(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
                                     const gchar* mntId, const gchar* dirPath) {
-    morvane_transfer_sac_complete_create_directory(skeleton, invocation,
-                                                   tfMngr->CreateDirectory(mntId, dirPath));
+    morvane_transfer_sac_complete_create_directory(
+        skeleton, invocation, static_cast<gboolean>(tfMngr->CreateDirectory(mntId, dirPath)));
 }
 
 void DBusInterface::doOsUpdate(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
