@@ -157,7 +157,7 @@ std::vector<FileEntry> TfMngr::scanTree(const std::string& mntId, const std::str
     return entries;
 }
 
-// As deep as a path can be long. NOLINTNEXTLINE(misc-no-recursion)
+// NOLINTNEXTLINE(misc-no-recursion): at most as deep as a path can be long
 void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& directory,
                            const std::string& marker, std::vector<FileId>& enclosing) {
     VisibleEntries visible(directory);
