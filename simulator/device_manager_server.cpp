@@ -1,0 +1,278 @@
+// The simulator's side of the peer connection.
+#include "simulator/device_manager_server.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "simulator/action_log.h"
+#include "simulator/credential_record.h"
+#include "simulator/peer_protocol.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Marks a connection whose credential has been accepted.
+constexpr const char* kAccepted = "morvane-accepted";
+
+void markAccepted(GDBusMethodInvocation* invocation) {
+    GDBusConnection* const connection = g_dbus_method_invocation_get_connection(invocation);
+    g_object_set_data(G_OBJECT(connection), kAccepted, GINT_TO_POINTER(1));
+}
+
+bool isAccepted(GDBusMethodInvocation* invocation) {
+    GDBusConnection* const connection = g_dbus_method_invocation_get_connection(invocation);
+    return g_object_get_data(G_OBJECT(connection), kAccepted) != nullptr;
+}
+
+void answer(GDBusMethodInvocation* invocation, DeviceManagerStatus status,
+            const std::string& message, const std::uint64_t* bytes) {
+    const auto number = static_cast<gint64>(status);
+    const std::string text = printable(message);
+    GVariant* const reply = bytes == nullptr ? g_variant_new("(xs)", number, text.c_str())
+                                             : g_variant_new("(xst)", number, text.c_str(), *bytes);
+    g_dbus_method_invocation_return_value(invocation, reply);
+}
+
+void onClosed(GDBusConnection* connection, gboolean, GError*, gpointer skeleton) {
+    g_dbus_interface_skeleton_unexport_from_connection(G_DBUS_INTERFACE_SKELETON(skeleton),
+                                                       connection);
+    logAction("disconnect", "closed");
+}
+
+// The skeleton keeps the connection until it is closed.
+gboolean onNewConnection(GDBusServer*, GDBusConnection* connection, gpointer skeleton) {
+    g_autoptr(GError) error = nullptr;
+    if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection,
+                                         kDeviceManagerObject, &error) == FALSE) {
+        logAction("new connection", error->message);
+        return FALSE;
+    }
+    g_signal_connect_object(connection, "closed", G_CALLBACK(onClosed), skeleton,
+                            static_cast<GConnectFlags>(0));
+    return TRUE;
+}
+
+}  // namespace
+
+// One handler a method: names the action and says what the device does for it.
+struct CallHandlers {
+    using Server = DeviceManagerServer;
+    using Success = DeviceManagerServer::Success;
+
+    static Server& serverOf(gpointer server) { return *static_cast<Server*>(server); }
+
+    static gboolean connect(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+                            const char* credential, gpointer server) {
+        Server::Call call{invocation, "connect", {}};
+        call.isConnect = true;
+        call.work = [text = std::string(credential)](const SimulatorBehaviour& behaviour) {
+            if (behaviour.refuse) {
+                throw DeviceError(DeviceManagerStatus::refused, "connection refused");
+            }
+            if (!behaviour.credentialRecord.empty()) {
+                requireCredential(behaviour.credentialRecord, text);
+            }
+            return Success{"accepted"};
+        };
+        serverOf(server).start(std::move(call));
+        return TRUE;
+    }
+
+    static gboolean backup(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+                           const char* path, const char* kind, gpointer data) {
+        Server& server = serverOf(data);
+        Server::Call call{invocation, std::string("backup ") + kind + " to " + path, {}};
+        call.isJob = true;
+        call.work = [&server, file = std::string(path),
+                     word = std::string(kind)](const SimulatorBehaviour& behaviour) {
+            const auto bytes = server.device_.backup(file, word, server.paceFor(behaviour));
+            return Success{"done, " + std::to_string(bytes) + " bytes"};
+        };
+        server.start(std::move(call));
+        return TRUE;
+    }
+
+    static gboolean restore(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+                            const char* path, gpointer data) {
+        Server& server = serverOf(data);
+        Server::Call call{invocation, std::string("restore from ") + path, {}};
+        call.isJob = true;
+        call.work = [&server, file = std::string(path)](const SimulatorBehaviour& behaviour) {
+            return Success{"done, " + server.device_.restore(file, server.paceFor(behaviour))};
+        };
+        server.start(std::move(call));
+        return TRUE;
+    }
+
+    static gboolean update(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+                           const char* path, gpointer data) {
+        Server& server = serverOf(data);
+        Server::Call call{invocation, std::string("update from ") + path, {}};
+        call.isJob = true;
+        call.work = [&server, file = std::string(path)](const SimulatorBehaviour& behaviour) {
+            return Success{"done, firmware " +
+                           server.device_.update(file, server.paceFor(behaviour))};
+        };
+        server.start(std::move(call));
+        return TRUE;
+    }
+
+    static gboolean getBackupSize(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+                                  const char* kind, gpointer data) {
+        Server& server = serverOf(data);
+        Server::Call call{invocation, std::string("size of backup ") + kind, {}};
+        call.answersBytes = true;
+        call.work = [&server, word = std::string(kind)](const SimulatorBehaviour& behaviour) {
+            const auto needed = server.device_.backupSize(word);
+            const auto bytes = behaviour.reportedSize.value_or(needed);
+            return Success{std::to_string(bytes) + " bytes", bytes};
+        };
+        server.start(std::move(call));
+        return TRUE;
+    }
+
+    static gboolean checkBackupFile(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+                                    const char* path, gpointer data) {
+        Server& server = serverOf(data);
+        Server::Call call{invocation, std::string("check backup file ") + path, {}};
+        call.work = [&server, file = std::string(path)](const SimulatorBehaviour&) {
+            return Success{"acceptable, " + server.device_.checkBackupFile(file)};
+        };
+        server.start(std::move(call));
+        return TRUE;
+    }
+
+    static gboolean checkFirmwareFile(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+                                      const char* path, gpointer data) {
+        Server& server = serverOf(data);
+        Server::Call call{invocation, std::string("check firmware file ") + path, {}};
+        call.work = [&server, file = std::string(path)](const SimulatorBehaviour&) {
+            return Success{"acceptable, " + server.device_.checkFirmwareFile(file)};
+        };
+        server.start(std::move(call));
+        return TRUE;
+    }
+};
+
+GObjectPointer<GDBusServer> bindDeviceManagerPort(guint16 port, GError** error) {
+    g_autofree char* address = g_strdup_printf("tcp:host=127.0.0.1,port=%u", port);
+    g_autofree char* guid = g_dbus_generate_guid();
+    return GObjectPointer<GDBusServer>(
+        g_dbus_server_new_sync(address, G_DBUS_SERVER_FLAGS_AUTHENTICATION_ALLOW_ANONYMOUS, guid,
+                               anonymousOnly().get(), nullptr, error));
+}
+
+DeviceManagerServer::DeviceManagerServer(SimulatedDevice& device, SimulatorBehaviour behaviour,
+                                         GObjectPointer<GDBusServer> server)
+    : device_(device),
+      behaviour_(std::move(behaviour)),
+      skeleton_(morvane_devicemanager_skeleton_new()),
+      server_(std::move(server)) {
+    const std::pair<const char*, GCallback> handlers[] = {
+        {"handle-connect", G_CALLBACK(CallHandlers::connect)},
+        {"handle-backup", G_CALLBACK(CallHandlers::backup)},
+        {"handle-restore", G_CALLBACK(CallHandlers::restore)},
+        {"handle-update", G_CALLBACK(CallHandlers::update)},
+        {"handle-get-backup-size", G_CALLBACK(CallHandlers::getBackupSize)},
+        {"handle-check-backup-file", G_CALLBACK(CallHandlers::checkBackupFile)},
+        {"handle-check-firmware-file", G_CALLBACK(CallHandlers::checkFirmwareFile)},
+    };
+    for (const auto& [signal, handler] : handlers) {
+        g_signal_connect(skeleton_.get(), signal, handler, this);
+    }
+    g_signal_connect(server_.get(), "new-connection", G_CALLBACK(onNewConnection), skeleton_.get());
+    g_dbus_server_start(server_.get());
+}
+
+DeviceManagerServer::~DeviceManagerServer() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    stopped_.notify_all();
+    g_dbus_server_stop(server_.get());
+    g_signal_handlers_disconnect_by_data(skeleton_.get(), this);
+    calls_.clear();  // waits for each
+    if (g_dbus_interface_skeleton_get_connection(G_DBUS_INTERFACE_SKELETON(skeleton_.get())) !=
+        nullptr) {
+        g_dbus_interface_skeleton_unexport(G_DBUS_INTERFACE_SKELETON(skeleton_.get()));
+    }
+}
+
+void DeviceManagerServer::setBehaviour(const SimulatorBehaviour& behaviour) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    behaviour_ = behaviour;
+}
+
+SimulatorBehaviour DeviceManagerServer::behaviour() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return behaviour_;
+}
+
+void DeviceManagerServer::start(Call call) {
+    calls_.remove_if([](const std::future<void>& each) {
+        return each.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    });
+    calls_.push_back(
+        std::async(std::launch::async, [this, moved = std::move(call)] { run(moved); }));
+}
+
+void DeviceManagerServer::run(const Call& call) {
+    Success success;
+    auto status = DeviceManagerStatus::done;
+    try {
+        success = workOn(call);
+        logAction(call.action, success.message);
+    } catch (const DeviceError& error) {
+        status = error.status;
+        success.message = error.what();
+        logAction(call.action, "FAILED (status " + std::to_string(static_cast<int>(status)) +
+                                   "): " + error.what());
+    }
+    answer(call.invocation, status, success.message, call.answersBytes ? &success.bytes : nullptr);
+}
+
+DeviceManagerServer::Success DeviceManagerServer::workOn(const Call& call) {
+    const SimulatorBehaviour current = behaviour();
+    if (current.hang) {
+        logAction(call.action, "never to be answered");
+        waitForStop();
+    }
+    waitUntil(Clock::now() + current.delay);
+    if (!call.isConnect && !isAccepted(call.invocation)) {
+        throw DeviceError(DeviceManagerStatus::notConnected, "not connected");
+    }
+    if (call.isJob) {
+        logAction(call.action, "started");
+    }
+    Success success = call.work(current);
+    if (call.isConnect) {
+        markAccepted(call.invocation);
+    }
+    return success;
+}
+
+Pace DeviceManagerServer::paceFor(const SimulatorBehaviour& behaviour) {
+    return [this, behaviour, begin = Clock::now()](std::uint64_t done, std::uint64_t total) {
+        const double share = static_cast<double>(done) / static_cast<double>(total);
+        const std::chrono::duration<double> elapsed = behaviour.jobTime * share;
+        waitUntil(begin + std::chrono::duration_cast<Clock::duration>(elapsed));
+        if (behaviour.dieInJob && share >= 0.5) {
+            logAction("device manager", "dies in a job");
+            std::_Exit(kDiedInJobStatus);
+        }
+    };
+}
+
+void DeviceManagerServer::waitUntil(Clock::time_point time) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (stopped_.wait_until(lock, time, [this] { return stopping_; })) {
+        throw DeviceError(DeviceManagerStatus::failed, "the device manager stops");
+    }
+}
+
+void DeviceManagerServer::waitForStop() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    stopped_.wait(lock, [this] { return stopping_; });
+}

@@ -1,0 +1,83 @@
+// The simulator's side of the peer connection: answers the client library, with the faults it is
+// told to show.
+#pragma once
+
+#include <gio/gio.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "com.morvane.devicemanager/com.morvane.devicemanager.h"
+#include "simulator/gobject_pointer.h"
+#include "simulator/simulated_device.h"
+
+struct SimulatorBehaviour {
+    std::string credentialRecord;         // path; empty: any credential will do
+    std::chrono::milliseconds jobTime{};  // what a backup, restore or update takes at least
+    std::chrono::milliseconds delay{};    // before each call is acted upon
+    bool refuse = false;                  // turn every connection down
+    bool hang = false;                    // never answer
+    bool dieInJob = false;                // end the process half-way through a job
+    std::optional<std::uint64_t> reportedSize;
+};
+
+// The status of a process that died in a job because it was told to.
+constexpr int kDiedInJobStatus = 3;
+
+// Binds 127.0.0.1:`port`, 0 for any free one; nothing is answered yet. Null and *error on failure.
+GObjectPointer<GDBusServer> bindDeviceManagerPort(guint16 port, GError** error);
+
+// Serves `device`, which outlives it, on the default main context; each call is worked on in a
+// thread of its own. Destruction ends the running jobs and waits for them.
+class DeviceManagerServer {
+public:
+    DeviceManagerServer(SimulatedDevice& device, SimulatorBehaviour behaviour,
+                        GObjectPointer<GDBusServer> server);
+    DeviceManagerServer(const DeviceManagerServer&) = delete;
+    DeviceManagerServer& operator=(const DeviceManagerServer&) = delete;
+    ~DeviceManagerServer();
+
+    // Takes effect with the next call. Any thread.
+    void setBehaviour(const SimulatorBehaviour& behaviour);
+
+private:
+    friend struct CallHandlers;
+
+    // What a call comes to when it succeeds; it fails by a DeviceError.
+    struct Success {
+        std::string message;
+        std::uint64_t bytes = 0;
+    };
+    struct Call {
+        GDBusMethodInvocation* invocation;  // answered, and so released, by complete
+        std::string action;
+        std::function<Success(const SimulatorBehaviour&)> work;
+        bool isConnect = false;
+        bool isJob = false;
+        bool answersBytes = false;
+    };
+
+    void start(Call call);
+    void run(const Call& call);
+    Success workOn(const Call& call);
+    Pace paceFor(const SimulatorBehaviour& behaviour);
+    SimulatorBehaviour behaviour() const;
+    void waitUntil(std::chrono::steady_clock::time_point time);
+    void waitForStop();
+
+    SimulatedDevice& device_;
+    mutable std::mutex mutex_;  // guards behaviour_ and stopping_
+    std::condition_variable stopped_;
+    SimulatorBehaviour behaviour_;
+    bool stopping_ = false;
+    std::list<std::future<void>> calls_;  // main-loop thread only
+    GObjectPointer<MorvaneDevicemanager> skeleton_;
+    GObjectPointer<GDBusServer> server_;
+};

@@ -1,0 +1,21 @@
+// What both ends of the peer connection between client library and simulator must agree on.
+#pragma once
+
+#include <gio/gio.h>
+
+#include "simulator/gobject_pointer.h"
+
+constexpr guint16 kDeviceManagerPort = 5001;
+constexpr const char* kDeviceManagerObject = "/deviceManager";
+
+inline gboolean isAnonymousMechanism(GDBusAuthObserver*, const char* mechanism, gpointer) {
+    return g_strcmp0(mechanism, "ANONYMOUS") == 0 ? TRUE : FALSE;
+}
+
+// An observer for either end that allows ANONYMOUS authentication only: over TCP the others would
+// need a home folder, which neither the service nor the simulator can rely on.
+inline GObjectPointer<GDBusAuthObserver> anonymousOnly() {
+    GObjectPointer<GDBusAuthObserver> observer(g_dbus_auth_observer_new());
+    g_signal_connect(observer.get(), "allow-mechanism", G_CALLBACK(isAnonymousMechanism), nullptr);
+    return observer;
+}

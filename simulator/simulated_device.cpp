@@ -1,0 +1,403 @@
+// The simulated device: default contents, jobs, checks.
+#include "simulator/simulated_device.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <regex>
+#include <sstream>
+#include <system_error>
+#include <utility>
+
+#include "simulator/device_layout.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kFullBackup = "fullbackup";
+constexpr const char* kFirmwareKind = "firmware";
+constexpr const char* kVersionFile = "version";
+constexpr const char* kPayloadFile = "payload";
+constexpr const char* kDefaultVersion = "1.4.0";
+constexpr const char* kStagingPrefix = ".incoming-";
+constexpr std::size_t kRecipeCount = 12;
+constexpr std::size_t kPictureBytes = 64 * 1024;
+constexpr std::size_t kPayloadBytes = 256 * 1024;
+
+// Archive members of these kinds are named relative to the data folder.
+const std::vector<ArchiveKind>& backupKinds() {
+    static const std::vector<ArchiveKind> kKinds = {
+        {kFullBackup, {"settings", "recipes", "users"}},
+        {"recipes", {"recipes"}},
+        {"userdatabase", {"users"}},
+    };
+    return kKinds;
+}
+
+// Members of an update are named relative to the state folder.
+const std::vector<ArchiveKind>& updateKinds() {
+    static const std::vector<ArchiveKind> kKinds = {{kFirmwareKind, {kFirmwareFolder}}};
+    return kKinds;
+}
+
+const ArchiveKind& backupKind(const std::string& word) {
+    for (const ArchiveKind& kind : backupKinds()) {
+        if (kind.word == word) {
+            return kind;
+        }
+    }
+    throw DeviceError(DeviceManagerStatus::unknownKind, "unknown backup kind");
+}
+
+// Runs `work`; what is wrong with an archive gets the status given, what is wrong here is a
+// failure.
+template <typename Work>
+auto withStatus(DeviceManagerStatus archiveStatus, Work work) {
+    try {
+        return work();
+    } catch (const ArchiveError& error) {
+        throw DeviceError(archiveStatus, error.what());
+    } catch (const fs::filesystem_error& error) {
+        throw DeviceError(DeviceManagerStatus::failed, error.what());
+    }
+}
+
+[[noreturn]] void failWith(const GError* error) {
+    throw DeviceError(DeviceManagerStatus::failed, error->message);
+}
+
+std::string readFile(const fs::path& path) {
+    g_autoptr(GError) error = nullptr;
+    g_autofree char* bytes = nullptr;
+    gsize count = 0;
+    if (g_file_get_contents(path.c_str(), &bytes, &count, &error) == FALSE) {
+        failWith(error);
+    }
+    return {bytes, count};
+}
+
+void writeFile(const fs::path& path, const std::string& bytes) {
+    g_autoptr(GError) error = nullptr;
+    fs::create_directories(path.parent_path());
+    if (g_file_set_contents(path.c_str(), bytes.data(), static_cast<gssize>(bytes.size()),
+                            &error) == FALSE) {
+        failWith(error);
+    }
+}
+
+// Bytes that do not compress, the same for the same seed.
+std::string noise(std::size_t count, unsigned seed) {
+    std::mt19937 generator(seed);
+    std::string bytes(count, '\0');
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(generator()); });
+    return bytes;
+}
+
+std::string now() {
+    g_autoptr(GDateTime) time = g_date_time_new_now_utc();
+    g_autofree char* text = g_date_time_format_iso8601(time);
+    return text;
+}
+
+// A folder beside the contents that goes away with everything that is still in it.
+class StagingFolder {
+public:
+    explicit StagingFolder(const fs::path& state)
+        : path_((state / (std::string(kStagingPrefix) + "XXXXXX")).string()) {
+        if (mkdtemp(path_.data()) == nullptr) {
+            throw fs::filesystem_error("mkdtemp", path_,
+                                       std::error_code(errno, std::generic_category()));
+        }
+    }
+    StagingFolder(const StagingFolder&) = delete;
+    StagingFolder& operator=(const StagingFolder&) = delete;
+    ~StagingFolder() {
+        std::error_code ignored;  // the next start clears what is left
+        fs::remove_all(path_, ignored);
+    }
+    fs::path path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// The one step that makes a restore or an update count: nobody ever sees half of it.
+void exchange(const fs::path& left, const fs::path& right) {
+    if (renameat2(AT_FDCWD, left.c_str(), AT_FDCWD, right.c_str(), RENAME_EXCHANGE) != 0) {
+        throw fs::filesystem_error("exchange", left, right,
+                                   std::error_code(errno, std::generic_category()));
+    }
+}
+
+class FolderReceiver final : public MemberReceiver {
+public:
+    explicit FolderReceiver(fs::path folder) : folder_(std::move(folder)) {}
+    void begin(const MemberRecord& member) override {
+        const fs::path path = folder_ / member.name;
+        fs::create_directories(path.parent_path());
+        file_.open(path, std::ios::binary | std::ios::trunc);
+        requireGood(path);
+    }
+    void data(const char* bytes, std::size_t count) override {
+        file_.write(bytes, static_cast<std::streamsize>(count));
+    }
+    void end() override {
+        file_.close();
+        requireGood(folder_);
+    }
+
+private:
+    void requireGood(const fs::path& path) const {
+        if (!file_) {
+            throw fs::filesystem_error("cannot write", path,
+                                       std::error_code(errno, std::generic_category()));
+        }
+    }
+
+    fs::path folder_;
+    std::ofstream file_;
+};
+
+std::vector<ArchiveMember> collect(const fs::path& base, const ArchiveKind& kind) {
+    std::vector<ArchiveMember> members;
+    for (const std::string& folder : kind.folders) {
+        if (!fs::exists(base / folder)) {
+            continue;
+        }
+        for (const auto& entry : fs::recursive_directory_iterator(base / folder)) {
+            if (entry.is_directory() && !entry.is_symlink()) {
+                continue;
+            }
+            if (!entry.is_regular_file() || entry.is_symlink()) {
+                throw ArchiveError("not a plain file in the state folder");
+            }
+            members.push_back(
+                {entry.path().lexically_relative(base).generic_string(), readFile(entry.path())});
+        }
+    }
+    std::sort(members.begin(), members.end(),
+              [](const auto& left, const auto& right) { return left.name < right.name; });
+    return members;
+}
+
+void requireAbsolute(const std::string& path) {
+    if (!fs::path(path).is_absolute()) {
+        throw DeviceError(DeviceManagerStatus::unusableFile, "not an absolute path");
+    }
+}
+
+std::array<unsigned long, 4> parseVersion(const std::string& text) {
+    static const std::regex kVersion("[0-9]{1,9}(\\.[0-9]{1,9}){0,3}");
+    if (!std::regex_match(text, kVersion)) {
+        throw DeviceError(DeviceManagerStatus::unusableFile, "not a version");
+    }
+    std::array<unsigned long, 4> numbers{};
+    std::istringstream stream(text);
+    std::string number;
+    for (std::size_t i = 0; std::getline(stream, number, '.'); ++i) {
+        numbers.at(i) = std::stoul(number);
+    }
+    return numbers;
+}
+
+void createData(const fs::path& data) {
+    writeFile(data / kSettingsFile,
+              "[DEVICE_INFO]\n"
+              "transfername=Morvane-X60\n"
+              "serial=X60-000042\n"
+              "\n"
+              "[DISPLAY]\n"
+              "brightness=80\n"
+              "language=en\n");
+    writeFile(data / "users/users.ini",
+              "[operator]\nlevel=1\n\n[service]\nlevel=5\n\n[admin]\nlevel=9\n");
+    for (std::size_t i = 1; i <= kRecipeCount; ++i) {
+        const std::string stem = "recipe-" + std::to_string(i);
+        const std::string index = std::to_string(i);
+        writeFile(data / "recipes" / (stem + ".ini"),
+                  "[Recipe]\nname=Recipe " + index + "\ntemperature=" + std::to_string(60 + i) +
+                      "\npicture=" + stem + ".picture\n");
+        writeFile(data / "recipes" / (stem + ".picture"),
+                  noise(kPictureBytes, static_cast<unsigned>(i)));
+    }
+}
+
+void createFirmware(const fs::path& firmware) {
+    writeFile(firmware / kVersionFile, std::string(kDefaultVersion) + "\n");
+    writeFile(firmware / kPayloadFile, noise(kPayloadBytes, 0));
+}
+
+// Makes `folder` in one step, so that an interrupted start leaves nothing half filled.
+void createOnce(const fs::path& state, const char* folder, void (*create)(const fs::path&)) {
+    if (fs::exists(state / folder)) {
+        return;
+    }
+    const StagingFolder staging(state);
+    create(staging.path() / folder);
+    fs::rename(staging.path() / folder, state / folder);
+}
+
+void clearStaging(const fs::path& state) {
+    for (const auto& entry : fs::directory_iterator(state)) {
+        if (entry.path().filename().string().rfind(kStagingPrefix, 0) == 0) {
+            fs::remove_all(entry.path());
+        }
+    }
+}
+
+std::string summary(const ArchiveManifest& manifest) {
+    return manifest.kind + " of " + manifest.device + ", " + manifest.time + ", firmware " +
+           manifest.firmware + ", " + std::to_string(manifest.members.size()) + " files";
+}
+
+std::unique_lock<std::mutex> beginJob(std::mutex& job) {
+    std::unique_lock<std::mutex> lock(job, std::try_to_lock);
+    if (!lock.owns_lock()) {
+        throw DeviceError(DeviceManagerStatus::busy, "another job is running");
+    }
+    return lock;
+}
+
+void requireInstallable(const ArchiveManifest& manifest, const std::string& installed) {
+    const std::string payload = std::string(kFirmwareFolder) + "/" + kPayloadFile;
+    if (manifest.members.size() != 1 || manifest.members.front().name != payload) {
+        throw DeviceError(DeviceManagerStatus::unusableFile, "an update holds one payload");
+    }
+    if (!isNewerVersion(manifest.firmware, installed)) {
+        throw DeviceError(DeviceManagerStatus::unusableFile,
+                          "version " + manifest.firmware + " is not newer than " + installed);
+    }
+}
+
+}  // namespace
+
+bool isNewerVersion(const std::string& left, const std::string& right) {
+    return parseVersion(left) > parseVersion(right);
+}
+
+void writeUpdateFile(const std::string& path, const std::string& version) {
+    parseVersion(version);
+    ArchiveManifest head;
+    head.kind = kFirmwareKind;
+    head.device = "Morvane-X60";
+    head.time = now();
+    head.firmware = version;
+    const std::string name = std::string(kFirmwareFolder) + "/" + kPayloadFile;
+    const auto seed = g_str_hash(version.c_str());
+    withStatus(DeviceManagerStatus::failed, [&] {
+        return writeArchive(path, head, {{name, noise(kPayloadBytes, seed)}});
+    });
+}
+
+SimulatedDevice::SimulatedDevice(fs::path state) : state_(std::move(state)) {
+    withStatus(DeviceManagerStatus::failed, [&] {
+        fs::create_directories(state_);
+        clearStaging(state_);
+        createOnce(state_, kDataFolder, createData);
+        createOnce(state_, kFirmwareFolder, createFirmware);
+    });
+}
+
+std::uint64_t SimulatedDevice::backup(const std::string& path, const std::string& kind,
+                                      const Pace& pace) {
+    requireAbsolute(path);
+    const ArchiveKind& chosen = backupKind(kind);
+    const auto lock = beginJob(job_);
+    return withStatus(DeviceManagerStatus::failed, [&] {
+        return writeArchive(path, describe(kind), collect(state_ / kDataFolder, chosen), pace);
+    });
+}
+
+// What a kind covers is one folder, so that one exchange replaces it.
+std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) {
+    requireAbsolute(path);
+    const auto lock = beginJob(job_);
+    return withStatus(DeviceManagerStatus::unusableFile, [&] {
+        const StagingFolder staging(state_);
+        FolderReceiver receiver(staging.path() / kDataFolder);
+        const ArchiveManifest manifest = readArchive(path, backupKinds(), &receiver, pace);
+        const auto& folders = backupKind(manifest.kind).folders;
+        const fs::path covered =
+            folders.size() == 1 ? fs::path(kDataFolder) / folders.front() : fs::path(kDataFolder);
+        for (const std::string& folder : folders) {
+            fs::create_directories(staging.path() / kDataFolder / folder);
+        }
+        fs::create_directories(state_ / covered);
+        exchange(staging.path() / covered, state_ / covered);
+        return manifest.kind;
+    });
+}
+
+std::string SimulatedDevice::update(const std::string& path, const Pace& pace) {
+    requireAbsolute(path);
+    const auto lock = beginJob(job_);
+    checkFirmwareFile(path);  // turned away at once, not after the time of a job
+    return withStatus(DeviceManagerStatus::unusableFile, [&] {
+        const StagingFolder staging(state_);
+        FolderReceiver receiver(staging.path());
+        const ArchiveManifest manifest = readArchive(path, updateKinds(), &receiver, pace);
+        requireInstallable(manifest, firmwareVersion());
+        const fs::path firmware = staging.path() / kFirmwareFolder;
+        writeFile(firmware / kVersionFile, manifest.firmware + "\n");
+        exchange(firmware, state_ / kFirmwareFolder);
+        return manifest.firmware;
+    });
+}
+
+std::uint64_t SimulatedDevice::backupSize(const std::string& kind) const {
+    const ArchiveKind& chosen = backupKind(kind);
+    return withStatus(DeviceManagerStatus::failed, [&] {
+        return archiveSizeLimit(describe(kind), collect(state_ / kDataFolder, chosen));
+    });
+}
+
+std::string SimulatedDevice::checkBackupFile(const std::string& path) const {
+    requireAbsolute(path);
+    return withStatus(DeviceManagerStatus::unusableFile,
+                      [&] { return summary(readArchive(path, backupKinds())); });
+}
+
+std::string SimulatedDevice::checkFirmwareFile(const std::string& path) const {
+    requireAbsolute(path);
+    return withStatus(DeviceManagerStatus::unusableFile, [&] {
+        const ArchiveManifest manifest = readArchive(path, updateKinds());
+        requireInstallable(manifest, firmwareVersion());
+        return summary(manifest);
+    });
+}
+
+std::string SimulatedDevice::firmwareVersion() const {
+    return withStatus(DeviceManagerStatus::failed, [&] {
+        std::istringstream text(readFile(state_ / kFirmwareFolder / kVersionFile));
+        std::string version;
+        std::getline(text, version);
+        return version;
+    });
+}
+
+std::string SimulatedDevice::name() const {
+    g_autoptr(GKeyFile) settings = g_key_file_new();
+    const std::string path = state_ / kDataFolder / kSettingsFile;
+    g_key_file_load_from_file(settings, path.c_str(), G_KEY_FILE_NONE, nullptr);
+    g_autofree char* name = g_key_file_get_string(settings, "DEVICE_INFO", "transfername", nullptr);
+    return name == nullptr ? std::string("unnamed") : std::string(name);
+}
+
+ArchiveManifest SimulatedDevice::describe(const std::string& kind) const {
+    ArchiveManifest head;
+    head.kind = kind;
+    head.device = name();
+    head.time = now();
+    head.firmware = firmwareVersion();
+    return head;
+}

@@ -1,0 +1,65 @@
+// The simulated device: its contents in a state folder, and the jobs and checks of its device
+// manager.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+
+#include "simulator/backup_archive.h"
+#include "simulator/device_manager_status.h"
+
+// Why the device did not do what it was asked; what() says it in words.
+class DeviceError : public std::runtime_error {
+public:
+    DeviceError(DeviceManagerStatus statusValue, const std::string& text)
+        : std::runtime_error(text), status(statusValue) {}
+    DeviceManagerStatus status;
+};
+
+// True when version `left` ("1.10.2": up to four numbers with dots) is newer than `right`; absent
+// numbers count as 0. Throws DeviceError for anything that is not a version.
+bool isNewerVersion(const std::string& left, const std::string& right);
+
+// Writes an update file that installs `version`. Throws DeviceError.
+void writeUpdateFile(const std::string& path, const std::string& version);
+
+// Settings, recipes, users and firmware live in the state folder and nowhere else, so that they
+// outlast the process. All operations may be called from any thread; every failure is a
+// DeviceError. One job (backup, restore, update) runs at a time, another is turned away as busy;
+// checks are answered meanwhile.
+class SimulatedDevice {
+public:
+    // Creates default contents for what the state folder lacks, and clears what an interrupted job
+    // left.
+    explicit SimulatedDevice(std::filesystem::path state);
+
+    // Writes the backup file and returns its size in bytes.
+    std::uint64_t backup(const std::string& path, const std::string& kind, const Pace& pace = {});
+
+    // Replaces what the archive's kind covers by its contents, or leaves everything as it was.
+    // Returns the kind.
+    std::string restore(const std::string& path, const Pace& pace = {});
+
+    // Installs the update, or leaves the firmware as it was. Returns the new version.
+    std::string update(const std::string& path, const Pace& pace = {});
+
+    // The most bytes that a backup of this kind takes up now.
+    std::uint64_t backupSize(const std::string& kind) const;
+
+    // Return a line about the contents of a file that restore or update would take; throw for any
+    // other.
+    std::string checkBackupFile(const std::string& path) const;
+    std::string checkFirmwareFile(const std::string& path) const;
+
+    std::string name() const;
+    std::string firmwareVersion() const;
+
+private:
+    ArchiveManifest describe(const std::string& kind) const;
+
+    std::filesystem::path state_;
+    std::mutex job_;  // held by the running job
+};

@@ -1,0 +1,73 @@
+// The stand-in for the closed settings library: reads the settings of the simulated device.
+#include "platform/vesk_service_interface.h"
+
+#include <glib.h>
+
+#include <memory>
+#include <mutex>
+
+#include "simulator/device_layout.h"
+
+namespace {
+
+constexpr int kSuccess = 0;
+constexpr int kFailure = -1;
+
+struct KeyFileUnref {
+    void operator()(GKeyFile* file) const { g_key_file_unref(file); }
+};
+
+// What the open transaction reads: the settings as they were when it began. Null outside a
+// transaction.
+struct Transaction {
+    std::mutex mutex;
+    std::unique_ptr<GKeyFile, KeyFileUnref> settings;
+};
+
+// Lives as long as the process, so that a thread may still read while static objects are destroyed.
+Transaction& transaction() {
+    static auto* const kTransaction = new Transaction;
+    return *kTransaction;
+}
+
+}  // namespace
+
+VeskServiceInterface* VeskServiceInterface::getSingleton() {
+    static VeskServiceInterface service;
+    return &service;
+}
+
+// A transaction that was left open is replaced, so that one failed getValue does not end all
+// reading.
+int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
+    g_autofree char* path =
+        g_build_filename(kDefaultStateFolder, kDataFolder, kSettingsFile, nullptr);
+    std::unique_ptr<GKeyFile, KeyFileUnref> settings(g_key_file_new());
+    if (g_key_file_load_from_file(settings.get(), path, G_KEY_FILE_NONE, nullptr) == FALSE) {
+        return kFailure;
+    }
+    const std::lock_guard<std::mutex> lock(transaction().mutex);
+    transaction().settings = std::move(settings);
+    return kSuccess;
+}
+
+int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
+    const std::size_t separator = key.find('/');
+    const std::lock_guard<std::mutex> lock(transaction().mutex);
+    if (separator == std::string::npos || transaction().settings == nullptr) {
+        return kFailure;
+    }
+    g_autofree char* text =
+        g_key_file_get_string(transaction().settings.get(), key.substr(0, separator).c_str(),
+                              key.substr(separator + 1).c_str(), nullptr);
+    if (text == nullptr) {
+        return kFailure;
+    }
+    value = text;
+    return kSuccess;
+}
+
+void VeskServiceInterface::stopTransaction() {
+    const std::lock_guard<std::mutex> lock(transaction().mutex);
+    transaction().settings.reset();
+}
