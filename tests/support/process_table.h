@@ -1,0 +1,34 @@
+// Look-ups in the process table, always by process id.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace test_support {
+
+// Whether the process exists and is not a zombie.
+bool isRunning(pid_t pid);
+
+// A field of /proc/PID/status, such as "Umask" or "VmSize", without the name and the blanks around
+// it; nothing when the process or the field does not exist.
+std::optional<std::string> statusField(pid_t pid, const std::string& name);
+
+// Ids of the processes whose parent is `parent`.
+std::vector<pid_t> childrenOf(pid_t parent);
+
+// Ids, as seen here, of all processes in the pid namespace that `member` is in.
+std::vector<pid_t> processesInNamespaceOf(pid_t member);
+
+// The id that `pid` has in the innermost pid namespace that it is in.
+std::optional<pid_t> innermostId(pid_t pid);
+
+// What the open descriptors of a process lead to, in order of their numbers.
+std::vector<std::string> openDescriptorsOf(pid_t pid);
+
+// Number of threads of a process, 0 when it has gone.
+int threadsOf(pid_t pid);
+
+}  // namespace test_support

@@ -1,0 +1,81 @@
+// Puts a test executable into the project's sandbox before any test runs.
+#include "tests/support/sandbox.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "tests/support/inside_sandbox.h"
+#include "tests/support/paths.h"
+
+namespace test_support {
+namespace {
+
+constexpr int kCannotTest = 2;
+// Set on the way into the sandbox, so that a sandbox that is none cannot make us try for ever.
+constexpr const char* kEntering = "MORVANE_TEST_ENTERING_SANDBOX";
+
+[[noreturn]] void giveUp(const std::string& reason) {
+    std::fprintf(stderr, "tests run inside the sandbox only: %s\n", reason.c_str());
+    std::exit(kCannotTest);
+}
+
+std::string ownExecutable() {
+    std::array<char, PATH_MAX> path{};
+    if (readlink("/proc/self/exe", path.data(), path.size() - 1) <= 0) {
+        giveUp(std::string("cannot read /proc/self/exe: ") + std::strerror(errno));
+    }
+    return path.data();
+}
+
+// Sanitizer settings for the tests and everything that they start; what the caller set stays.
+void setSanitizerDefaults() {
+    if (!sanitized()) {
+        return;
+    }
+    setenv("ASAN_OPTIONS", "detect_leaks=1:abort_on_error=0", 0);
+    setenv("UBSAN_OPTIONS", "print_stacktrace=1:halt_on_error=1", 0);
+    const std::string races = "halt_on_error=0:suppressions=" + sourcePath("tests/tsan.supp");
+    setenv("TSAN_OPTIONS", races.c_str(), 0);
+    setenv("G_SLICE", "always-malloc", 0);
+}
+
+void runThrough(const std::vector<std::string>& command) {
+    std::vector<char*> arguments;
+    for (const std::string& word : command) {
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+    execv(arguments[0], arguments.data());
+}
+
+}  // namespace
+
+void enterSandbox(int argc, char** argv) {
+    const std::string reason = whyOutsideSandbox();
+    if (reason.empty()) {
+        unsetenv(kEntering);
+        return;
+    }
+    if (std::getenv(kEntering) != nullptr) {
+        giveUp("the sandbox did not take us in: " + reason);
+    }
+    setenv(kEntering, "1", 1);
+    setSanitizerDefaults();
+    std::vector<std::string> command{sourcePath("tests/sandbox/sandbox"), "--keep", buildPath("."),
+                                     "--"};
+    for (const std::string& word : runnable(ownExecutable(), {argv + 1, argv + argc})) {
+        command.push_back(word);
+    }
+    runThrough(command);
+    giveUp("cannot run " + command.front() + ": " + std::strerror(errno));
+}
+
+}  // namespace test_support

@@ -1,0 +1,48 @@
+// The device-manager simulator, started by a test.
+#include "tests/support/simulator.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include "tests/support/paths.h"
+#include "tests/support/unique_fd.h"
+#include "tests/support/waiting.h"
+
+namespace test_support {
+namespace {
+
+constexpr std::uint16_t kPort = 5001;
+
+std::vector<std::string> commandFor(const std::string& state) {
+    std::vector<std::string> arguments;
+    if (!state.empty()) {
+        arguments = {"--state", state};
+    }
+    return runnable(buildPath("device-manager-simulator"), arguments);
+}
+
+}  // namespace
+
+bool deviceManagerListens() {
+    const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(kPort);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+}
+
+Simulator::Simulator(const std::string& state) : process_(commandFor(state)) {}
+
+testing::AssertionResult Simulator::waitUntilListens() {
+    waitUntil([this] { return deviceManagerListens() || process_.hasEnded(); });
+    if (!process_.hasEnded() && deviceManagerListens()) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure()
+           << "the simulator does not listen: " << process_.standardOutput()
+           << process_.standardError();
+}
+
+}  // namespace test_support

@@ -1,0 +1,97 @@
+// The sandbox's system bus as a client of the service sees it.
+#pragma once
+
+#include <gio/gio.h>
+#include <sys/types.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "com.morvane.dbus/com.morvane.dbus.h"
+#include "com.morvane.transfer/dbus-adaptor.h"
+
+namespace test_support {
+
+inline constexpr const char* kServiceName = "com.morvane.transfer";
+inline constexpr const char* kTransferPath = "/sacIntf";
+inline constexpr const char* kTransferInterface = "com.morvane.transfer.sac";
+inline constexpr const char* kControlPath = "/ctrl";
+inline constexpr const char* kControlInterface = "com.morvane.dbus";
+
+struct ReleaseObject {
+    void operator()(gpointer object) const { g_object_unref(object); }
+};
+template <typename T>
+using ObjectPtr = std::unique_ptr<T, ReleaseObject>;
+
+struct ReleaseVariant {
+    void operator()(GVariant* value) const { g_variant_unref(value); }
+};
+using VariantPtr = std::unique_ptr<GVariant, ReleaseVariant>;
+
+// A value in GVariant's text form with types, as golden texts hold it; "" for null.
+std::string asText(GVariant* value);
+
+// What came back from a call: the reply's tuple, or a D-Bus error.
+struct Reply {
+    VariantPtr value;     // null when there is an error
+    std::string error;    // the D-Bus error's name, empty on success
+    std::string message;  // the error's text
+
+    std::string type() const;  // such as "(av)"; empty on error
+    std::string text() const;  // asText() of the value, or "error NAME"
+};
+
+// Flags of RequestName on the bus.
+enum NameFlags : guint32 {
+    kPlainOwner = 0,
+    kAllowReplacement = 1,
+    kReplaceExisting = 2,
+    kDoNotQueue = 4,
+};
+
+// A connection of its own, so that each object is one client. Usable from one thread at a time;
+// needs no main loop. Constructing throws std::runtime_error when there is no bus.
+class SystemBus {
+public:
+    SystemBus();
+    ~SystemBus();
+    SystemBus(const SystemBus&) = delete;
+    SystemBus& operator=(const SystemBus&) = delete;
+
+    GDBusConnection* connection() const { return connection_.get(); }
+    std::string uniqueName() const;
+
+    // Calls a method and waits for the answer; a floating `arguments` is taken over.
+    Reply call(const std::string& path, const std::string& interface, const std::string& method,
+               GVariant* arguments = nullptr, const std::string& destination = kServiceName) const;
+
+    // A method of the transfer interface.
+    Reply transfer(const std::string& method, GVariant* arguments = nullptr) const;
+
+    // A call with the no-reply flag; returns once it has left.
+    void callWithoutReply(const std::string& path, const std::string& interface,
+                          const std::string& method, GVariant* arguments = nullptr) const;
+
+    // Sends a signal to whoever listens; returns once the bus has it.
+    void emitSignal(const std::string& path, const std::string& interface,
+                    const std::string& signal, GVariant* arguments) const;
+
+    // Owns a name at once, or returns false. It is given up with the connection or by releaseName.
+    bool ownName(const std::string& name, guint32 flags = kPlainOwner) const;
+    void releaseName(const std::string& name) const;
+
+    // Generated proxies; null never, a failure throws std::runtime_error.
+    ObjectPtr<MorvaneTransferSac> transferProxy() const;
+    ObjectPtr<MorvaneDbus> controlProxy() const;
+
+    // Answers from the bus itself, also when there is no bus: then nothing.
+    static std::optional<pid_t> processOf(const std::string& name);
+    static bool hasOwner(const std::string& name) { return processOf(name).has_value(); }
+
+private:
+    ObjectPtr<GDBusConnection> connection_;
+};
+
+}  // namespace test_support
