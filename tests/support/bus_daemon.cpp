@@ -1,6 +1,7 @@
 // Ends and restarts the sandbox's message bus.
 #include "tests/support/bus_daemon.h"
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -62,9 +63,15 @@ void BusOutage::start() {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }
     arguments.push_back(nullptr);
+    posix_spawn_file_actions_t quiet;
+    posix_spawn_file_actions_init(&quiet);
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        posix_spawn_file_actions_addopen(&quiet, fd, "/dev/null", O_RDWR, 0);
+    }
     // Not ended with the test: the bus belongs to the sandbox.
     pid_t pid = 0;
-    posix_spawnp(&pid, arguments[0], nullptr, nullptr, arguments.data(), environ);
+    posix_spawnp(&pid, arguments[0], &quiet, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&quiet);
     waitUntil(answers);
     waitpid(pid, nullptr, WNOHANG);  // the launcher, when the daemon put itself in the background
 }
