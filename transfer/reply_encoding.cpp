@@ -51,16 +51,17 @@ Element kind(Layout layout, std::uint32_t kind, KindWord word) {
     return {wrap(layout, value), sizeof kind, sizeof kind};
 }
 
-// Makes an element once for a run of records that have it in common, and keeps it for them.
+// Makes an element once for a run of records that have it in common, and keeps all that it made
+// until the list of these records is finished.
 template <typename Key>
 class SharedElement {
 public:
     template <typename Make>
     Element get(const Key& wanted, Make make) {
-        if (!owner || !(wanted == key)) {
+        if (made.empty() || !(wanted == key)) {
             key = wanted;
             element = make(key);
-            owner.reset(g_variant_ref_sink(element.value));
+            made.emplace_back(g_variant_ref_sink(element.value));
         }
         return element;
     }
@@ -68,7 +69,7 @@ public:
 private:
     Key key{};
     Element element{};
-    Variant owner;
+    std::vector<Variant> made;
 };
 
 // Collects records up to what a reply can carry and makes one value of them.
