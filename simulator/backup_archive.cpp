@@ -29,7 +29,7 @@ constexpr std::uint64_t kFormat = 1;
 constexpr std::uint64_t kMaxContentBytes = 1ULL << 30U;
 constexpr std::uint64_t kMaxManifestBytes = 4ULL << 20U;
 constexpr std::size_t kMaxMembers = 10000;
-constexpr std::size_t kMaxNameBytes = 1000;
+constexpr std::size_t kMaxTextBytes = 1000;
 
 constexpr std::size_t kBlock = 16384;
 constexpr std::size_t kTarRecord = 512;
@@ -136,15 +136,18 @@ class ManifestReader {
 public:
     explicit ManifestReader(const std::string& text) {
         g_autoptr(GError) error = nullptr;
-        require(g_key_file_load_from_data(file_.get(), text.data(), text.size(), G_KEY_FILE_NONE,
-                                          &error),
-                error);
+        const gboolean loaded = g_key_file_load_from_data(file_.get(), text.data(), text.size(),
+                                                          G_KEY_FILE_NONE, &error);
+        require(loaded != FALSE, error);
     }
 
     std::string text(const std::string& group, const char* key) {
         g_autoptr(GError) error = nullptr;
         g_autofree char* value = g_key_file_get_string(file_.get(), group.c_str(), key, &error);
         require(value != nullptr, error);
+        if (std::strlen(value) > kMaxTextBytes) {
+            throw ArchiveError("bad manifest: too long a text");
+        }
         return value;
     }
 
@@ -195,7 +198,7 @@ bool isPlainComponent(std::string_view component) {
 
 bool isSafeName(const std::string& name) {
     const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
-    if (name.empty() || name.size() > kMaxNameBytes ||
+    if (name.empty() || name.size() > kMaxTextBytes ||
         g_utf8_validate(name.data(), static_cast<gssize>(name.size()), nullptr) == FALSE ||
         std::any_of(name.begin(), name.end(), isControl)) {
         return false;
@@ -217,6 +220,16 @@ bool belongsTo(const std::string& name, const ArchiveKind& kind) {
     });
 }
 
+// A name cannot be that of a file and of a folder.
+void requireNoMemberAbove(const std::string& name, const std::set<std::string>& names) {
+    for (std::size_t slash = name.find('/'); slash != std::string::npos;
+         slash = name.find('/', slash + 1)) {
+        if (names.count(name.substr(0, slash)) != 0) {
+            throw ArchiveError("member " + name + " lies below another one");
+        }
+    }
+}
+
 void requireSafe(const std::vector<MemberRecord>& members) {
     std::set<std::string> names;
     std::uint64_t total = 0;
@@ -235,6 +248,8 @@ void requireSafe(const std::vector<MemberRecord>& members) {
     if (members.size() > kMaxMembers) {
         throw ArchiveError("too many members");
     }
+    std::for_each(names.begin(), names.end(),
+                  [&](const std::string& name) { requireNoMemberAbove(name, names); });
 }
 
 void requireKind(const ArchiveManifest& manifest, const std::vector<ArchiveKind>& kinds) {
@@ -423,6 +438,9 @@ archive_entry* nextMember(archive* reader) {
     }
     if (result != ARCHIVE_OK) {
         failWithLibrary("not an archive", reader);
+    }
+    if (archive_filter_code(reader, 0) != ARCHIVE_FILTER_ZSTD) {
+        throw ArchiveError("not a compressed archive");
     }
     if (archive_entry_pathname(entry) == nullptr || archive_entry_filetype(entry) != AE_IFREG ||
         archive_entry_hardlink(entry) != nullptr || archive_entry_size_is_set(entry) == 0) {

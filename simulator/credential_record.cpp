@@ -49,9 +49,9 @@ void requireCredential(const std::string& path, const std::string& credential) {
     if (g_file_get_contents(path.c_str(), &bytes, &count, nullptr) == FALSE || count != 2 * kHalf) {
         throw DeviceError(DeviceManagerStatus::refused, "no usable credential record");
     }
-    // As C texts: the credential is handed over as one, so it ends at the first zero byte.
-    const std::string expected(bytes + kHalf, kHalf);
-    if (credential != expected.c_str()) {
+    // The credential is handed over as a C text, so it ends at the first zero byte.
+    const std::string half(bytes + kHalf, kHalf);
+    if (credential != half.substr(0, half.find('\0'))) {
         throw DeviceError(DeviceManagerStatus::refused, "wrong credential");
     }
 }

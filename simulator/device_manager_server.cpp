@@ -2,6 +2,8 @@
 #include "simulator/device_manager_server.h"
 
 #include <cstdlib>
+#include <exception>
+#include <system_error>
 #include <utility>
 
 #include "simulator/action_log.h"
@@ -25,23 +27,15 @@ bool isAccepted(GDBusMethodInvocation* invocation) {
     return g_object_get_data(G_OBJECT(connection), kAccepted) != nullptr;
 }
 
-void answer(GDBusMethodInvocation* invocation, DeviceManagerStatus status,
-            const std::string& message, const std::uint64_t* bytes) {
-    const auto number = static_cast<gint64>(status);
-    const std::string text = printable(message);
-    GVariant* const reply = bytes == nullptr ? g_variant_new("(xs)", number, text.c_str())
-                                             : g_variant_new("(xst)", number, text.c_str(), *bytes);
-    g_dbus_method_invocation_return_value(invocation, reply);
-}
-
-void onClosed(GDBusConnection* connection, gboolean, GError*, gpointer skeleton) {
+void onClosed(GDBusConnection* connection, gboolean /*vanished*/, GError* /*error*/,
+              gpointer skeleton) {
     g_dbus_interface_skeleton_unexport_from_connection(G_DBUS_INTERFACE_SKELETON(skeleton),
                                                        connection);
     logAction("disconnect", "closed");
 }
 
 // The skeleton keeps the connection until it is closed.
-gboolean onNewConnection(GDBusServer*, GDBusConnection* connection, gpointer skeleton) {
+gboolean onNewConnection(GDBusServer* /*server*/, GDBusConnection* connection, gpointer skeleton) {
     g_autoptr(GError) error = nullptr;
     if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection,
                                          kDeviceManagerObject, &error) == FALSE) {
@@ -58,99 +52,102 @@ gboolean onNewConnection(GDBusServer*, GDBusConnection* connection, gpointer ske
 // One handler a method: names the action and says what the device does for it.
 struct CallHandlers {
     using Server = DeviceManagerServer;
-    using Success = DeviceManagerServer::Success;
+    using Outcome = DeviceManagerServer::Outcome;
 
     static Server& serverOf(gpointer server) { return *static_cast<Server*>(server); }
 
-    static gboolean connect(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
-                            const char* credential, gpointer server) {
+    static gboolean connect(MorvaneDevicemanager* /*skeleton*/, GDBusMethodInvocation* invocation,
+                            const char* credential, gpointer data) {
+        Server& server = serverOf(data);
         Server::Call call{invocation, "connect", {}};
         call.isConnect = true;
-        call.work = [text = std::string(credential)](const SimulatorBehaviour& behaviour) {
+        call.work = [&server, text = std::string(credential)] {
+            const SimulatorBehaviour& behaviour = server.behaviour_;
             if (behaviour.refuse) {
                 throw DeviceError(DeviceManagerStatus::refused, "connection refused");
             }
             if (!behaviour.credentialRecord.empty()) {
                 requireCredential(behaviour.credentialRecord, text);
             }
-            return Success{"accepted"};
+            return Outcome{"accepted"};
         };
-        serverOf(server).start(std::move(call));
+        server.start(call);
         return TRUE;
     }
 
-    static gboolean backup(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+    static gboolean backup(MorvaneDevicemanager* /*skeleton*/, GDBusMethodInvocation* invocation,
                            const char* path, const char* kind, gpointer data) {
         Server& server = serverOf(data);
         Server::Call call{invocation, std::string("backup ") + kind + " to " + path, {}};
         call.isJob = true;
-        call.work = [&server, file = std::string(path),
-                     word = std::string(kind)](const SimulatorBehaviour& behaviour) {
-            const auto bytes = server.device_.backup(file, word, server.paceFor(behaviour));
-            return Success{"done, " + std::to_string(bytes) + " bytes"};
+        call.work = [&server, file = std::string(path), word = std::string(kind)] {
+            const auto bytes = server.device_.backup(file, word, server.pace());
+            return Outcome{"done, " + std::to_string(bytes) + " bytes"};
         };
-        server.start(std::move(call));
+        server.start(call);
         return TRUE;
     }
 
-    static gboolean restore(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+    static gboolean restore(MorvaneDevicemanager* /*skeleton*/, GDBusMethodInvocation* invocation,
                             const char* path, gpointer data) {
         Server& server = serverOf(data);
         Server::Call call{invocation, std::string("restore from ") + path, {}};
         call.isJob = true;
-        call.work = [&server, file = std::string(path)](const SimulatorBehaviour& behaviour) {
-            return Success{"done, " + server.device_.restore(file, server.paceFor(behaviour))};
+        call.work = [&server, file = std::string(path)] {
+            return Outcome{"done, " + server.device_.restore(file, server.pace())};
         };
-        server.start(std::move(call));
+        server.start(call);
         return TRUE;
     }
 
-    static gboolean update(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
+    static gboolean update(MorvaneDevicemanager* /*skeleton*/, GDBusMethodInvocation* invocation,
                            const char* path, gpointer data) {
         Server& server = serverOf(data);
         Server::Call call{invocation, std::string("update from ") + path, {}};
         call.isJob = true;
-        call.work = [&server, file = std::string(path)](const SimulatorBehaviour& behaviour) {
-            return Success{"done, firmware " +
-                           server.device_.update(file, server.paceFor(behaviour))};
+        call.work = [&server, file = std::string(path)] {
+            return Outcome{"done, firmware " + server.device_.update(file, server.pace())};
         };
-        server.start(std::move(call));
+        server.start(call);
         return TRUE;
     }
 
-    static gboolean getBackupSize(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
-                                  const char* kind, gpointer data) {
+    static gboolean getBackupSize(MorvaneDevicemanager* /*skeleton*/,
+                                  GDBusMethodInvocation* invocation, const char* kind,
+                                  gpointer data) {
         Server& server = serverOf(data);
         Server::Call call{invocation, std::string("size of backup ") + kind, {}};
         call.answersBytes = true;
-        call.work = [&server, word = std::string(kind)](const SimulatorBehaviour& behaviour) {
+        call.work = [&server, word = std::string(kind)] {
             const auto needed = server.device_.backupSize(word);
-            const auto bytes = behaviour.reportedSize.value_or(needed);
-            return Success{std::to_string(bytes) + " bytes", bytes};
+            const auto bytes = server.behaviour_.reportedSize.value_or(needed);
+            return Outcome{std::to_string(bytes) + " bytes", bytes};
         };
-        server.start(std::move(call));
+        server.start(call);
         return TRUE;
     }
 
-    static gboolean checkBackupFile(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
-                                    const char* path, gpointer data) {
+    static gboolean checkBackupFile(MorvaneDevicemanager* /*skeleton*/,
+                                    GDBusMethodInvocation* invocation, const char* path,
+                                    gpointer data) {
         Server& server = serverOf(data);
         Server::Call call{invocation, std::string("check backup file ") + path, {}};
-        call.work = [&server, file = std::string(path)](const SimulatorBehaviour&) {
-            return Success{"acceptable, " + server.device_.checkBackupFile(file)};
+        call.work = [&server, file = std::string(path)] {
+            return Outcome{"acceptable, " + server.device_.checkBackupFile(file)};
         };
-        server.start(std::move(call));
+        server.start(call);
         return TRUE;
     }
 
-    static gboolean checkFirmwareFile(MorvaneDevicemanager*, GDBusMethodInvocation* invocation,
-                                      const char* path, gpointer data) {
+    static gboolean checkFirmwareFile(MorvaneDevicemanager* /*skeleton*/,
+                                      GDBusMethodInvocation* invocation, const char* path,
+                                      gpointer data) {
         Server& server = serverOf(data);
         Server::Call call{invocation, std::string("check firmware file ") + path, {}};
-        call.work = [&server, file = std::string(path)](const SimulatorBehaviour&) {
-            return Success{"acceptable, " + server.device_.checkFirmwareFile(file)};
+        call.work = [&server, file = std::string(path)] {
+            return Outcome{"acceptable, " + server.device_.checkFirmwareFile(file)};
         };
-        server.start(std::move(call));
+        server.start(call);
         return TRUE;
     }
 };
@@ -200,65 +197,66 @@ DeviceManagerServer::~DeviceManagerServer() {
     }
 }
 
-void DeviceManagerServer::setBehaviour(const SimulatorBehaviour& behaviour) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    behaviour_ = behaviour;
-}
-
-SimulatorBehaviour DeviceManagerServer::behaviour() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return behaviour_;
-}
-
-void DeviceManagerServer::start(Call call) {
+void DeviceManagerServer::start(const Call& call) {
     calls_.remove_if([](const std::future<void>& each) {
         return each.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
     });
-    calls_.push_back(
-        std::async(std::launch::async, [this, moved = std::move(call)] { run(moved); }));
-}
-
-void DeviceManagerServer::run(const Call& call) {
-    Success success;
-    auto status = DeviceManagerStatus::done;
     try {
-        success = workOn(call);
-        logAction(call.action, success.message);
-    } catch (const DeviceError& error) {
-        status = error.status;
-        success.message = error.what();
-        logAction(call.action, "FAILED (status " + std::to_string(static_cast<int>(status)) +
-                                   "): " + error.what());
+        calls_.push_back(std::async(std::launch::async, [this, call] { run(call); }));
+    } catch (const std::system_error& error) {
+        finish(call, DeviceManagerStatus::failed, {error.what()});
     }
-    answer(call.invocation, status, success.message, call.answersBytes ? &success.bytes : nullptr);
 }
 
-DeviceManagerServer::Success DeviceManagerServer::workOn(const Call& call) {
-    const SimulatorBehaviour current = behaviour();
-    if (current.hang) {
+// Whatever happens, the call is answered: its client waits without a limit.
+void DeviceManagerServer::run(const Call& call) {
+    try {
+        finish(call, DeviceManagerStatus::done, workOn(call));
+    } catch (const DeviceError& error) {
+        finish(call, error.status, {error.what()});
+    } catch (const std::exception& error) {
+        finish(call, DeviceManagerStatus::failed, {error.what()});
+    }
+}
+
+void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
+                                 const Outcome& outcome) {
+    const auto number = static_cast<gint64>(status);
+    const std::string text = printable(outcome.message);
+    logAction(call.action, status == DeviceManagerStatus::done
+                               ? text
+                               : "FAILED (status " + std::to_string(number) + "): " + text);
+    GVariant* const reply = call.answersBytes
+                                ? g_variant_new("(xst)", number, text.c_str(), outcome.bytes)
+                                : g_variant_new("(xs)", number, text.c_str());
+    g_dbus_method_invocation_return_value(call.invocation, reply);
+}
+
+DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
+    if (behaviour_.hang) {
         logAction(call.action, "never to be answered");
         waitForStop();
     }
-    waitUntil(Clock::now() + current.delay);
+    waitUntil(Clock::now() + behaviour_.delay);
     if (!call.isConnect && !isAccepted(call.invocation)) {
         throw DeviceError(DeviceManagerStatus::notConnected, "not connected");
     }
     if (call.isJob) {
         logAction(call.action, "started");
     }
-    Success success = call.work(current);
+    Outcome outcome = call.work();
     if (call.isConnect) {
         markAccepted(call.invocation);
     }
-    return success;
+    return outcome;
 }
 
-Pace DeviceManagerServer::paceFor(const SimulatorBehaviour& behaviour) {
-    return [this, behaviour, begin = Clock::now()](std::uint64_t done, std::uint64_t total) {
+Pace DeviceManagerServer::pace() {
+    return [this, begin = Clock::now()](std::uint64_t done, std::uint64_t total) {
         const double share = static_cast<double>(done) / static_cast<double>(total);
-        const std::chrono::duration<double> elapsed = behaviour.jobTime * share;
+        const std::chrono::duration<double> elapsed = behaviour_.jobTime * share;
         waitUntil(begin + std::chrono::duration_cast<Clock::duration>(elapsed));
-        if (behaviour.dieInJob && share >= 0.5) {
+        if (behaviour_.dieInJob && share >= 0.5) {
             logAction("device manager", "dies in a job");
             std::_Exit(kDiedInJobStatus);
         }

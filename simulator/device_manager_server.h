@@ -44,38 +44,34 @@ public:
     DeviceManagerServer& operator=(const DeviceManagerServer&) = delete;
     ~DeviceManagerServer();
 
-    // Takes effect with the next call. Any thread.
-    void setBehaviour(const SimulatorBehaviour& behaviour);
-
 private:
     friend struct CallHandlers;
 
-    // What a call comes to when it succeeds; it fails by a DeviceError.
-    struct Success {
+    struct Outcome {
         std::string message;
         std::uint64_t bytes = 0;
     };
     struct Call {
-        GDBusMethodInvocation* invocation;  // answered, and so released, by complete
+        GDBusMethodInvocation* invocation;  // released by its answer
         std::string action;
-        std::function<Success(const SimulatorBehaviour&)> work;
+        std::function<Outcome()> work;  // fails by an exception
         bool isConnect = false;
         bool isJob = false;
         bool answersBytes = false;
     };
 
-    void start(Call call);
+    void start(const Call& call);
     void run(const Call& call);
-    Success workOn(const Call& call);
-    Pace paceFor(const SimulatorBehaviour& behaviour);
-    SimulatorBehaviour behaviour() const;
+    Outcome workOn(const Call& call);
+    void finish(const Call& call, DeviceManagerStatus status, const Outcome& outcome);
+    Pace pace();
     void waitUntil(std::chrono::steady_clock::time_point time);
     void waitForStop();
 
     SimulatedDevice& device_;
-    mutable std::mutex mutex_;  // guards behaviour_ and stopping_
+    const SimulatorBehaviour behaviour_;
+    std::mutex mutex_;  // guards stopping_
     std::condition_variable stopped_;
-    SimulatorBehaviour behaviour_;
     bool stopping_ = false;
     std::list<std::future<void>> calls_;  // main-loop thread only
     GObjectPointer<MorvaneDevicemanager> skeleton_;

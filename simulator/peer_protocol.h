@@ -8,7 +8,8 @@
 constexpr guint16 kDeviceManagerPort = 5001;
 constexpr const char* kDeviceManagerObject = "/deviceManager";
 
-inline gboolean isAnonymousMechanism(GDBusAuthObserver*, const char* mechanism, gpointer) {
+inline gboolean isAnonymousMechanism(GDBusAuthObserver* /*observer*/, const char* mechanism,
+                                     gpointer /*data*/) {
     return g_strcmp0(mechanism, "ANONYMOUS") == 0 ? TRUE : FALSE;
 }
 

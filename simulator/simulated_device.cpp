@@ -31,8 +31,8 @@ constexpr const char* kPayloadFile = "payload";
 constexpr const char* kDefaultVersion = "1.4.0";
 constexpr const char* kStagingPrefix = ".incoming-";
 constexpr std::size_t kRecipeCount = 12;
-constexpr std::size_t kPictureBytes = 64 * 1024;
-constexpr std::size_t kPayloadBytes = 256 * 1024;
+constexpr std::size_t kPictureBytes = 65536;
+constexpr std::size_t kPayloadBytes = 262144;
 
 // Archive members of these kinds are named relative to the data folder.
 const std::vector<ArchiveKind>& backupKinds() {
@@ -223,10 +223,10 @@ void createData(const fs::path& data) {
               "[operator]\nlevel=1\n\n[service]\nlevel=5\n\n[admin]\nlevel=9\n");
     for (std::size_t i = 1; i <= kRecipeCount; ++i) {
         const std::string stem = "recipe-" + std::to_string(i);
-        const std::string index = std::to_string(i);
-        writeFile(data / "recipes" / (stem + ".ini"),
-                  "[Recipe]\nname=Recipe " + index + "\ntemperature=" + std::to_string(60 + i) +
-                      "\npicture=" + stem + ".picture\n");
+        std::ostringstream recipe;
+        recipe << "[Recipe]\nname=Recipe " << i << "\ntemperature=" << 60 + i
+               << "\npicture=" << stem << ".picture\n";
+        writeFile(data / "recipes" / (stem + ".ini"), recipe.str());
         writeFile(data / "recipes" / (stem + ".picture"),
                   noise(kPictureBytes, static_cast<unsigned>(i)));
     }
@@ -286,7 +286,7 @@ bool isNewerVersion(const std::string& left, const std::string& right) {
 }
 
 void writeUpdateFile(const std::string& path, const std::string& version) {
-    parseVersion(version);
+    parseVersion(version);  // throws
     ArchiveManifest head;
     head.kind = kFirmwareKind;
     head.device = "Morvane-X60";

@@ -129,6 +129,7 @@ int serve() {
         return complain(std::string("cannot listen: ") + error->message, EXIT_FAILURE);
     }
     const std::string address = g_dbus_server_get_client_address(socket.get());
+    const std::string endpoint = "127.0.0.1:" + address.substr(address.rfind('=') + 1);
     const SimulatorBehaviour wanted = behaviour();
     if (!wanted.credentialRecord.empty()) {
         createCredentialRecord(wanted.credentialRecord);
@@ -139,7 +140,7 @@ int serve() {
     g_unix_signal_add(SIGTERM, quit, loop);
     g_unix_signal_add(SIGINT, quit, loop);
     const DeviceManagerServer server(device, wanted, std::move(socket));
-    logAction("device manager", "listens on " + address + ", " + device.name() + ", firmware " +
+    logAction("device manager", "listens on " + endpoint + ", " + device.name() + ", firmware " +
                                     device.firmwareVersion() + ", state in " + state);
     g_main_loop_run(loop);
     logAction("device manager", "stops");
