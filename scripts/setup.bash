@@ -1,0 +1,78 @@
+# Sourced by the scripts: installing packages, configuring, building.
+# shellcheck shell=bash
+set -euo pipefail
+
+readonly kCannotInstall=2
+project=$(cd -P -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
+readonly project
+
+say() {
+    printf '==> %s\n' "$*"
+}
+
+# ensurePackages GROUP...: installs what is missing of these groups of scripts/packages. Without the rights to
+# do that it prints the command to run and ends the script with status 2.
+ensurePackages() {
+    local missing asRoot=()
+    mapfile -t missing < <(missingPackages "$@")
+    ((${#missing[@]} > 0)) || return 0
+    type -P apt-get >/dev/null || askForPackages "${missing[@]}"
+    if ((EUID != 0)); then
+        canSudo || askForPackages "${missing[@]}"
+        asRoot=(sudo)
+    fi
+    say "Installing ${missing[*]}"
+    # sudo drops the environment, and with it the proxy that a package source may be behind.
+    asRoot+=(env DEBIAN_FRONTEND=noninteractive)
+    [[ -z ${http_proxy-} ]] || asRoot+=("http_proxy=$http_proxy")
+    [[ -z ${https_proxy-} ]] || asRoot+=("https_proxy=$https_proxy")
+    asRoot+=(apt-get -q -o DPkg::Lock::Timeout=120 -o Dpkg::Use-Pty=0)
+    if ! "${asRoot[@]}" update || ! "${asRoot[@]}" install -y --no-install-recommends "${missing[@]}"; then
+        askForPackages "${missing[@]}"
+    fi
+}
+
+missingPackages() {
+    local group line wanted=()
+    for group in "$@"; do
+        line=$(sed -n "s/^$group: *//p" "$project/scripts/packages")
+        read -ra line <<<"$line"
+        wanted+=("${line[@]}")
+    done
+    comm -23 <(printf '%s\n' "${wanted[@]}" | sort -u) <(installedOf "${wanted[@]}" | sort -u)
+}
+
+installedOf() {
+    # It complains about packages that it has never heard of, and those are not installed either.
+    dpkg-query --show --showformat '${db:Status-Status} ${Package}\n' "$@" 2>/dev/null | sed -n 's/^installed //p'
+}
+
+# Whether sudo works: without asking, or by asking on a terminal.
+canSudo() {
+    type -P sudo >/dev/null && { sudo -n true 2>/dev/null || { [[ -t 0 ]] && sudo -v; }; }
+}
+
+askForPackages() {
+    printf 'Debian 12 packages are missing. As root, run:\n  apt-get update && apt-get install -y %s\n' "$*" >&2
+    exit "$kCannotInstall"
+}
+
+# build PRESET [TARGET...]: configures once and builds into build/PRESET, everything or these targets.
+build() {
+    local preset=$1
+    shift
+    cd "$project"
+    if [[ ! -e build/$preset/build.ninja ]]; then
+        say "Configuring build/$preset"
+        cmake --preset "$preset"
+    fi
+    say "Building build/$preset"
+    cmake --build "build/$preset" --parallel "$(nproc)" ${1+--target "$@"}
+}
+
+# enterDevice SCRIPT: builds the simulated device and goes on with scripts/inside/SCRIPT in the sandbox.
+enterDevice() {
+    ensurePackages build run
+    build dev com-morvane-transfer-service device-manager-simulator applet-control room
+    exec "$project/tests/sandbox/sandbox" -- "$project/scripts/inside/$1" "$project/build/dev"
+}
