@@ -1,0 +1,64 @@
+// What a piece of code prints.
+#include "tests/support/printed_text.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <system_error>
+
+#include "tests/support/unique_fd.h"
+
+namespace test_support {
+namespace {
+
+struct CloseFile {
+    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+void redirect(int target, int source) {
+    if (source < 0 || dup2(source, target) < 0) {
+        throw std::system_error(errno, std::generic_category(), "standard output");
+    }
+}
+
+// Standard output leads to `target` while it exists.
+class Diversion {
+public:
+    explicit Diversion(FILE* target) : before_(dup(STDOUT_FILENO)) {
+        static_cast<void>(std::fflush(stdout));
+        redirect(STDOUT_FILENO, before_ ? fileno(target) : -1);
+    }
+    ~Diversion() {
+        static_cast<void>(std::fflush(stdout));
+        redirect(STDOUT_FILENO, before_.get());
+    }
+    Diversion(const Diversion&) = delete;
+    Diversion& operator=(const Diversion&) = delete;
+
+private:
+    UniqueFd before_;
+};
+
+}  // namespace
+
+std::string printedBy(const std::function<void()>& body) {
+    const File target(std::tmpfile());
+    if (!target) {
+        throw std::system_error(errno, std::generic_category(), "a file for what is printed");
+    }
+    {
+        const Diversion diversion(target.get());
+        body();
+    }
+    std::string text;
+    std::rewind(target.get());
+    for (int c = std::fgetc(target.get()); c != EOF; c = std::fgetc(target.get())) {
+        text += static_cast<char>(c);
+    }
+    return text;
+}
+
+}  // namespace test_support
