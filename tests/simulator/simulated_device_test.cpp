@@ -1,0 +1,333 @@
+// The simulated device: its contents, its jobs and its checks.
+#include "simulator/simulated_device.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <thread>
+#include <tuple>
+
+#include "simulator/device_layout.h"
+#include "tests/simulator/crafted_archive.h"
+#include "tests/support/files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using test_support::readFile;
+using test_support::TemporaryDirectory;
+using test_support::writeFile;
+using testing::HasSubstr;
+
+using Contents = std::map<std::string, std::string>;
+
+class SimulatedDeviceTest : public testing::Test {
+protected:
+    // Everything in the state folder, by its relative path.
+    Contents contents() const {
+        Contents result;
+        for (const auto& entry : fs::recursive_directory_iterator(state_)) {
+            const std::string name = entry.path().lexically_relative(state_).string();
+            result[name] = entry.is_directory() ? "folder" : readFile(entry.path());
+        }
+        return result;
+    }
+
+    void change(const std::string& name, const std::string& bytes) const {
+        const fs::path path = state_ + "/data/" + name;
+        fs::create_directories(path.parent_path());
+        writeFile(path, bytes);
+    }
+    std::string valueOf(const std::string& name) const {
+        return readFile(state_ + "/data/" + name);
+    }
+
+    template <typename Work>
+    static DeviceManagerStatus statusOf(Work work) {
+        try {
+            work();
+            return DeviceManagerStatus::done;
+        } catch (const DeviceError& error) {
+            return error.status;
+        }
+    }
+
+    DeviceManagerStatus checkStatus(const std::string& path) const {
+        return statusOf([&] { device_.checkBackupFile(path); });
+    }
+    DeviceManagerStatus restoreStatus(const std::string& path) {
+        return statusOf([&] { device_.restore(path); });
+    }
+    DeviceManagerStatus updateStatus(const std::string& path) {
+        return statusOf([&] { device_.update(path); });
+    }
+
+    const TemporaryDirectory folder_;
+    const std::string state_ = folder_.path("state");
+    const std::string file_ = folder_.path("a.psb");
+    const std::string updateFile_ = folder_.path("a.fwf");
+    SimulatedDevice device_{state_};
+};
+
+constexpr auto kDone = DeviceManagerStatus::done;
+constexpr auto kUnusable = DeviceManagerStatus::unusableFile;
+
+TEST_F(SimulatedDeviceTest, StartsWithContentsOfEveryKind) {
+    EXPECT_EQ(device_.name(), "Morvane-X60");
+    EXPECT_EQ(device_.firmwareVersion(), "1.4.0");
+    EXPECT_TRUE(fs::is_regular_file(state_ + "/data/" + kSettingsFile));
+    EXPECT_FALSE(fs::is_empty(state_ + "/data/recipes"));
+    EXPECT_FALSE(fs::is_empty(state_ + "/data/users"));
+}
+
+TEST_F(SimulatedDeviceTest, KeepsItsContentsOverANewStart) {
+    change("recipes/new", "mine");
+    fs::remove_all(state_ + "/data/users");
+    const Contents before = contents();
+    const SimulatedDevice again(state_);
+    EXPECT_EQ(contents(), before);
+}
+
+TEST_F(SimulatedDeviceTest, ClearsWhatAnInterruptedJobLeft) {
+    const Contents before = contents();
+    fs::create_directories(state_ + "/.incoming-abcdef/data/recipes");
+    const SimulatedDevice again(state_);
+    EXPECT_EQ(contents(), before);
+}
+
+TEST_F(SimulatedDeviceTest, RestoreOfAFullBackupBringsEverythingBack) {
+    const Contents before = contents();
+    device_.backup(file_, "fullbackup");
+    change(kSettingsFile, "[DEVICE_INFO]\ntransfername=changed\n");
+    change("recipes/new", "later");
+    fs::remove_all(state_ + "/data/users");
+
+    EXPECT_EQ(checkStatus(file_), kDone);
+    EXPECT_EQ(device_.restore(file_), "fullbackup");
+    EXPECT_EQ(contents(), before);
+}
+
+TEST_F(SimulatedDeviceTest, RestoreOfOneKindLeavesTheOthersAlone) {
+    for (const auto& [kind, inside, outside] :
+         {std::tuple{"recipes", "recipes/x", "users/x"},
+          std::tuple{"userdatabase", "users/x", "recipes/x"}}) {
+        change(inside, "old");
+        device_.backup(file_, kind);
+        change(inside, "new");
+        change(outside, "new");
+        change(kSettingsFile, "new");
+        change(std::string(inside) + "-later", "new");
+
+        EXPECT_EQ(device_.restore(file_), kind);
+        EXPECT_EQ(valueOf(inside), "old");
+        EXPECT_EQ(valueOf(outside), "new");
+        EXPECT_EQ(valueOf(kSettingsFile), "new");
+        EXPECT_FALSE(test_support::exists(state_ + "/data/" + inside + "-later"));
+    }
+}
+
+TEST_F(SimulatedDeviceTest, RestoreOfAKindWithoutFilesEmptiesIt) {
+    fs::remove_all(state_ + "/data/users");
+    device_.backup(file_, "userdatabase");
+    change("users/new", "later");
+    EXPECT_EQ(restoreStatus(file_), kDone);
+    EXPECT_TRUE(fs::is_empty(state_ + "/data/users"));
+}
+
+TEST_F(SimulatedDeviceTest, NestedFoldersSurviveARoundTrip) {
+    change("recipes/asia/soups/pho", "hot");
+    const Contents before = contents();
+    device_.backup(file_, "recipes");
+    fs::remove_all(state_ + "/data/recipes");
+    device_.restore(file_);
+    EXPECT_EQ(contents(), before);
+}
+
+TEST_F(SimulatedDeviceTest, UnknownKindsAreRefused) {
+    for (const char* kind : {"", "Recipes", "firmware", "fullbackup ", "\xFF"}) {
+        EXPECT_EQ(statusOf([&] { device_.backup(file_, kind); }), DeviceManagerStatus::unknownKind);
+        EXPECT_EQ(statusOf([&] { device_.backupSize(kind); }), DeviceManagerStatus::unknownKind);
+        EXPECT_FALSE(test_support::exists(file_));
+    }
+}
+
+TEST_F(SimulatedDeviceTest, SizeIsEnoughForTheBackupAndNotMuchMore) {
+    for (const char* kind : {"fullbackup", "recipes", "userdatabase"}) {
+        const std::uint64_t size = device_.backupSize(kind);
+        const std::uint64_t taken = device_.backup(file_, kind);
+        EXPECT_EQ(taken, fs::file_size(file_));
+        EXPECT_GE(size, taken) << kind;
+        EXPECT_LE(size, taken + taken / 4 + 50000) << kind;
+    }
+}
+
+TEST_F(SimulatedDeviceTest, OnlyAbsolutePathsAreTaken) {
+    EXPECT_EQ(statusOf([&] { device_.backup("a.psb", "recipes"); }), kUnusable);
+    EXPECT_EQ(restoreStatus("a.psb"), kUnusable);
+    EXPECT_EQ(checkStatus(""), kUnusable);
+    EXPECT_EQ(updateStatus("a.fwf"), kUnusable);
+    EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(""); }), kUnusable);
+}
+
+TEST_F(SimulatedDeviceTest, FailedRestoreChangesNothing) {
+    const CraftedMember good = {"recipes/soup", "hot"};
+    const CraftedMember settings = {kSettingsFile, "[DEVICE_INFO]\ntransfername=evil\n"};
+    const CraftedMember bad = {"users/users.ini", "right"};
+    CraftedMember altered = bad;
+    altered.bytes = "wrong";
+    writeCrafted(file_, {{"manifest", craftedManifest("fullbackup", {good, settings, bad})},
+                         good,
+                         settings,
+                         altered});
+    const Contents before = contents();
+    EXPECT_EQ(checkStatus(file_), kUnusable);
+    EXPECT_EQ(restoreStatus(file_), kUnusable);
+    EXPECT_EQ(contents(), before);
+}
+
+TEST_F(SimulatedDeviceTest, MembersOutsideTheKindAreRefused) {
+    const Contents before = contents();
+    writeWithManifest(file_, "recipes", {{"users/users.ini", "[intruder]\nlevel=9\n"}});
+    EXPECT_EQ(checkStatus(file_), kUnusable);
+    EXPECT_EQ(restoreStatus(file_), kUnusable);
+    EXPECT_EQ(contents(), before);
+}
+
+TEST_F(SimulatedDeviceTest, RestoreGivenUpHalfWayChangesNothing) {
+    struct GivenUp {};
+    device_.backup(file_, "fullbackup");
+    change("recipes/new", "later");
+    const Contents before = contents();
+    const auto giveUp = [](std::uint64_t done, std::uint64_t total) {
+        if (done * 2 >= total) {
+            throw GivenUp();
+        }
+    };
+    EXPECT_THROW(device_.restore(file_, giveUp), GivenUp);
+    EXPECT_EQ(contents(), before);
+}
+
+TEST_F(SimulatedDeviceTest, BackupNeedsAFolderToWriteTo) {
+    const std::string path = folder_.path("missing/a.psb");
+    EXPECT_EQ(statusOf([&] { device_.backup(path, "recipes"); }), DeviceManagerStatus::failed);
+}
+
+TEST_F(SimulatedDeviceTest, BackupTakesPlainFilesOnly) {
+    fs::create_symlink("/etc/passwd", state_ + "/data/recipes/link");
+    EXPECT_EQ(statusOf([&] { device_.backup(file_, "recipes"); }), DeviceManagerStatus::failed);
+    EXPECT_FALSE(test_support::exists(file_));
+    EXPECT_EQ(statusOf([&] { device_.backup(file_, "userdatabase"); }), kDone);
+}
+
+TEST_F(SimulatedDeviceTest, AnswersChecksDuringAJob) {
+    const std::string other = folder_.path("other.psb");
+    device_.backup(other, "recipes");
+    bool asked = false;
+    device_.backup(file_, "fullbackup", [&](std::uint64_t, std::uint64_t) {
+        asked = true;
+        EXPECT_EQ(checkStatus(other), kDone);
+        EXPECT_NE(device_.backupSize("recipes"), 0U);
+    });
+    EXPECT_TRUE(asked);
+}
+
+TEST_F(SimulatedDeviceTest, TurnsASecondJobAwayAsBusy) {
+    writeUpdateFile(updateFile_, "2.0");
+    device_.backup(folder_.path("other.psb"), "recipes");
+    int asked = 0;
+    device_.restore(folder_.path("other.psb"), [&](std::uint64_t, std::uint64_t) {
+        ++asked;
+        std::thread([&] {
+            EXPECT_EQ(statusOf([&] { device_.backup(file_, "recipes"); }),
+                      DeviceManagerStatus::busy);
+            EXPECT_EQ(restoreStatus(file_), DeviceManagerStatus::busy);
+            EXPECT_EQ(updateStatus(updateFile_), DeviceManagerStatus::busy);
+        }).join();
+    });
+    EXPECT_GT(asked, 0);
+    EXPECT_EQ(updateStatus(updateFile_), kDone);
+}
+
+TEST_F(SimulatedDeviceTest, InstallsANewerUpdateOnce) {
+    writeUpdateFile(updateFile_, "1.10");
+    const std::string payload = readFile(state_ + "/firmware/payload");
+    EXPECT_THAT(device_.checkFirmwareFile(updateFile_), HasSubstr("1.10"));
+    EXPECT_EQ(device_.firmwareVersion(), "1.4.0") << "a check installs nothing";
+
+    EXPECT_EQ(device_.update(updateFile_), "1.10");
+    EXPECT_EQ(device_.firmwareVersion(), "1.10");
+    EXPECT_NE(readFile(state_ + "/firmware/payload"), payload);
+    EXPECT_EQ(SimulatedDevice(state_).firmwareVersion(), "1.10");
+
+    EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(updateFile_); }), kUnusable);
+    EXPECT_EQ(updateStatus(updateFile_), kUnusable);
+}
+
+TEST_F(SimulatedDeviceTest, RefusesUnusableUpdates) {
+    const Contents before = contents();
+    const CraftedMember payload = {"firmware/payload", "code"};
+    CraftedMember altered = payload;
+    altered.bytes = "mode";
+    const auto craft = [&](const std::string& version, const std::vector<CraftedMember>& stated,
+                           const std::vector<CraftedMember>& held) {
+        std::vector<CraftedMember> all = {
+            {"manifest", craftedManifest("firmware", stated, version)}};
+        all.insert(all.end(), held.begin(), held.end());
+        writeCrafted(updateFile_, all);
+        EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(updateFile_); }), kUnusable);
+        EXPECT_EQ(updateStatus(updateFile_), kUnusable);
+        EXPECT_EQ(contents(), before);
+    };
+    craft("1.4.0", {payload}, {payload});
+    craft("1.4", {payload}, {payload});
+    craft("1.3.9", {payload}, {payload});
+    craft("newest", {payload}, {payload});
+    craft("", {payload}, {payload});
+    craft("2.0", {payload}, {altered});
+    craft("2.0", {payload}, {});
+    craft("2.0", {}, {});
+    const CraftedMember version = {"firmware/version", "9"};
+    craft("2.0", {payload, version}, {payload, version});
+}
+
+TEST_F(SimulatedDeviceTest, TakesNeitherFileForTheOther) {
+    device_.backup(file_, "fullbackup");
+    writeUpdateFile(updateFile_, "2.0");
+    EXPECT_EQ(checkStatus(updateFile_), kUnusable);
+    EXPECT_EQ(restoreStatus(updateFile_), kUnusable);
+    EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(file_); }), kUnusable);
+    EXPECT_EQ(updateStatus(file_), kUnusable);
+}
+
+TEST_F(SimulatedDeviceTest, BackupKeepsTheFirmwareOutOfIt) {
+    device_.backup(file_, "fullbackup");
+    writeUpdateFile(updateFile_, "2.0");
+    device_.update(updateFile_);
+    device_.restore(file_);
+    EXPECT_EQ(device_.firmwareVersion(), "2.0");
+}
+
+TEST(FirmwareVersion, IsComparedNumberByNumber) {
+    for (const auto& [newer, older] :
+         {std::pair{"1.10", "1.9"}, std::pair{"2", "1.99.99.99"}, std::pair{"1.0.0.1", "1"},
+          std::pair{"10.0", "9.0"}, std::pair{"0.0.1", "0"}}) {
+        EXPECT_TRUE(isNewerVersion(newer, older)) << newer;
+        EXPECT_FALSE(isNewerVersion(older, newer)) << newer;
+    }
+    EXPECT_FALSE(isNewerVersion("1.2", "1.2.0.0"));
+    EXPECT_FALSE(isNewerVersion("1.2.0.0", "1.2"));
+    EXPECT_FALSE(isNewerVersion("01.2", "1.2"));
+}
+
+TEST(FirmwareVersion, MustBeOne) {
+    for (const char* text : {"", ".", "1.", ".1", "1..2", "1.2.3.4.5", "-1", "1.2a", " 1", "v1",
+                             "1\n", "1234567890"}) {
+        EXPECT_THROW(isNewerVersion(text, "1"), DeviceError) << text;
+        EXPECT_THROW(isNewerVersion("1", text), DeviceError) << text;
+        EXPECT_THROW(writeUpdateFile("/nonexistent/a.fwf", text), DeviceError) << text;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,115 @@
+// The stand-in settings library: reads the simulated device's settings.
+#include "platform/vesk_service_interface.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include "simulator/device_layout.h"
+#include "simulator/simulated_device.h"
+#include "tests/support/files.h"
+
+namespace {
+
+constexpr const char* kName = "DEVICE_INFO/transfername";
+
+// The sandbox has a /mnt of its own.
+class VeskServiceInterfaceTest : public testing::Test {
+protected:
+    void SetUp() override { std::filesystem::remove_all(kDefaultStateFolder); }
+    void TearDown() override { std::filesystem::remove_all(kDefaultStateFolder); }
+
+    static void writeSettings(const std::string& text) {
+        const std::string path =
+            std::string(kDefaultStateFolder) + "/" + kDataFolder + "/" + kSettingsFile;
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        test_support::writeFile(path, text);
+    }
+
+    VeskServiceInterface& service_ = *VeskServiceInterface::getSingleton();
+    std::string value_ = "untouched";
+};
+
+TEST_F(VeskServiceInterfaceTest, IsOneObject) {
+    EXPECT_EQ(VeskServiceInterface::getSingleton(), &service_);
+}
+
+TEST_F(VeskServiceInterfaceTest, ReadsTheSettingsOfTheSimulatedDevice) {
+    const SimulatedDevice device(kDefaultStateFolder);
+    ASSERT_EQ(service_.startTransaction(true, true), 0);
+    EXPECT_EQ(service_.getValue(kName, value_), 0);
+    EXPECT_EQ(value_, device.name());
+    service_.stopTransaction();
+}
+
+TEST_F(VeskServiceInterfaceTest, FailsWithoutSettings) {
+    EXPECT_NE(service_.startTransaction(true, true), 0);
+    EXPECT_NE(service_.getValue(kName, value_), 0);
+    EXPECT_EQ(value_, "untouched");
+}
+
+TEST_F(VeskServiceInterfaceTest, FailsForSettingsThatAreNone) {
+    writeSettings("no settings");
+    EXPECT_NE(service_.startTransaction(true, true), 0);
+}
+
+TEST_F(VeskServiceInterfaceTest, FailsForWhatIsNotSet) {
+    writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\nbad=\xFF\n");
+    ASSERT_EQ(service_.startTransaction(true, true), 0);
+    for (const char* key :
+         {"", "/", "DEVICE_INFO", "DEVICE_INFO/", "/transfername", "DEVICE_INFO/other",
+          "OTHER/transfername", "transfername", "DEVICE_INFO/transfername/", "DEVICE_INFO/bad"}) {
+        EXPECT_NE(service_.getValue(key, value_), 0) << key;
+        EXPECT_EQ(value_, "untouched");
+    }
+    EXPECT_EQ(service_.getValue(kName, value_), 0);
+    EXPECT_EQ(value_, "Kitchen");
+    service_.stopTransaction();
+}
+
+TEST_F(VeskServiceInterfaceTest, AnswersInsideATransactionOnly) {
+    writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
+    EXPECT_NE(service_.getValue(kName, value_), 0);
+    ASSERT_EQ(service_.startTransaction(true, true), 0);
+    EXPECT_EQ(service_.getValue(kName, value_), 0);
+    service_.stopTransaction();
+    EXPECT_NE(service_.getValue(kName, value_), 0);
+    service_.stopTransaction();
+}
+
+TEST_F(VeskServiceInterfaceTest, ATransactionSeesTheSettingsAsTheyWereWhenItBegan) {
+    writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
+    ASSERT_EQ(service_.startTransaction(true, true), 0);
+    writeSettings("[DEVICE_INFO]\ntransfername=Cellar\n");
+    EXPECT_EQ(service_.getValue(kName, value_), 0);
+    EXPECT_EQ(value_, "Kitchen");
+
+    ASSERT_EQ(service_.startTransaction(true, true), 0) << "one left open is replaced";
+    EXPECT_EQ(service_.getValue(kName, value_), 0);
+    EXPECT_EQ(value_, "Cellar");
+    service_.stopTransaction();
+}
+
+TEST_F(VeskServiceInterfaceTest, MayBeUsedOnSeveralThreads) {
+    writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([this] {
+            for (int round = 0; round < 50; ++round) {
+                std::string value;
+                EXPECT_EQ(service_.startTransaction(true, true), 0);
+                const int result = service_.getValue(kName, value);
+                EXPECT_TRUE(result != 0 || value == "Kitchen");
+                service_.stopTransaction();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+}  // namespace
