@@ -6,10 +6,10 @@
 // of a log object that has changed under the controller.
 #include <cxxabi.h>
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <map>
 #include <mutex>
 #include <new>
 #include <string>
@@ -227,7 +227,14 @@ const Table<14> kUpdateTable{
 
 // ---- the factories ----------------------------------------------------------------------------
 
-Controller* create(const std::string& kind, const Slot* table, std::atomic<int>& counter) {
+// Controllers are numbered from 1 in each record, also when one process fills several in turn.
+int nextNumber(const std::string& kind) {
+    static std::map<std::string, int> numbers;
+    const std::lock_guard lock(controllersMutex);
+    return ++numbers[kind + device_double::recordPath()];
+}
+
+Controller* create(const std::string& kind, const Slot* table) {
     const Orders orders(kind + ".create");
     if (orders.has("null")) {
         record("call", kind + "CreateController() = null");
@@ -237,7 +244,7 @@ Controller* create(const std::string& kind, const Slot* table, std::atomic<int>&
     auto* controller = new Controller;
     controller->table = table;
     controller->kind = kind;
-    controller->number = ++counter;
+    controller->number = nextNumber(kind);
     {
         const std::lock_guard lock(controllersMutex);
         controllers().push_back(controller);
@@ -278,15 +285,12 @@ void destroy(Controller* controller, const std::string& kind) {
     orders.waitOrExit();
 }
 
-std::atomic<int> backupControllers{0};
-std::atomic<int> updateControllers{0};
-
 }  // namespace
 
 extern "C" {
 
 void* BRCreateController() {
-    return create("BR", kBackupTable.slots.data(), backupControllers);
+    return create("BR", kBackupTable.slots.data());
 }
 
 void BRDestroyController(void* controller) {
@@ -298,7 +302,7 @@ void BRDestroyController(void* controller) {
 }
 
 void* FUCreateController() {
-    return create("FU", kUpdateTable.slots.data(), updateControllers);
+    return create("FU", kUpdateTable.slots.data());
 }
 
 void FUDestroyController(void* controller) {

@@ -112,12 +112,15 @@ void Orders::waitOrExit() const {
     }
 }
 
+std::string recordPath() {
+    return pathIn(kRecordVariable);
+}
+
 void record(const std::string& kind, const std::string& text) {
     const auto thread = static_cast<pid_t>(syscall(SYS_gettid));
     const std::string line = kind + " " + std::to_string(thread) +
                              (thread == getpid() ? " main " : " worker ") + escaped(text) + "\n";
-    const std::string path = pathIn(kRecordVariable);
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    const int fd = open(recordPath().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (fd < 0 || write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
         abort();  // a double that cannot record proves nothing
     }

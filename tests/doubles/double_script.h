@@ -46,6 +46,9 @@ private:
     std::vector<Order> orders_;
 };
 
+// Where the record is written; another place means that a new record has begun.
+std::string recordPath();
+
 // Adds one line to the record. Kinds: "call", "log" (what a log object answered), "violation".
 void record(const std::string& kind, const std::string& text);
 
