@@ -44,6 +44,18 @@ bool transferObjectAnswers() {
         .error.empty();
 }
 
+// The soft limit only, so that it can be lifted again without root's powers.
+testing::AssertionResult limitAddressSpace(pid_t pid, rlim_t limit) {
+    rlimit both{};
+    if (prlimit(pid, RLIMIT_AS, nullptr, &both) == 0) {
+        both.rlim_cur = std::min(limit, both.rlim_max);
+        if (prlimit(pid, RLIMIT_AS, &both, nullptr) == 0) {
+            return testing::AssertionSuccess();
+        }
+    }
+    return testing::AssertionFailure() << "cannot limit the address space of " << pid;
+}
+
 }  // namespace
 
 const std::vector<std::string> kWithoutPowers{"setpriv", "--bounding-set=-all", "--inh-caps=-all",
@@ -98,12 +110,15 @@ testing::AssertionResult ServiceProcess::forbidThreads() const {
     if (!size) {
         return testing::AssertionFailure() << "the service does not run";
     }
-    const rlim_t limit = std::stoull(*size) * kBytesPerKilobyte + kGrowthWithoutThreads;
-    const rlimit both{limit, limit};
-    if (prlimit(*pid, RLIMIT_AS, &both, nullptr) != 0) {
-        return testing::AssertionFailure() << "cannot limit the address space of " << *pid;
+    return limitAddressSpace(*pid, std::stoull(*size) * kBytesPerKilobyte + kGrowthWithoutThreads);
+}
+
+testing::AssertionResult ServiceProcess::allowThreads() const {
+    const std::optional<pid_t> pid = processId();
+    if (!pid) {
+        return testing::AssertionFailure() << "the service does not run";
     }
-    return testing::AssertionSuccess();
+    return limitAddressSpace(*pid, RLIM_INFINITY);
 }
 
 std::optional<ProcessEnd> ServiceProcess::stop() {

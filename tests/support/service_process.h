@@ -45,8 +45,10 @@ public:
     std::vector<std::string> openDescriptors() const;
     int threads() const;
 
-    // From now on the service cannot start threads: its address space may not grow by a stack.
+    // Until allowThreads() the service cannot start threads: its address space may not grow by a
+    // stack.
     testing::AssertionResult forbidThreads() const;
+    testing::AssertionResult allowThreads() const;
 
     // Takes the bus name away from the service, which ends it. Returns how the room ended, nothing
     // when it did not.

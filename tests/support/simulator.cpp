@@ -14,10 +14,11 @@ namespace {
 
 constexpr std::uint16_t kPort = 5001;
 
-std::vector<std::string> commandFor(const std::string& state) {
-    std::vector<std::string> arguments;
+std::vector<std::string> commandFor(const std::string& state,
+                                    const std::vector<std::string>& moreArguments) {
+    std::vector<std::string> arguments = moreArguments;
     if (!state.empty()) {
-        arguments = {"--state", state};
+        arguments.insert(arguments.end(), {"--state", state});
     }
     return runnable(buildPath("device-manager-simulator"), arguments);
 }
@@ -33,7 +34,8 @@ bool deviceManagerListens() {
     return connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
 
-Simulator::Simulator(const std::string& state) : process_(commandFor(state)) {}
+Simulator::Simulator(const std::string& state, const std::vector<std::string>& moreArguments)
+    : process_(commandFor(state, moreArguments)) {}
 
 testing::AssertionResult Simulator::waitUntilListens() {
     waitUntil([this] { return deviceManagerListens() || process_.hasEnded(); });

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tests/support/child_process.h"
 
@@ -14,7 +15,8 @@ namespace test_support {
 class Simulator {
 public:
     // `state` is the folder of the simulated device; "" takes the simulator's own default.
-    explicit Simulator(const std::string& state = "");
+    explicit Simulator(const std::string& state = "",
+                       const std::vector<std::string>& moreArguments = {});
 
     // Waits until the endpoint takes connections; says on failure what the simulator printed.
     testing::AssertionResult waitUntilListens();
