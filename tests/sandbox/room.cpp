@@ -230,5 +230,5 @@ int main(int argc, char** argv) {
         close(arguments.reportFd);
     }
     dropStandardStreams();
-    return waitFor(init);
+    _exit(waitFor(init));
 }

@@ -109,11 +109,13 @@ TEST(Room, keepsItsOwnMountsToItself) {
 }
 
 TEST(Room, hasAProcessTableOfItsOwn) {
-    RoomProcess room(sh("echo pid $$ sees $(ls -d /proc/1 /proc/$$ | wc -l); sleep infinity"));
-    ASSERT_TRUE(room.waitForOutput("pid 2 sees 2\n"));
-    const std::optional<pid_t> outside = room.outsideId(2);
+    RoomProcess room(sh("echo $$ sees $(ls -d /proc/1 /proc/$$ | wc -l); sleep infinity"));
+    const std::optional<pid_t> inside = room.commandInside();
+    ASSERT_TRUE(inside);
+    EXPECT_TRUE(room.waitForOutput(std::to_string(*inside) + " sees 2\n"));
+    const std::optional<pid_t> outside = room.outsideId(*inside);
     ASSERT_TRUE(outside);
-    EXPECT_EQ(innermostId(*outside), 2);
+    EXPECT_EQ(innermostId(*outside), inside);
 }
 
 TEST(Room, waitsForAWitnessThatEnteredIt) {
