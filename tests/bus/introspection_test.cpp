@@ -1,0 +1,138 @@
+// What the objects say about themselves to whoever introspects them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "tests/support/golden.h"
+#include "tests/support/service_process.h"
+#include "tests/support/system_bus.h"
+
+namespace test_support {
+namespace {
+
+using testing::ElementsAre;
+using testing::Pair;
+
+struct ReleaseNode {
+    void operator()(GDBusNodeInfo* node) const { g_dbus_node_info_unref(node); }
+};
+using NodePtr = std::unique_ptr<GDBusNodeInfo, ReleaseNode>;
+
+// A null-terminated array of GDBus's descriptions as a range; null counts as empty.
+template <typename Info>
+std::vector<Info*> all(Info** infos) {
+    std::vector<Info*> found;
+    for (; infos != nullptr && *infos != nullptr; ++infos) {
+        found.push_back(*infos);
+    }
+    return found;
+}
+
+template <typename Info>
+std::vector<std::string> namesOf(Info** infos) {
+    std::vector<std::string> names;
+    for (const Info* info : all(infos)) {
+        names.emplace_back(info->name);
+    }
+    return names;
+}
+
+class Introspection : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(service_.waitUntilAnswers()); }
+
+    std::string xml(const std::string& path) const {
+        const Reply reply = bus_.call(path, "org.freedesktop.DBus.Introspectable", "Introspect");
+        const char* text = "";
+        if (reply.value != nullptr) {
+            g_variant_get(reply.value.get(), "(&s)", &text);
+        }
+        return text;
+    }
+
+    // The element of one interface, byte for byte as served. The bus library's own interfaces
+    // beside it differ between its versions.
+    std::string interfaceXml(const std::string& path, const std::string& name) const {
+        const std::string text = xml(path);
+        const std::string end = "  </interface>\n";
+        const std::size_t from = text.find("  <interface name=\"" + name + "\">");
+        const std::size_t to = text.find(end, from);
+        return from == std::string::npos ? text : text.substr(from, to + end.size() - from);
+    }
+
+    NodePtr node(const std::string& path) const {
+        return NodePtr(g_dbus_node_info_new_for_xml(xml(path).c_str(), nullptr));
+    }
+
+    ServiceProcess service_;
+    SystemBus bus_;
+};
+
+TEST_F(Introspection, ofTheTransferInterfaceIsTheGoldenText) {
+    EXPECT_EQ(interfaceXml(kTransferPath, kTransferInterface), goldenText("sacIntf.xml"));
+}
+
+TEST_F(Introspection, ofTheControlInterfaceIsTheGoldenText) {
+    EXPECT_EQ(interfaceXml(kControlPath, kControlInterface), goldenText("ctrl.xml"));
+}
+
+TEST_F(Introspection, findsBothObjectsFromTheRootAndNothingBelowThem) {
+    const NodePtr root = node("/");
+    std::vector<std::string> children;
+    for (const GDBusNodeInfo* child : all(root->nodes)) {
+        children.emplace_back(child->path);
+    }
+    EXPECT_THAT(children, testing::UnorderedElementsAre("ctrl", "sacIntf"));
+    EXPECT_THAT(all(node(kTransferPath)->nodes), testing::IsEmpty());
+    EXPECT_THAT(all(node(kControlPath)->nodes), testing::IsEmpty());
+}
+
+TEST_F(Introspection, listsOneInterfaceAnObjectBesideTheStandardOnes) {
+    const auto standardAnd = [](const char* own) {
+        return ElementsAre("org.freedesktop.DBus.Properties", "org.freedesktop.DBus.Introspectable",
+                           "org.freedesktop.DBus.Peer", own);
+    };
+    EXPECT_THAT(namesOf(node(kTransferPath)->interfaces), standardAnd(kTransferInterface));
+    EXPECT_THAT(namesOf(node(kControlPath)->interfaces), standardAnd(kControlInterface));
+}
+
+// In the text, since the library's parser makes up names where there are none.
+TEST_F(Introspection, namesOfTheTransferInterfacesOutArgumentsOnlyTheCounts) {
+    const std::regex outArgument("<arg type=\"\\w+\"( name=\"\\w+\")? direction=\"out\"/>");
+    const std::string text = interfaceXml(kTransferPath, kTransferInterface);
+    std::map<std::string, int> names;
+    for (std::sregex_iterator found(text.begin(), text.end(), outArgument), end; found != end;
+         ++found) {
+        ++names[found->str(1)];
+    }
+    EXPECT_THAT(names, ElementsAre(Pair("", 15), Pair(" name=\"file_list_count\"", 3),
+                                   Pair(" name=\"usb_count\"", 1)));
+}
+
+TEST_F(Introspection, ofTheTransferInterfaceHasNoAnnotationsAndNoSignals) {
+    const std::string text = interfaceXml(kTransferPath, kTransferInterface);
+    EXPECT_THAT(text, testing::HasSubstr("<method name=\"GetUSBStickDetails\">"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("annotation")));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("signal")));
+}
+
+TEST_F(Introspection, listsTheOrganizationsNameBeforeItsDomainBothReadOnly) {
+    const NodePtr object = node(kTransferPath);
+    const GDBusInterfaceInfo* transfer =
+        g_dbus_node_info_lookup_interface(object.get(), kTransferInterface);
+    EXPECT_THAT(namesOf(transfer->properties),
+                ElementsAre("organizationName", "organizationDomain"));
+    for (const GDBusPropertyInfo* property : all(transfer->properties)) {
+        EXPECT_STREQ(property->signature, "s");
+        EXPECT_EQ(property->flags, G_DBUS_PROPERTY_INFO_FLAGS_READABLE);
+        EXPECT_THAT(all(property->annotations), testing::IsEmpty());
+    }
+}
+
+}  // namespace
+}  // namespace test_support
