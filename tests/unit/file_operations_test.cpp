@@ -1,0 +1,382 @@
+// Deleting files and creating directories on a stick.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include "tests/support/dropped_powers.h"
+#include "tests/support/printed_text.h"
+#include "tests/support/stick.h"
+#include "transfer/tf_mngr.h"
+
+namespace test_support {
+namespace {
+
+constexpr const char* kRoot = "/media/usb/USB_X60.1";
+
+class FileOperations : public testing::Test {
+protected:
+    // Fails the test unless the answer and all that is printed are as said.
+    void expectDelete(const std::string& path, bool expected, const std::string& printed) {
+        bool answer = !expected;
+        EXPECT_EQ(printedBy([&] { answer = manager_.DeleteFile("USB_X60.1", path); }), printed)
+            << path;
+        EXPECT_EQ(answer, expected) << path;
+    }
+    void expectFileDeleted(const std::string& path) {
+        expectDelete(path, true,
+                     "\n The File " + std::string(kRoot) + "/" + path + " removed Successfully \n");
+    }
+    void expectDirectoryDeleted(const std::string& path) {
+        expectDelete(
+            path, true,
+            "\n The Directory " + std::string(kRoot) + "/" + path + " removed Successfully \n");
+    }
+    void expectNotDeleted(const std::string& path) { expectDelete(path, false, ""); }
+
+    // Nothing is printed in any case.
+    void expectCreate(const std::string& path, bool expected) {
+        bool answer = !expected;
+        EXPECT_EQ(printedBy([&] { answer = manager_.CreateDirectory("USB_X60.1", path); }), "");
+        EXPECT_EQ(answer, expected) << path;
+    }
+
+    // A special file; skips the test where only the machine's root may make one of its type.
+    void makeNode(const std::string& path, mode_t type) {
+        if (mknod(stick_.path(path).c_str(), type | 0600U, 0) == 0) {
+            return;
+        }
+        ASSERT_EQ(errno, EPERM);
+        GTEST_SKIP() << "device nodes take the machine's root";
+    }
+
+    void link(const std::string& target, const std::string& path) const {
+        ASSERT_EQ(symlink(target.c_str(), stick_.path(path).c_str()), 0);
+    }
+
+    bool holds(const std::string& path) const { return exists(stick_.path(path)); }
+
+    Stick stick_{1};
+    TfMngr manager_;
+};
+
+// Its permission bits, all bits set when there is no such directory.
+mode_t directoryMode(const std::string& path) {
+    struct stat64 status {};
+    const bool is = stat64(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return is ? status.st_mode & 07777U : ~mode_t{0};
+}
+
+// ---- DeleteFile -------------------------------------------------------------------------------
+
+TEST_F(FileOperations, DeleteAFileAndSayItsWholePath) {
+    stick_.addFile("a/b.psb");
+    expectFileDeleted("a/b.psb");
+    EXPECT_FALSE(holds("a/b.psb"));
+    EXPECT_TRUE(holds("a"));
+}
+
+TEST_F(FileOperations, DeleteAnEmptyDirectory) {
+    stick_.addDirectory("a/b");
+    expectDirectoryDeleted("a/b");
+    stick_.addDirectory("a/c");
+    expectDirectoryDeleted("a/c/");
+    EXPECT_FALSE(holds("a/b"));
+    EXPECT_FALSE(holds("a/c"));
+}
+
+TEST_F(FileOperations, LeaveADirectoryThatHoldsSomething) {
+    stick_.addFile("a/b");
+    stick_.addFile("hidden/.x");
+    expectNotDeleted("a");
+    expectNotDeleted("hidden");
+    EXPECT_TRUE(holds("a/b"));
+    EXPECT_TRUE(holds("hidden/.x"));
+}
+
+TEST_F(FileOperations, DeleteNothingThatDoesNotExist) {
+    stick_.addFile("file");
+    expectNotDeleted("missing");
+    expectNotDeleted("missing/file");
+    expectNotDeleted("file/");
+    expectNotDeleted("file/below");
+    expectNotDeleted(std::string(256, 'x'));
+    expectNotDeleted(std::string(5000, '/') + "file");
+    EXPECT_TRUE(holds("file"));
+}
+
+TEST_F(FileOperations, DoNotDeleteTheStickItself) {
+    expectNotDeleted("");
+    stick_.addFile("file");
+    expectNotDeleted("");
+    expectNotDeleted("/");
+    EXPECT_TRUE(holds("file"));
+}
+
+TEST_F(FileOperations, DeleteTheStickFolderWhenItIsEmptyAndNothingIsMountedOnIt) {
+    stick_.pull();
+    expectDirectoryDeleted("");
+    EXPECT_FALSE(exists(kRoot));
+}
+
+TEST_F(FileOperations, TakePathsAsTheyCome) {
+    makeDirectories("/media/usb/beside");
+    writeFile("/media/usb/beside/file", "");
+    stick_.addFile("a/file");
+    stick_.addFile("b");
+    stick_.addFile("%n%s %1000d\n\xff\xfe");
+    expectFileDeleted("//a/.//../a/file");
+    expectFileDeleted("/b");
+    expectFileDeleted("%n%s %1000d\n\xff\xfe");
+    expectFileDeleted("../beside/file");
+    expectDirectoryDeleted("../beside");
+    expectNotDeleted("a/.");
+    EXPECT_FALSE(exists("/media/usb/beside"));
+}
+
+TEST_F(FileOperations, JudgeALinkByWhatItPointsToAndRemoveTheLink) {
+    stick_.addFile("file");
+    stick_.addDirectory("directory");
+    link("file", "to-file");
+    link("directory", "to-directory");
+    link("missing", "to-nothing");
+    link("to-itself", "to-itself");
+    expectFileDeleted("to-file");
+    EXPECT_FALSE(holds("to-file"));
+    EXPECT_TRUE(holds("file"));
+    for (const char* kept : {"to-directory", "to-nothing", "to-itself"}) {
+        expectNotDeleted(kept);
+        EXPECT_TRUE(holds(kept)) << kept;
+    }
+    EXPECT_TRUE(holds("directory"));
+}
+
+TEST_F(FileOperations, DeleteASocketAsAFile) {
+    makeNode("socket", S_IFSOCK);
+    expectFileDeleted("socket");
+    EXPECT_FALSE(holds("socket"));
+}
+
+TEST_F(FileOperations, LeaveAPipe) {
+    makeNode("pipe", S_IFIFO);
+    expectNotDeleted("pipe");
+    EXPECT_TRUE(holds("pipe"));
+}
+
+TEST_F(FileOperations, LeaveDevices) {
+    makeNode("block", S_IFBLK);
+    if (IsSkipped()) {
+        return;
+    }
+    makeNode("character", S_IFCHR);
+    expectNotDeleted("block");
+    expectNotDeleted("character");
+    EXPECT_TRUE(holds("block"));
+    EXPECT_TRUE(holds("character"));
+}
+
+TEST_F(FileOperations, DeleteNothingOnAReadOnlyStick) {
+    stick_.addFile("file");
+    stick_.addDirectory("directory");
+    stick_.makeReadOnly();
+    expectNotDeleted("file");
+    expectNotDeleted("directory");
+    EXPECT_TRUE(holds("file"));
+    EXPECT_TRUE(holds("directory"));
+}
+
+TEST_F(FileOperations, DeleteNothingWherePermissionIsMissing) {
+    stick_.addFile("locked/file");
+    chmod(stick_.path("locked").c_str(), 0500);
+    const DroppedPowers withoutPowers;
+    expectNotDeleted("locked/file");
+    EXPECT_TRUE(holds("locked/file"));
+}
+
+TEST_F(FileOperations, DeleteNothingOnAMissingStick) {
+    stick_.addFile("file");
+    for (const std::string mount : {"USB_X60.2", "USB_X60.1/missing", "usb_x60.1"}) {
+        EXPECT_EQ(printedBy([&] { EXPECT_FALSE(manager_.DeleteFile(mount, "../USB_X60.1/file")); }),
+                  "")
+            << mount;
+    }
+    EXPECT_TRUE(holds("file"));
+}
+
+// ---- CreateDirectory --------------------------------------------------------------------------
+
+TEST_F(FileOperations, CreateADirectoryWithItsParentsForTheOwnerOnly) {
+    const mode_t before = umask(022);
+    expectCreate("a/b/c/", true);
+    umask(before);
+    for (const char* made : {"a", "a/b", "a/b/c"}) {
+        EXPECT_EQ(directoryMode(stick_.path(made)), mode_t{0700}) << made;
+    }
+}
+
+TEST_F(FileOperations, CreateDirectoriesSubjectToTheUmask) {
+    const mode_t before = umask(0277);
+    expectCreate("a", true);
+    umask(before);
+    EXPECT_EQ(directoryMode(stick_.path("a")), mode_t{0500});
+}
+
+TEST_F(FileOperations, CreateNothingWhereSomethingExists) {
+    stick_.addFile("file");
+    stick_.addDirectory("directory");
+    makeNode("pipe", S_IFIFO);
+    link("directory", "to-directory");
+    for (const char* path :
+         {"", "/", ".", "..", "file", "directory", "directory/", "pipe", "to-directory"}) {
+        expectCreate(path, false);
+    }
+    EXPECT_EQ(readFile(stick_.path("file")), "content");
+}
+
+TEST_F(FileOperations, CreateBelowDirectoriesThatExist) {
+    stick_.addDirectory("a");
+    chmod(stick_.path("a").c_str(), 0755);
+    expectCreate("a/b", true);
+    EXPECT_EQ(directoryMode(stick_.path("a")), mode_t{0755});
+    EXPECT_EQ(directoryMode(stick_.path("a/b")), mode_t{0700});
+}
+
+TEST_F(FileOperations, CreateBelowWhateverThePathNames) {
+    expectCreate("//a//./b//", true);
+    EXPECT_EQ(directoryMode(stick_.path("a/b")), mode_t{0700});
+    expectCreate("missing/../c", true);
+    EXPECT_EQ(directoryMode(stick_.path("missing")), mode_t{0700});
+    EXPECT_EQ(directoryMode(stick_.path("c")), mode_t{0700});
+    expectCreate("../beside", true);
+    EXPECT_EQ(directoryMode("/media/usb/beside"), mode_t{0700});
+    rmdir("/media/usb/beside");
+    expectCreate("%n%s\n\xff", true);
+    EXPECT_TRUE(holds("%n%s\n\xff"));
+}
+
+TEST_F(FileOperations, SayThatACreationWasTriedAlsoWhenItFailed) {
+    stick_.addFile("file");
+    link("missing", "to-nothing");
+    expectCreate("file/below", true);
+    expectCreate("to-nothing", true);
+    expectCreate("x/../file/y/z", true);
+    EXPECT_EQ(readFile(stick_.path("file")), "content");
+    EXPECT_FALSE(holds("missing"));
+    stick_.makeReadOnly();
+    expectCreate("a/b", true);
+    EXPECT_FALSE(holds("a"));
+}
+
+TEST_F(FileOperations, SayThatACreationWasTriedWherePermissionIsMissing) {
+    stick_.addDirectory("locked");
+    chmod(stick_.path("locked").c_str(), 0500);
+    const DroppedPowers withoutPowers;
+    expectCreate("locked/a", true);
+    EXPECT_FALSE(holds("locked/a"));
+}
+
+TEST_F(FileOperations, CreateNothingOnAMissingStick) {
+    EXPECT_EQ(printedBy([&] { EXPECT_FALSE(manager_.CreateDirectory("USB_X60.2", "a")); }), "");
+    EXPECT_FALSE(exists("/media/usb/USB_X60.2"));
+}
+
+// A path of `length` bytes in all on the stick: two components, the second of equal letters.
+std::string pathOfLength(std::size_t length) {
+    const std::string first = std::string(100, 'a') + "/";
+    return first + std::string(length - std::string(kRoot).size() - 1 - first.size(), 'b');
+}
+
+TEST_F(FileOperations, CreateOnlyWhatFitsIntoTwoHundredFiftyFiveBytes) {
+    const std::string longest = pathOfLength(255);
+    expectCreate(longest, true);
+    EXPECT_EQ(directoryMode(stick_.path(longest)), mode_t{0700});
+    expectCreate(longest, false);
+    for (const std::size_t length : {256U, 257U, 300U}) {
+        rmdir(stick_.path(longest).c_str());
+        expectCreate(pathOfLength(length), true);
+        EXPECT_TRUE(holds(longest));
+        EXPECT_FALSE(holds(pathOfLength(length)));
+        expectCreate(pathOfLength(length), true);  // it still does not exist
+    }
+}
+
+TEST_F(FileOperations, CreateNoMoreThanTheParentsThatTheCutLeaves) {
+    const std::string first = pathOfLength(254);
+    expectCreate(first + "/c/d", true);  // the 255th byte is the separator, which is dropped
+    EXPECT_EQ(directoryMode(stick_.path(first)), mode_t{0700});
+    EXPECT_FALSE(holds(first + "/c"));
+}
+
+TEST_F(FileOperations, LoseTheStickAtAnyTimeWithoutHarm) {
+    stick_.addFile("a/b");
+    stick_.pull();
+    expectNotDeleted("a/b");
+    expectCreate("c", true);  // the folder below the mount is still there
+    EXPECT_EQ(directoryMode(stick_.path("c")), mode_t{0700});
+    rmdir(stick_.path("c").c_str());
+    rmdir(kRoot);
+    expectNotDeleted("a/b");
+    expectCreate("c", false);
+    EXPECT_FALSE(exists(kRoot));
+}
+
+// ---- makeDirectoryPath ------------------------------------------------------------------------
+
+// Works in a folder of its own.
+class MakeDirectoryPath : public testing::Test {
+protected:
+    void SetUp() override { std::filesystem::current_path(folder_.path()); }
+    void TearDown() override { std::filesystem::current_path(before_); }
+
+    std::filesystem::path before_ = std::filesystem::current_path();
+    TemporaryDirectory folder_;
+};
+
+TEST_F(MakeDirectoryPath, AnswersTheLastCreation) {
+    EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/b/c").c_str()), 0);
+    EXPECT_EQ(directoryMode(folder_.path("a/b/c")), mode_t{0700});
+    EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/b/c").c_str()), -1);
+    EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/b/c/").c_str()), -1);
+    EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/b/d/").c_str()), 0);
+    writeFile(folder_.path("file"), "");
+    EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("file/e").c_str()), -1);
+}
+
+TEST_F(MakeDirectoryPath, DropsOneSeparatorFromTheEnd) {
+    EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/").c_str()), 0);
+    // The walk has made "b" when it comes to "b/".
+    EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("b//").c_str()), -1);
+    EXPECT_EQ(directoryMode(folder_.path("b")), mode_t{0700});
+}
+
+TEST_F(MakeDirectoryPath, CreatesNothingForAPathWithoutAName) {
+    EXPECT_EQ(TfMngr::makeDirectoryPath(""), -1);
+    EXPECT_EQ(TfMngr::makeDirectoryPath("/"), -1);
+    EXPECT_EQ(TfMngr::makeDirectoryPath("//"), -1);
+}
+
+TEST_F(MakeDirectoryPath, BeginsARelativePathInTheWorkingDirectory) {
+    EXPECT_EQ(TfMngr::makeDirectoryPath("x"), 0);
+    EXPECT_EQ(TfMngr::makeDirectoryPath("y/z"), 0);
+    EXPECT_EQ(TfMngr::makeDirectoryPath("./w"), 0);
+    for (const char* made : {"x", "y/z", "w"}) {
+        EXPECT_EQ(directoryMode(folder_.path(made)), mode_t{0700}) << made;
+    }
+}
+
+TEST_F(MakeDirectoryPath, KeepsTwoHundredFiftyFiveBytes) {
+    const std::string parent = folder_.path(std::string(100, 'a')) + "/";
+    const std::string kept = parent + std::string(255 - parent.size(), 'b');
+    EXPECT_EQ(TfMngr::makeDirectoryPath((kept + "bbb").c_str()), 0);
+    EXPECT_EQ(directoryMode(kept), mode_t{0700});
+    EXPECT_EQ(TfMngr::makeDirectoryPath(kept.c_str()), -1);
+    EXPECT_EQ(TfMngr::makeDirectoryPath(std::string(100000, 'x').c_str()), 0);
+    EXPECT_EQ(directoryMode(folder_.path(std::string(255, 'x'))), mode_t{0700});
+}
+
+}  // namespace
+}  // namespace test_support
