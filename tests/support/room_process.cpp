@@ -108,6 +108,16 @@ std::optional<ProcessEnd> RoomProcess::waitForCommandEnd() {
     return command ? waitForEndOf(*command) : std::nullopt;
 }
 
+std::vector<ProcessEnd> RoomProcess::waitForAllEnds() {
+    EXPECT_TRUE(waitForEmpty().has_value()) << "the room does not end";
+    EXPECT_TRUE(waitForOutputEnd()) << "the room's streams do not end";
+    std::vector<ProcessEnd> result;
+    for (const RoomEnd& one : ends()) {
+        result.push_back(one.end);
+    }
+    return result;
+}
+
 std::unique_ptr<ChildProcess> RoomProcess::enter(const std::vector<std::string>& command) {
     const std::optional<pid_t> target = commandInside() ? init() : std::nullopt;
     if (!target) {

@@ -45,6 +45,10 @@ public:
     // Waits until the room is empty. Returns what the command's status came to, as a shell has it.
     std::optional<ProcessEnd> waitForEmpty() { return outer_.waitForEnd(); }
 
+    // Waits until the room is empty and returns every end in it, in order. Fails the test when the
+    // room does not end.
+    std::vector<ProcessEnd> waitForAllEnds();
+
     // Another process in the same room; it counts as one of the room's, but its end is waited for
     // here and not reported by the room.
     std::unique_ptr<ChildProcess> enter(const std::vector<std::string>& command);

@@ -57,6 +57,7 @@ LogMessage parse(const std::string& datagram) {
     const std::size_t tag = std::min(headEnd + 1 + kTimeLength, datagram.size());
     const std::size_t tagEnd = datagram.find(": ", tag);
     message.text = datagram.substr(tagEnd == std::string::npos ? tag : tagEnd + 2);
+    message.program = datagram.substr(tag, datagram.find_first_of("[:", tag) - tag);
     return message;
 }
 

@@ -1,0 +1,78 @@
+// Part of a test that runs in a child process.
+#include "tests/support/forked_process.h"
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+
+#include "tests/support/waiting.h"
+
+namespace test_support {
+namespace {
+
+constexpr int kCannotRun = 127;
+
+// By reopening, because the buffering of the parent's output is not that of a file.
+void sendTo(const std::string& path, std::FILE* stream) {
+    if (std::freopen(path.c_str(), "a", stream) == nullptr) {
+        _exit(kCannotRun);
+    }
+}
+
+}  // namespace
+
+ForkedProcess::ForkedProcess(const std::function<void()>& body) {
+    const pid_t parent = getpid();
+    std::fflush(nullptr);
+    pid_ = fork();
+    if (pid_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
+    if (pid_ > 0) {
+        return;
+    }
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) {
+        _exit(kCannotRun);
+    }
+    sendTo(folder_.path("output"), stdout);
+    sendTo(folder_.path("error"), stderr);
+    std::setvbuf(stderr, nullptr, _IONBF, 0);
+    body();
+    std::fflush(nullptr);
+    _exit(EXIT_SUCCESS);
+}
+
+ForkedProcess::~ForkedProcess() {
+    if (!hasEnded()) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+}
+
+bool ForkedProcess::hasEnded() {
+    int status = 0;
+    if (!end_ && waitpid(pid_, &status, WNOHANG) == pid_) {
+        end_ = WIFSIGNALED(status) ? killedBy(WTERMSIG(status)) : exited(WEXITSTATUS(status));
+    }
+    return end_.has_value();
+}
+
+std::optional<ProcessEnd> ForkedProcess::waitForEnd() {
+    waitUntil([this] { return hasEnded(); });
+    return end_;
+}
+
+CommandResult runForked(const std::function<void()>& body) {
+    ForkedProcess process(body);
+    const std::optional<ProcessEnd> end = process.waitForEnd();
+    return {end, process.standardOutput(), process.standardError()};
+}
+
+}  // namespace test_support

@@ -1,0 +1,25 @@
+// The service's messages, as it sends them to the system log and as it prints them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tests/support/syslog_socket.h"
+
+namespace test_support {
+
+LogMessage errorMessage(const std::string& text);
+LogMessage infoMessage(const std::string& text);
+LogMessage debugMessage(const std::string& text);
+
+// What every start prints and logs, up to the main loop.
+std::vector<LogMessage> startUpMessages();
+
+// The messages on standard output: each with its tag and a line end.
+std::string asPrinted(const std::vector<LogMessage>& messages);
+
+// One list after the other.
+std::vector<LogMessage> joined(std::vector<LogMessage> first,
+                               const std::vector<LogMessage>& second);
+
+}  // namespace test_support
