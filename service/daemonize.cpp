@@ -20,6 +20,7 @@ namespace {
 
 constexpr key_t kStartSemaphoreKey = 123452;
 constexpr struct timespec kLookAtDaemonEvery { 0, 100'000'000 };
+constexpr int kStatusUnknown = W_EXITCODE(1, 0);  // of a daemon that somebody else has reaped
 
 void removeSet(int id) {
     semctl(id, 1, IPC_RMID, 0);
@@ -57,8 +58,10 @@ void awaitDaemon(int id, pid_t daemon) {
     struct sembuf take = kTake0;
     while (semtimedop(id, &take, 1, &kLookAtDaemonEvery) == -1) {
         const bool sliceOver = errno == EAGAIN || errno == EINTR;
-        int waitStatus = 0;
-        if (waitpid(daemon, &waitStatus, WNOHANG) == daemon) {
+        int waitStatus = kStatusUnknown;
+        // No child is left either when the launcher was started with SIGCHLD ignored.
+        const pid_t ended = waitpid(daemon, &waitStatus, WNOHANG);
+        if (ended == daemon || (ended == -1 && errno == ECHILD)) {
             exitForEndedDaemon(id, waitStatus);
         }
         if (!sliceOver) {
