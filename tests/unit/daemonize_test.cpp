@@ -1,0 +1,239 @@
+// Daemonizing and its handshake, step by step: the set, the launcher, the daemon's side.
+#include "service/daemonize.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <ostream>
+#include <string>
+
+#include "tests/support/denied_call.h"
+#include "tests/support/forked_process.h"
+#include "tests/support/start_semaphores.h"
+#include "tests/support/waiting.h"
+
+namespace test_support {
+namespace {
+
+constexpr const char* kFirstLine = "[NFO] DBus service will be started as daemon\n";
+constexpr const char* kLastLine = "[NFO] Exiting parent process\n";
+constexpr const char* kEndedEarly = "The service ended before it was ready.\n";
+
+std::string createdLine(const std::string& id) {
+    return "Semaphor created ID: " + id + "\n";
+}
+
+// daemonize() in a process that becomes the launcher, with `daemon` as the life of the daemon.
+CommandResult launch(const std::function<void()>& daemon) {
+    return runForked([&] {
+        daemonize();
+        daemon();
+        _exit(EXIT_SUCCESS);
+    });
+}
+
+class StartSet : public testing::Test {
+protected:
+    StartSemaphores set_;
+};
+
+TEST_F(StartSet, isMadeOfTwoForEveryoneAndItsIdIsPrinted) {
+    const CommandResult result = runForked([] {
+        umask(077);
+        createSemaphore(2);
+        std::printf("umask %o\n", umask(0));
+    });
+    EXPECT_EQ(result.end, exited(0));
+    ASSERT_TRUE(set_.exist());
+    EXPECT_EQ(result.output, createdLine(std::to_string(set_.id())) + "umask 0\n");
+    EXPECT_EQ(set_.count(), 2U);
+    EXPECT_EQ(set_.permissions(), 0666U);
+}
+
+TEST_F(StartSet, thatExistsIsTakenAsItIsWithoutAWord) {
+    const int made = set_.make({5, 6, 7});
+    const CommandResult result = runForked([&] { std::exit(createSemaphore(2) == made ? 0 : 1); });
+    EXPECT_EQ(result.end, exited(0));
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(set_.count(), 3U);
+    EXPECT_EQ(set_.value(0), 5);
+}
+
+TEST_F(StartSet, thatCannotBeMadeEndsTheProcess) {
+    const std::string reason = whyCallsCannotBeDenied();
+    if (!reason.empty()) {
+        GTEST_SKIP() << reason;
+    }
+    const CommandResult result = runForked([] {
+        denyCall({SYS_semget, DeniedCall::Argument{1, 2}, ENOSPC});
+        createSemaphore(2);
+    });
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_EQ(result.error, "Error while creating semaphore.: No space left on device\n");
+}
+
+TEST_F(StartSet, isGivenBackWhatAProcessDidWhenItEnds) {
+    const int id = set_.make({1, 1});
+    const CommandResult result = runForked([&] {
+        semaphoreOp(id, kTake0);
+        semaphoreOp(id, kGive1);
+        std::printf("%d %d\n", semctl(id, 0, GETVAL), semctl(id, 1, GETVAL));
+    });
+    EXPECT_EQ(result.output, "0 2\n");
+    EXPECT_EQ(set_.value(0), 1);
+    EXPECT_EQ(set_.value(1), 1);
+}
+
+TEST_F(StartSet, thatIsGoneEndsTheProcessWithAMessageWithoutALineEnd) {
+    const int id = set_.make({0, 0});
+    set_.remove();
+    const CommandResult result = runForked([&] { semaphoreOp(id, kGive0); });
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_EQ(result.error, "Error during semaphore operation!");
+    EXPECT_EQ(result.output, "");
+}
+
+TEST_F(StartSet, carriesTheWholeHandshakeOfALauncherAndItsDaemon) {
+    const CommandResult result = launch([this] {
+        const int id = set_.id();
+        signalStarter(id);
+        endHandshake(id);
+    });
+    EXPECT_EQ(result.end, exited(0));
+    EXPECT_EQ(result.error, "");
+    EXPECT_TRUE(eventually([this] { return !set_.exist(); }, "the set is removed"));
+}
+
+TEST_F(StartSet, isReleasedByADaemonThatCannotRunInFourSteps) {
+    const int id = set_.make({0, 0});
+    ForkedProcess daemon([&] { releaseStarterAndExit(id); });
+    ASSERT_TRUE(
+        eventually([this] { return set_.waiting(1) == 1; }, "the acknowledgement is awaited"));
+    EXPECT_EQ(set_.value(0), 1);
+    EXPECT_FALSE(daemon.hasEnded());
+    set_.give(1);
+    EXPECT_EQ(daemon.waitForEnd(), exited(2));
+    EXPECT_FALSE(set_.exist());
+}
+
+struct EarlyEnd {
+    const char* name;
+    void (*daemon)();
+    int launcherStatus;
+};
+
+void PrintTo(const EarlyEnd& end, std::ostream* out) {
+    *out << end.name;
+}
+
+class Launcher : public testing::TestWithParam<EarlyEnd> {
+protected:
+    StartSemaphores set_;
+};
+
+TEST_P(Launcher, noticesADaemonThatEndsBeforeTheHandshake) {
+    const CommandResult result = launch(GetParam().daemon);
+    EXPECT_EQ(result.end, exited(GetParam().launcherStatus));
+    EXPECT_EQ(result.output.find(kFirstLine), 0U) << result.output;
+    if (GetParam().launcherStatus == 0) {
+        EXPECT_EQ(result.error, "");
+        EXPECT_NE(result.output.find(kLastLine), std::string::npos);
+    } else {
+        EXPECT_EQ(result.error, kEndedEarly);
+        EXPECT_EQ(result.output.find(kLastLine), std::string::npos);
+        EXPECT_FALSE(set_.exist());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Whose, Launcher,
+    // A status of 0 is that of a daemon which was itself a launcher and has done its work.
+    testing::Values(EarlyEnd{"daemonWasALauncherThatSucceeded", [] { _exit(0); }, 0},
+                    EarlyEnd{"daemonFails", [] { _exit(2); }, 1},
+                    EarlyEnd{"daemonIsKilled", [] { raise(SIGKILL); }, 1},
+                    EarlyEnd{"daemonCrashes",
+                             [] {
+                                 signal(SIGABRT, SIG_DFL);
+                                 abort();
+                             },
+                             1}),
+    [](const auto& end) { return std::string(end.param.name); });
+
+TEST_F(StartSet, isNotAwaitedForEverByALauncherThatIsNotToldOfItsChildren) {
+    const CommandResult result = runForked([] {
+        signal(SIGCHLD, SIG_IGN);
+        daemonize();
+        _exit(2);
+    });
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_EQ(result.error, kEndedEarly);
+    EXPECT_FALSE(set_.exist());
+}
+
+TEST_F(StartSet, ofOneSemaphoreOnlyIsReportedAndRemoved) {
+    set_.make({0});
+    const CommandResult result = launch([] {});
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_EQ(result.output, kFirstLine);
+    EXPECT_EQ(result.error, "semctl didn't work.\n: Invalid argument\n");
+    EXPECT_FALSE(set_.exist());
+}
+
+TEST_F(StartSet, isRemovedWhenThereCanBeNoDaemon) {
+    const std::string reason = whyCallsCannotBeDenied();
+    if (!reason.empty()) {
+        GTEST_SKIP() << reason;
+    }
+    const CommandResult result = runForked([] {
+        denyCall({SYS_clone, {}, EAGAIN});
+        daemonize();
+    });
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_EQ(result.error,
+              "Error creating the child process\n: Resource temporarily unavailable\n");
+    EXPECT_EQ(result.output.find(kLastLine), std::string::npos);
+    EXPECT_FALSE(set_.exist());
+}
+
+struct DetachStep {
+    const char* name;
+    long call;
+};
+
+void PrintTo(const DetachStep& step, std::ostream* out) {
+    *out << step.name;
+}
+
+class Detaching : public testing::TestWithParam<DetachStep> {
+protected:
+    StartSemaphores set_;
+};
+
+TEST_P(Detaching, thatFailsEndsDaemonAndLauncher) {
+    const std::string reason = whyCallsCannotBeDenied();
+    if (!reason.empty()) {
+        GTEST_SKIP() << reason;
+    }
+    const CommandResult result = runForked([] {
+        denyCall({GetParam().call, {}, EPERM});
+        daemonize();
+        _exit(0);  // the launcher would take this for a success
+    });
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_EQ(result.error, kEndedEarly);
+    EXPECT_FALSE(set_.exist());
+}
+
+INSTANTIATE_TEST_SUITE_P(AtStep, Detaching,
+                         testing::Values(DetachStep{"setsid", SYS_setsid},
+                                         DetachStep{"chdir", SYS_chdir}),
+                         [](const auto& step) { return std::string(step.param.name); });
+
+}  // namespace
+}  // namespace test_support

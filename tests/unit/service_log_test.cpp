@@ -1,0 +1,84 @@
+// The logging helper: what goes to syslog and what to standard output, to the byte.
+#include "service/service_log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "tests/support/forked_process.h"
+#include "tests/support/service_messages.h"
+#include "tests/support/syslog_socket.h"
+
+namespace test_support {
+namespace {
+
+using testing::ElementsAre;
+
+TEST(ServiceLog, printsTheTagTheMessageAndALineEndForEachLevel) {
+    SyslogSocket log;
+    const CommandResult result = runForked([] {
+        serviceLog(LOG_ERR, log_tag::kError, "one %s", "error");
+        serviceLog(LOG_INFO, log_tag::kInfo, "number %d", -7);
+        serviceLog(LOG_DEBUG, log_tag::kDebug, "no arguments");
+    });
+    EXPECT_EQ(result.output, "[ERR] one error\n[NFO] number -7\n[DEB] no arguments\n");
+    EXPECT_EQ(result.error, "");
+    ASSERT_TRUE(log.waitFor("no arguments"));
+    EXPECT_THAT(log.messages(), ElementsAre(errorMessage("one error"), infoMessage("number -7"),
+                                            debugMessage("no arguments")));
+}
+
+TEST(ServiceLog, usesTheDefaultFacilityAndTheProgramsName) {
+    SyslogSocket log;
+    runForked([] { serviceLog(LOG_INFO, log_tag::kInfo, "who am I"); });
+    ASSERT_TRUE(log.waitFor("who am I"));
+    EXPECT_EQ(log.messages().front().facility, LOG_USER);
+    EXPECT_EQ(log.messages().front().program, program_invocation_short_name);
+}
+
+TEST(ServiceLog, leavesAnEmptyLineAfterAMessageThatEndsItsLine) {
+    SyslogSocket log;
+    const CommandResult result =
+        runForked([] { serviceLog(LOG_INFO, log_tag::kInfo, "line end\n"); });
+    EXPECT_EQ(result.output, "[NFO] line end\n\n");
+    ASSERT_TRUE(log.waitFor("line end"));
+    EXPECT_THAT(log.messages(), ElementsAre(infoMessage("line end\n")));
+}
+
+TEST(ServiceLog, formatsTheSameArgumentsForBothPlaces) {
+    SyslogSocket log;
+    const std::string longText(2000, 'x');
+    const CommandResult result = runForked([&] {
+        serviceLog(LOG_INFO, log_tag::kInfo, "%s|%d|%c|%.1f|%lu", longText.c_str(), 1, 'c', 2.5,
+                   3UL);
+    });
+    const std::string formatted = longText + "|1|c|2.5|3";
+    EXPECT_EQ(result.output, "[NFO] " + formatted + "\n");
+    ASSERT_TRUE(log.waitFor("|2.5|3"));
+    EXPECT_THAT(log.messages(), ElementsAre(infoMessage(formatted)));
+}
+
+TEST(ServiceLog, doesNotFlushStandardOutput) {
+    const CommandResult result = runForked([] {
+        serviceLog(LOG_INFO, log_tag::kInfo, "still in the buffer");
+        _exit(0);
+    });
+    EXPECT_EQ(result.end, exited(0));
+    EXPECT_EQ(result.output, "");
+}
+
+TEST(ServiceLog, reachesSyslogBeforeStandardOutput) {
+    SyslogSocket log;
+    // A closed standard output takes nothing, and the message has been sent by then.
+    const CommandResult result = runForked([] {
+        std::fclose(stdout);
+        serviceLog(LOG_ERR, log_tag::kError, "heard anyway");
+    });
+    EXPECT_TRUE(log.waitFor("heard anyway"));
+}
+
+}  // namespace
+}  // namespace test_support
