@@ -18,7 +18,7 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-// Kept: a single-bit test, so a block device counts as a directory.
+// Kept: a single-bit test, so a block device and a socket count as directories.
 bool isDirectory(const struct stat64& status) {
     return (status.st_mode & S_IFDIR) != 0;
 }
