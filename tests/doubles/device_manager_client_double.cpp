@@ -229,9 +229,10 @@ const Table<14> kUpdateTable{
 
 // Controllers are numbered from 1 in each record, also when one process fills several in turn.
 int nextNumber(const std::string& kind) {
-    static std::map<std::string, int> numbers;
+    // Never freed: a worker of the service may still come here while the process ends.
+    static auto* const numbers = new std::map<std::string, int>;
     const std::lock_guard lock(controllersMutex);
-    return ++numbers[kind + device_double::recordPath()];
+    return ++(*numbers)[kind + device_double::recordPath()];
 }
 
 Controller* create(const std::string& kind, const Slot* table) {

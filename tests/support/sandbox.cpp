@@ -42,7 +42,8 @@ void setSanitizerDefaults() {
     }
     setenv("ASAN_OPTIONS", "detect_leaks=1:abort_on_error=0", 0);
     setenv("UBSAN_OPTIONS", "print_stacktrace=1:halt_on_error=1", 0);
-    const std::string races = "halt_on_error=0:suppressions=" + sourcePath("tests/tsan.supp");
+    const std::string races =
+        "halt_on_error=0:atexit_sleep_ms=0:suppressions=" + sourcePath("tests/tsan.supp");
     setenv("TSAN_OPTIONS", races.c_str(), 0);
     setenv("G_SLICE", "always-malloc", 0);
 }
