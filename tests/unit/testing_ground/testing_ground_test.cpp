@@ -99,7 +99,8 @@ TEST(Bus, answersAndNamesErrors) {
               "org.freedesktop.DBus.Error.UnknownMethod");
     EXPECT_EQ(bus.transfer("GetUSBStickDetails").error,
               "org.freedesktop.DBus.Error.NameHasNoOwner");
-    EXPECT_EQ(asText(g_variant_ref_sink(g_variant_new("(us)", 1U, "a"))), "(uint32 1, 'a')");
+    const VariantPtr pair(g_variant_ref_sink(g_variant_new("(us)", 1U, "a")));
+    EXPECT_EQ(asText(pair.get()), "(uint32 1, 'a')");
 }
 
 TEST(Bus, letsANameBeOwnedOnceAndReplacedWhereAllowed) {
@@ -178,6 +179,12 @@ TEST(Child, saysWhatCameInsteadOfTheOutput) {
     const testing::AssertionResult result = process.waitForOutput("wanted");
     EXPECT_FALSE(result);
     EXPECT_THAT(result.message(), HasSubstr("other"));
+}
+
+TEST(Files, thatCannotBeReadAreEmpty) {
+    EXPECT_EQ(readFile("/tmp"), "");
+    EXPECT_EQ(readFile("/no/such/file"), "");
+    EXPECT_EQ(readLines("/proc/self/mem"), std::vector<std::string>());
 }
 
 TEST(ProcessTable, countsDescriptorsAndThreads) {
