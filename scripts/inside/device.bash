@@ -53,20 +53,21 @@ whyNoDisk() {
     fi
 }
 
-# plugDiskStick NUMBER DEVICE SIZE: a stick with ext4 on a block device of that name, a loop device.
-# The loop device is taken by a first mount, which gives it back by itself whatever ends this script.
+# plugDiskStick NUMBER DEVICE SIZE: a stick with ext4 on a block device of that name, a loop device. When that
+# fails it says why, and no stick is plugged. The loop device is taken by a first mount, which gives it back
+# by itself whatever ends this script.
 plugDiskStick() {
-    local image=/mnt/stick-$1.image first=/mnt/stick-$1 loop
-    truncate -s "$3" "$image"
-    mkfs.ext4 -q -F "$image"
+    local image=/mnt/stick-$1.image first=/mnt/stick-$1 loop plugged=no
     mkdir -p "$first" "$(stickPath "$1")"
-    loop=$(losetup -f)
-    [[ -b $loop ]] || mknod "$loop" b 7 "${loop#/dev/loop}"
-    mount -o loop "$image" "$first"
+    truncate -s "$3" "$image"
+    mkfs.ext4 -q -F "$image" || return
+    loop=$(losetup -f) || return
+    [[ -b $loop ]] || mknod "$loop" b 7 "${loop#/dev/loop}" || return
+    mount -o loop "$image" "$first" || return
     read -r loop < <(findmnt -n -o MAJ:MIN "$first")
-    mknod "$2" b "${loop%:*}" "${loop#*:}"
-    mount "$2" "$(stickPath "$1")"
+    mknod "$2" b "${loop%:*}" "${loop#*:}" && mount "$2" "$(stickPath "$1")" && plugged=yes
     umount "$first"
+    [[ $plugged == yes ]]
 }
 
 # ---- device manager, applet control, service ---------------------------------------------------------
@@ -76,6 +77,12 @@ logSays() {
     grep -qF -- "$2" "$kLogs/$1" 2>/dev/null || ! kill -0 "$3" 2>/dev/null
 }
 
+lastLine() {
+    local line
+    line=$(tail -n 1 "$kLogs/$1")
+    printf '%s' "${line:-it says nothing}"
+}
+
 # Starts a helper in the background that writes to LOG, and waits until it says READY there.
 startHelper() {
     local log=$1 ready=$2 pid
@@ -83,7 +90,7 @@ startHelper() {
     "$@" <&0 >>"$kLogs/$log" 2>&1 &
     pid=$!
     if ! waitUntil 10 logSays "$log" "$ready" "$pid" || ! kill -0 "$pid" 2>/dev/null; then
-        explain "the ${log/-/ } does not come up: $(tail -n 1 "$kLogs/$log")"
+        explain "the ${log/-/ } does not come up: $(lastLine "$log")"
     fi
 }
 
@@ -107,7 +114,7 @@ startService() {
     "$build/tests/room" -- stdbuf -oL "$build/com-morvane-transfer-service" >>"$kLogs/service" 2>&1 &
     room=$!
     if ! waitUntil 10 serviceAnswersOrEnded || ! kill -0 "$room" 2>/dev/null; then
-        explain "the service does not come up: $(tail -n 1 "$kLogs/service")"
+        explain "the service does not come up: $(lastLine service)"
     fi
 }
 
