@@ -1,0 +1,230 @@
+// The controllers that a listing keeps while it has packages checked.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/device_calls.h"
+#include "tests/unit/listing.h"
+#include "tests/unit/watched_calls.h"
+
+namespace test_support {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* kConnect = "connect(\"127.0.0.1:5001\", \"\")";
+
+// The calls by which one kind of controller comes into use.
+Calls opened(const std::string& controller) {
+    return {controller.substr(0, 2) + "CreateController() = " + controller,
+            controller + ".setLog(log)", controller + "." + kConnect};
+}
+
+Calls destroyed(const std::string& controller) {
+    return {controller.substr(0, 2) + "DestroyController(" + controller + ")"};
+}
+
+Calls released(const std::string& controller) {
+    return Calls{controller + ".disconnect()"} + destroyed(controller);
+}
+
+class FileChecks : public Listing {
+protected:
+    Calls calls() const { return controllerCalls(device_); }
+
+    std::string check(const std::string& controller, const std::string& path) const {
+        const bool updates = controller[0] == 'F';
+        return controller + (updates ? ".checkFirmwareFile(\"" : ".checkBackupFile(\"") +
+               stick_.path(path) + "\")";
+    }
+};
+
+TEST_F(FileChecks, OfABackupListingShareOneConnection) {
+    stick_.addFile("a/1.psb");
+    stick_.addFile("2.psb");
+    stick_.addFile("3.psb");
+    const std::vector<FileEntry> list = backup("");
+    const std::vector<std::string> order = offeredPaths(device_);
+    ASSERT_EQ(order.size(), 3U);
+    Calls checks;
+    for (const std::string& path : order) {
+        checks.push_back("BR1.checkBackupFile(\"" + path + "\")");
+    }
+    EXPECT_EQ(calls(), opened("BR1") + checks + released("BR1"));
+    for (const DoubleRecord& record : device_.records()) {
+        EXPECT_TRUE(record.onMainThread) << record.text;
+    }
+}
+
+TEST_F(FileChecks, OfAnUpdateListingFollowTheReadingOfTheDeviceName) {
+    stick_.addFile("1.fwf");
+    EXPECT_EQ(update("").size(), 1U);
+    EXPECT_EQ(calls(),
+              (nameReading() + opened("FU1") + Calls{check("FU1", "1.fwf")} + released("FU1")));
+}
+
+TEST_F(FileChecks, AreNotMadeOfFilesWithoutTheMarker) {
+    stick_.addFile("a.txt");
+    stick_.addFile("b.fwf");
+    EXPECT_THAT(backup(""), IsEmpty());
+    EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(FileChecks, AreNotMadeOfAMissingDirectoryButTheDeviceNameIsRead) {
+    EXPECT_THAT(backup("missing"), IsEmpty());
+    EXPECT_THAT(calls(), IsEmpty());
+    EXPECT_THAT(update("missing"), IsEmpty());
+    EXPECT_EQ(calls(), nameReading());
+}
+
+TEST_F(FileChecks, DoNotDependOnTheDeviceName) {
+    stick_.addFile("1.fwf");
+    device_.orderStatus("Vesk.startTransaction", 1);
+    EXPECT_EQ(update("").size(), 1U);
+    device_.orderStatus("Vesk.getValue", 1);
+    EXPECT_EQ(update("").size(), 1U);
+}
+
+TEST_F(FileChecks, ConnectAnewForEachListing) {
+    stick_.addFile("1.psb");
+    stick_.addFile("2.fwf");
+    backup("");
+    backup("");
+    update("");
+    EXPECT_EQ(calls(),
+              (opened("BR1") + Calls{check("BR1", "1.psb")} + released("BR1") + opened("BR2") +
+               Calls{check("BR2", "1.psb")} + released("BR2") + nameReading() + opened("FU3") +
+               Calls{check("FU3", "2.fwf")} + released("FU3")));
+}
+
+TEST_F(FileChecks, AreFalseWithoutAController) {
+    stick_.addFile("1.psb");
+    stick_.addFile("2.psb");
+    stick_.addFile("3.fwf");
+    device_.order("*", "null");
+    EXPECT_THAT(backup(""), IsEmpty());
+    EXPECT_THAT(update(""), IsEmpty());
+    EXPECT_EQ(calls(), (Calls{"BRCreateController() = null", "BRCreateController() = null"} +
+                        nameReading() + Calls{"FUCreateController() = null"}));
+    EXPECT_THAT(offeredPaths(device_), IsEmpty());
+}
+
+TEST_F(FileChecks, AreFalseWithoutAConnectionAndLeaveNoControllerBehind) {
+    stick_.addFile("1.psb");
+    stick_.addFile("2.psb");
+    stick_.addFile("3.psb");
+    stick_.addFile("4.fwf");
+    stick_.addFile("5.fwf");
+    for (const std::string connect : {"BR.connect", "FU.connect"}) {
+        device_.orderStatus(connect, 1LL << 32U);  // all 64 bits of a status count
+    }
+    EXPECT_THAT(backup(""), IsEmpty());
+    EXPECT_THAT(update(""), IsEmpty());
+    device_.clearOrders();
+    EXPECT_EQ(calls(), (opened("BR1") + destroyed("BR1") + opened("BR2") + destroyed("BR2") +
+                        opened("BR3") + released("BR3") + nameReading() + opened("FU4") +
+                        destroyed("FU4") + opened("FU5") + released("FU5")));
+}
+
+TEST_F(FileChecks, GoOnWhenTheDeviceManagerComesBackInTheMiddle) {
+    stick_.addFile("1.psb");
+    stick_.addFile("2.psb");
+    stick_.addFile("3.psb");
+    const std::vector<std::string> order = deliveredNames(stick_.path());
+    device_.orderStatus("BR.connect", 1);
+    std::vector<FileEntry> list;
+    {
+        const WatchedCalls watched([&](const WatchedCall& call, std::size_t) {
+            if (call.path == stick_.path(order[1])) {
+                device_.clearOrders();
+            }
+            return 0;
+        });
+        list = backup("");
+    }
+    EXPECT_THAT(namesOf(list), ElementsAre(order[1], order[2]));
+    EXPECT_EQ(calls(), (opened("BR1") + destroyed("BR1") + opened("BR2") +
+                        Calls{check("BR2", order[1]), check("BR2", order[2])} + released("BR2")));
+}
+
+TEST_F(FileChecks, KeepTheirConnectionWhenFilesAreRejected) {
+    stick_.addFile("1.psb");
+    stick_.addFile("2.psb");
+    device_.orderStatus("BR.checkBackupFile", 7);
+    EXPECT_THAT(backup(""), IsEmpty());
+    EXPECT_EQ(offeredPaths(device_).size(), 2U);
+    EXPECT_EQ(calls().size(), 3U + 2U + 2U);
+}
+
+// The library may use the log object it was given until the controller is destroyed; the doubles
+// do, and tell when it has gone.
+TEST_F(FileChecks, GiveALogObjectThatOutlivesEveryController) {
+    device_.order("*", "log", "0123456");
+    stick_.addFile("1.psb");
+    stick_.addFile("2.psb");
+    stick_.addFile("3.fwf");
+    EXPECT_EQ(backup("").size(), 2U);
+    EXPECT_EQ(update("").size(), 1U);
+    device_.orderStatus("*", 1);
+    EXPECT_THAT(backup(""), IsEmpty());
+    EXPECT_GT(device_.logAnswers().size(), 10U);
+    EXPECT_THAT(device_.violations(), IsEmpty());
+}
+
+// ---- checks outside a listing -----------------------------------------------------------------
+
+TEST_F(FileChecks, GoToTheControllerThatTheMarkerSays) {
+    struct MarkerCase {
+        std::string path;
+        std::string marker;
+        bool updates;
+    };
+    const std::vector<MarkerCase> cases{
+        {"/x.psb", ".psb", false},     {"/x.fwf", ".psb", false}, {"/x.fwf", "", false},
+        {"/x.fwf", ".FWF", false},     {"/x.fwf", ".fwf", true},  {"/x.psb", ".fwf", true},
+        {"/x.psb", "a.fwf.psb", true}, {"", ".fwf", true},
+    };
+    for (const MarkerCase& one : cases) {
+        TfMngr manager;
+        device_.clearRecord();
+        EXPECT_TRUE(manager.checkTransferFile(one.path, one.marker));
+        const std::string expected = one.updates ? "FU1.checkFirmwareFile" : "BR1.checkBackupFile";
+        EXPECT_EQ(calls().back(), expected + "(\"" + one.path + "\")") << one.marker;
+        // Listings without a package release what the check has left.
+        one.updates ? manager.getUpdateFilesList("", "") : manager.getBackupFilesList("", "");
+    }
+}
+
+TEST_F(FileChecks, AreFalseForTheOtherKindWhileOneIsConnected) {
+    stick_.addFile("1.psb");
+    stick_.addFile("2.fwf");
+    EXPECT_TRUE(manager_.checkUpdateFile("/first"));
+    EXPECT_FALSE(manager_.checkRestoreFile("/second"));
+    EXPECT_THAT(backup(""), IsEmpty());
+    EXPECT_TRUE(manager_.checkUpdateFile("/third"));
+    EXPECT_EQ(calls(), (opened("FU1") + Calls{"FU1.checkFirmwareFile(\"/first\")",
+                                              "FU1.checkFirmwareFile(\"/third\")"}));
+    EXPECT_EQ(update("").size(), 1U);
+    EXPECT_EQ(backup("").size(), 1U);
+    EXPECT_EQ(calls().back(), "BRDestroyController(BR2)");
+}
+
+TEST_F(FileChecks, AreReleasedByTheNextListingOfTheirKindAlsoOfAMissingStick) {
+    EXPECT_TRUE(manager_.checkRestoreFile("/a"));
+    EXPECT_THAT(manager_.getUpdateFilesList("USB_X60.9", ""), IsEmpty());
+    EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"} + nameReading()));
+    EXPECT_THAT(manager_.getBackupFilesList("USB_X60.9", ""), IsEmpty());
+    EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"} + nameReading() +
+                        released("BR1")));
+}
+
+TEST_F(FileChecks, AreNotReleasedByTheEndOfTheManager) {
+    {
+        TfMngr manager;
+        EXPECT_TRUE(manager.checkRestoreFile("/a"));
+    }
+    EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"}));
+}
+
+}  // namespace
+}  // namespace test_support
