@@ -108,6 +108,12 @@ std::optional<ProcessEnd> RoomProcess::waitForCommandEnd() {
     return command ? waitForEndOf(*command) : std::nullopt;
 }
 
+void RoomProcess::kill() {
+    const std::vector<pid_t> inhabitants = processesOutside();
+    outer_.kill();
+    waitUntil([&] { return std::none_of(inhabitants.begin(), inhabitants.end(), isRunning); });
+}
+
 std::vector<ProcessEnd> RoomProcess::waitForAllEnds() {
     EXPECT_TRUE(waitForEmpty().has_value()) << "the room does not end";
     EXPECT_TRUE(waitForOutputEnd()) << "the room's streams do not end";

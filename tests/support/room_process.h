@@ -56,8 +56,8 @@ public:
     // Enters a process that sleeps until a signal ends it, and waits until it runs.
     std::unique_ptr<ChildProcess> enterWitness();
 
-    // Ends the room and all that is in it.
-    void kill() { outer_.kill(); }
+    // Ends the room and all that is in it; returns when all of it is gone.
+    void kill();
 
     std::string standardOutput() const { return outer_.standardOutput(); }
     std::string standardError() const { return outer_.standardError(); }
