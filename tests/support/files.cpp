@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <system_error>
 
@@ -25,11 +24,13 @@ namespace {
 
 }  // namespace
 
-std::string readFile(const std::string& path) try {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-} catch (const std::ios_base::failure&) {
-    return {};  // such as a file of a process that ended after it was opened
+std::string readFile(const std::string& path) {
+    // Through the stream and not its buffer: a read that fails, as of a process that has just gone,
+    // ends the text instead of throwing.
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
 }
 
 std::vector<std::string> readLines(const std::string& path) {
