@@ -33,8 +33,18 @@ GVariant* wrap(Layout layout, GVariant* value) {
     return layout == Layout::Array ? g_variant_new_variant(value) : value;
 }
 
+bool isValid(const std::string& bytes) {
+    return g_utf8_validate(bytes.data(), static_cast<gssize>(bytes.size()), nullptr) != FALSE;
+}
+
+// The caller frees the text with g_free.
+char* replaceInvalid(const std::string& bytes) {
+    return g_utf8_make_valid(bytes.data(), static_cast<gssize>(bytes.size()));
+}
+
 Element text(Layout layout, const std::string& bytes) {
-    GVariant* const value = g_variant_new_string(validText(bytes).c_str());
+    GVariant* const value = isValid(bytes) ? g_variant_new_string(bytes.c_str())
+                                           : g_variant_new_take_string(replaceInvalid(bytes));
     // On the wire: the length, the bytes and a terminator, which g_variant_get_size counts too.
     const std::size_t size = sizeof(std::uint32_t) + g_variant_get_size(value);
     return {wrap(layout, value), sizeof(std::uint32_t), size};
@@ -184,12 +194,11 @@ EncodedList fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord) 
 }
 
 std::string validText(const std::string& bytes) {
-    if (g_utf8_validate(bytes.data(), static_cast<gssize>(bytes.size()), nullptr) != FALSE) {
+    if (isValid(bytes)) {
         return bytes;
     }
-    const std::unique_ptr<char, decltype(&g_free)> valid(
-        g_utf8_make_valid(bytes.data(), static_cast<gssize>(bytes.size())), g_free);
-    return valid.get();
+    const g_autofree char* valid = replaceInvalid(bytes);
+    return valid;
 }
 
 }  // namespace reply
