@@ -1,0 +1,156 @@
+// Listings at the limits of descriptors, path lengths, links and permissions.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/support/descriptor_limit.h"
+#include "tests/support/dropped_powers.h"
+#include "tests/support/process_table.h"
+#include "tests/support/unique_fd.h"
+#include "tests/unit/listing.h"
+
+namespace test_support {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+class ListingLimits : public Listing {
+protected:
+    void TearDown() override { EXPECT_EQ(openDescriptorsOf(getpid()), open_); }
+
+    std::vector<std::string> open_ = openDescriptorsOf(getpid());
+};
+
+// ---- descriptors ------------------------------------------------------------------------------
+
+TEST_F(ListingLimits, GiveNothingWithoutADescriptor) {
+    stick_.addFile("a/b.psb");
+    stick_.addFile("a/c.fwf");
+    {
+        const DescriptorLimit limit(0);
+        EXPECT_THAT(manager_.enumerateUsbSticks(), IsEmpty());
+        EXPECT_FALSE(manager_.isMountedUsbDevice(stick_.path()));
+        EXPECT_THAT(restore(""), IsEmpty());
+        EXPECT_THAT(restore("a"), IsEmpty());
+        EXPECT_THAT(backup(""), IsEmpty());
+        EXPECT_FALSE(manager_.CreateDirectory("USB_X60.1", "a"));
+        EXPECT_TRUE(manager_.CreateDirectory("USB_X60.1", "d"));
+        EXPECT_TRUE(manager_.DeleteFile("USB_X60.1", "d"));
+    }
+    EXPECT_EQ(manager_.enumerateUsbSticks().size(), 1U);
+    EXPECT_THAT(namesOf(restore("")), ElementsAre("a"));
+    EXPECT_THAT(namesOf(backup("")), ElementsAre("b.psb"));
+    EXPECT_THAT(namesOf(update("")), ElementsAre("c.fwf"));
+}
+
+TEST_F(ListingLimits, LeaveOutDirectoriesThatTakeOneDescriptorTooMany) {
+    stick_.addFile("1.psb");
+    stick_.addFile("a/2.psb");
+    stick_.addDirectory("a/b");  // takes the last descriptor; nothing can be checked in it
+    stick_.addFile("a/b/c/3.psb");
+    stick_.addFile("d/4.psb");
+    const DescriptorLimit limit(3);
+    EXPECT_THAT(placesOf(backup("")), UnorderedElementsAre("/ 1.psb", "a 2.psb", "d 4.psb"));
+}
+
+// ---- depth ------------------------------------------------------------------------------------
+
+// Directories called "d" one in the other, deeper than a path can name, and a package in every
+// `step`th of them.
+void dig(const std::string& root, int depth, int step) {
+    UniqueFd at(open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (int level = 1; level <= depth; ++level) {
+        ASSERT_EQ(mkdirat(at.get(), "d", 0700), 0);
+        at.reset(openat(at.get(), "d", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        ASSERT_TRUE(at);
+        if (level % step == 0) {
+            const UniqueFd file(openat(at.get(), "x.psb", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+            ASSERT_TRUE(file);
+        }
+    }
+}
+
+TEST_F(ListingLimits, GoAsDeepAsAPathCanBeLong) {
+    constexpr rlim_t kDeepest = PATH_MAX / 2;
+    if (raiseDescriptorLimit() < kDeepest + 100) {
+        GTEST_SKIP() << "this machine allows too few open files for so deep a tree";
+    }
+    constexpr int kStep = 100;
+    dig(stick_.path(), 2500, kStep);
+    // "/d" of each level, "/x.psb" and the byte that ends the path.
+    const int levels = (PATH_MAX - static_cast<int>(stick_.path().size()) - 7) / 2;
+    const std::vector<FileEntry> list = backup("");
+    EXPECT_EQ(list.size(), static_cast<std::size_t>(levels / kStep));
+    ASSERT_FALSE(list.empty());
+    EXPECT_EQ(list.front().location.size(),
+              static_cast<std::size_t>(levels / kStep * kStep * 2 - 1));
+    EXPECT_EQ(list.back().location.size(), static_cast<std::size_t>(kStep * 2 - 1));
+}
+
+TEST_F(ListingLimits, GiveNothingForNamesAndPathsThatAreTooLong) {
+    stick_.addFile("a/b.psb");
+    for (const std::string& path :
+         {std::string(256, 'x'), std::string(5000, 'x'), "a/" + std::string(5000, '/'),
+          "a" + std::string(100000, '/')}) {
+        EXPECT_THAT(restore(path), IsEmpty());
+        EXPECT_THAT(backup(path), IsEmpty());
+        EXPECT_THAT(manager_.getRestoreFilesList(path, ""), IsEmpty());
+        EXPECT_THAT(manager_.getUpdateFilesList(path, "a"), IsEmpty());
+        EXPECT_FALSE(manager_.CreateDirectory(path, "a"));
+        EXPECT_FALSE(manager_.DeleteFile(path, "a"));
+    }
+}
+
+TEST_F(ListingLimits, SkipEntriesWhosePathIsTooLong) {
+    stick_.addFile("a/b");
+    stick_.addFile("a/" + std::string(100, 'c'));
+    // The directory still has a path, its longer entry has none.
+    const std::string directory = "a" + std::string(PATH_MAX - 100 - stick_.path().size(), '/');
+    EXPECT_THAT(namesOf(restore(directory)), ElementsAre("b"));
+}
+
+// ---- links ------------------------------------------------------------------------------------
+
+TEST_F(ListingLimits, SkipLinksThatLeadOnTooOften) {
+    constexpr int kFollowed = 40;  // by the kernel, for one path
+    stick_.addFile("0/x.psb");
+    for (int number = 1; number <= kFollowed + 10; ++number) {
+        link(std::to_string(number - 1), std::to_string(number));
+    }
+    EXPECT_EQ(restore("").size(), 1U + kFollowed);
+    EXPECT_THAT(namesOf(restore(std::to_string(kFollowed))), ElementsAre("x.psb"));
+    EXPECT_THAT(restore(std::to_string(kFollowed + 1)), IsEmpty());
+    EXPECT_EQ(backup("").size(), 1U + kFollowed);
+    EXPECT_THAT(placesOf(backup("40")), ElementsAre("40 x.psb"));
+    EXPECT_THAT(backup("41"), IsEmpty());
+}
+
+// ---- permissions ------------------------------------------------------------------------------
+
+TEST_F(ListingLimits, GiveNothingOfADirectoryThatMustNotBeRead) {
+    stick_.addFile("closed/1.psb");
+    stick_.addFile("open/2.psb");
+    chmod(stick_.path("closed").c_str(), 0300);
+    const DroppedPowers withoutPowers;
+    EXPECT_THAT(restore("closed"), IsEmpty());
+    EXPECT_THAT(backup("closed"), IsEmpty());
+    EXPECT_THAT(namesOf(restore("")), UnorderedElementsAre("closed", "open"));
+    EXPECT_THAT(placesOf(backup("")), ElementsAre("open 2.psb"));
+}
+
+TEST_F(ListingLimits, SkipEntriesThatMustNotBeLookedAt) {
+    stick_.addFile("closed/1.psb");
+    stick_.addFile("open/2.psb");
+    chmod(stick_.path("closed").c_str(), 0600);
+    const DroppedPowers withoutPowers;
+    EXPECT_THAT(restore("closed"), IsEmpty());
+    EXPECT_THAT(placesOf(backup("")), ElementsAre("open 2.psb"));
+    EXPECT_FALSE(manager_.DeleteFile("USB_X60.1", "closed/1.psb"));
+}
+
+}  // namespace
+}  // namespace test_support
