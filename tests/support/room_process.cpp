@@ -109,9 +109,12 @@ std::optional<ProcessEnd> RoomProcess::waitForCommandEnd() {
 }
 
 void RoomProcess::kill() {
+    // A process whose first thread has ended may still have others, and with them its locks: gone
+    // is what the process table does not know any more.
     const std::vector<pid_t> inhabitants = processesOutside();
     outer_.kill();
-    waitUntil([&] { return std::none_of(inhabitants.begin(), inhabitants.end(), isRunning); });
+    const auto isKnown = [](pid_t pid) { return statusField(pid, "State").has_value(); };
+    waitUntil([&] { return std::none_of(inhabitants.begin(), inhabitants.end(), isKnown); });
 }
 
 std::vector<ProcessEnd> RoomProcess::waitForAllEnds() {
