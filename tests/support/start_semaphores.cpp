@@ -44,12 +44,12 @@ int StartSemaphores::make(const std::vector<int>& values) const {
 }
 
 void StartSemaphores::remove() const {
-    if (exist()) {
+    if (exists()) {
         semctl(id(), 0, IPC_RMID);
     }
 }
 
-int StartSemaphores::id() const {
+int StartSemaphores::id() {
     return semget(kStartSemaphoreKey, 0, 0);
 }
 

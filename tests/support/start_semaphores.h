@@ -23,8 +23,8 @@ public:
     void remove() const;
 
     // The id of the set, -1 when there is none.
-    int id() const;
-    bool exist() const { return id() >= 0; }
+    static int id();
+    static bool exists() { return id() >= 0; }
     std::size_t count() const;
     mode_t permissions() const;
 

@@ -1,6 +1,8 @@
 // The transfer script that the service runs, as a test wants it.
 #include "tests/support/transfer_script.h"
 
+#include <unistd.h>
+
 #include "tests/support/waiting.h"
 
 namespace test_support {
@@ -18,6 +20,10 @@ std::string holdBelow(const TemporaryDirectory& folder) {
 
 std::vector<std::string> transferScriptRuns() {
     return readLines(kRuns);
+}
+
+void clearTransferScriptRuns() {
+    unlink(kRuns);
 }
 
 TransferScript::TransferScript(const std::string& commands) : before_(readFile(kScript)) {

@@ -12,6 +12,7 @@ namespace test_support {
 
 // The arguments of every run of the sandbox's transfer script by now, one line a run.
 std::vector<std::string> transferScriptRuns();
+void clearTransferScriptRuns();
 
 // Puts other commands in the place of the transfer script and, at its end, the old script back. The
 // runs are noted as ever.

@@ -50,7 +50,7 @@ TEST_F(StartSet, isMadeOfTwoForEveryoneAndItsIdIsPrinted) {
         std::printf("umask %o\n", umask(0));
     });
     EXPECT_EQ(result.end, exited(0));
-    ASSERT_TRUE(set_.exist());
+    ASSERT_TRUE(set_.exists());
     EXPECT_EQ(result.output, createdLine(std::to_string(set_.id())) + "umask 0\n");
     EXPECT_EQ(set_.count(), 2U);
     EXPECT_EQ(set_.permissions(), 0666U);
@@ -107,7 +107,7 @@ TEST_F(StartSet, carriesTheWholeHandshakeOfALauncherAndItsDaemon) {
     });
     EXPECT_EQ(result.end, exited(0));
     EXPECT_EQ(result.error, "");
-    EXPECT_TRUE(eventually([this] { return !set_.exist(); }, "the set is removed"));
+    EXPECT_TRUE(eventually([this] { return !set_.exists(); }, "the set is removed"));
 }
 
 TEST_F(StartSet, isReleasedByADaemonThatCannotRunInFourSteps) {
@@ -119,7 +119,7 @@ TEST_F(StartSet, isReleasedByADaemonThatCannotRunInFourSteps) {
     EXPECT_FALSE(daemon.hasEnded());
     set_.give(1);
     EXPECT_EQ(daemon.waitForEnd(), exited(2));
-    EXPECT_FALSE(set_.exist());
+    EXPECT_FALSE(set_.exists());
 }
 
 struct EarlyEnd {
@@ -147,7 +147,7 @@ TEST_P(Launcher, noticesADaemonThatEndsBeforeTheHandshake) {
     } else {
         EXPECT_EQ(result.error, kEndedEarly);
         EXPECT_EQ(result.output.find(kLastLine), std::string::npos);
-        EXPECT_FALSE(set_.exist());
+        EXPECT_FALSE(set_.exists());
     }
 }
 
@@ -173,7 +173,7 @@ TEST_F(StartSet, isNotAwaitedForEverByALauncherThatIsNotToldOfItsChildren) {
     });
     EXPECT_EQ(result.end, exited(1));
     EXPECT_EQ(result.error, kEndedEarly);
-    EXPECT_FALSE(set_.exist());
+    EXPECT_FALSE(set_.exists());
 }
 
 TEST_F(StartSet, ofOneSemaphoreOnlyIsReportedAndRemoved) {
@@ -182,7 +182,7 @@ TEST_F(StartSet, ofOneSemaphoreOnlyIsReportedAndRemoved) {
     EXPECT_EQ(result.end, exited(1));
     EXPECT_EQ(result.output, kFirstLine);
     EXPECT_EQ(result.error, "semctl didn't work.\n: Invalid argument\n");
-    EXPECT_FALSE(set_.exist());
+    EXPECT_FALSE(set_.exists());
 }
 
 TEST_F(StartSet, isRemovedWhenThereCanBeNoDaemon) {
@@ -198,7 +198,7 @@ TEST_F(StartSet, isRemovedWhenThereCanBeNoDaemon) {
     EXPECT_EQ(result.error,
               "Error creating the child process\n: Resource temporarily unavailable\n");
     EXPECT_EQ(result.output.find(kLastLine), std::string::npos);
-    EXPECT_FALSE(set_.exist());
+    EXPECT_FALSE(set_.exists());
 }
 
 struct DetachStep {
@@ -227,7 +227,7 @@ TEST_P(Detaching, thatFailsEndsDaemonAndLauncher) {
     });
     EXPECT_EQ(result.end, exited(1));
     EXPECT_EQ(result.error, kEndedEarly);
-    EXPECT_FALSE(set_.exist());
+    EXPECT_FALSE(set_.exists());
 }
 
 INSTANTIATE_TEST_SUITE_P(AtStep, Detaching,

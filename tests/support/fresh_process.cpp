@@ -1,0 +1,57 @@
+// A test that runs partly in a process of its own.
+#include "tests/support/fresh_process.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <vector>
+
+#include "tests/support/paths.h"
+
+namespace test_support {
+namespace {
+
+constexpr const char* kMark = "MORVANE_TEST_FRESH_PROCESS";
+constexpr std::size_t kReportStream = 2;
+
+std::vector<std::string> currentTestAlone() {
+    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    const std::string executable = std::filesystem::read_symlink("/proc/self/exe");
+    return runnable(executable, {"--gtest_filter=" + name});
+}
+
+ChildOptions marked() {
+    ChildOptions options;
+    options.environment = {std::string(kMark) + "=1"};
+    return options;
+}
+
+}  // namespace
+
+bool isFreshProcess() {
+    return std::getenv(kMark) != nullptr;
+}
+
+void note(const std::string& line) {
+    const std::string text = line + "\n";
+    if (write(ChildProcess::kReportFd, text.data(), text.size()) < 0) {
+        ADD_FAILURE() << "nobody takes the note " << line;
+    }
+}
+
+FreshProcess::FreshProcess() : ChildProcess(currentTestAlone(), marked()) {}
+
+testing::AssertionResult FreshProcess::waitForNote(const std::string& line) const {
+    const std::string text = line + "\n";
+    if (streams().waitFor(kReportStream,
+                          [&](const std::string& all) { return all.find(text) != all.npos; })) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << "no note " << line << " among:\n"
+                                       << notes() << "standard error:\n"
+                                       << standardError();
+}
+
+}  // namespace test_support

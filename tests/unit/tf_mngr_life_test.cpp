@@ -1,0 +1,80 @@
+// The transfer manager's beginning and end: the marker file and the transfer script.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+
+#include "tests/support/files.h"
+#include "tests/support/transfer_script.h"
+#include "transfer/tf_mngr.h"
+
+namespace test_support {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* kMarker = "/tmp/transfer.enabled";
+constexpr const char* kStart = "TF_STATE_SNC_START true true";
+constexpr const char* kStop = "TF_STATE_SNC_STOP true true";
+constexpr const char* kExitUnlessMarked = "[ -e /tmp/transfer.enabled ] || exit 9";
+
+class ManagersLife : public testing::Test {
+protected:
+    ManagersLife() { forget(); }
+    ~ManagersLife() override { forget(); }
+
+    static void forget() {
+        unlink(kMarker);
+        clearTransferScriptRuns();
+    }
+};
+
+TEST_F(ManagersLife, beginsWithTheMarkerAndTheStartCommand) {
+    const TfMngr manager;
+    EXPECT_TRUE(exists(kMarker));
+    EXPECT_EQ(readFile(kMarker), "");
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kStart));
+}
+
+TEST_F(ManagersLife, endsWithTheStopCommandAndLeavesTheMarker) {
+    auto manager = std::make_unique<TfMngr>();
+    manager.reset();
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kStart, kStop));
+    EXPECT_TRUE(exists(kMarker));
+}
+
+TEST_F(ManagersLife, canAnnounceTheStartAgainAndGivesTheScriptsStatus) {
+    const TransferScript script("exit 7");
+    TfMngr manager;
+    unlink(kMarker);
+    const int status = manager.announceStart();
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+    EXPECT_TRUE(exists(kMarker));
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kStart, kStart));
+}
+
+TEST_F(ManagersLife, hasTheMarkerBeforeTheScriptRuns) {
+    const TransferScript script(kExitUnlessMarked);
+    TfMngr manager;
+    unlink(kMarker);
+    EXPECT_EQ(manager.announceStart(), 0);
+}
+
+TEST_F(ManagersLife, goesOnWithoutMarkerAndScript) {
+    ASSERT_EQ(symlink("/nowhere/marker", kMarker), 0);
+    ASSERT_EQ(rename("/etc/morvane", "/etc/morvane-away"), 0);
+    {
+        TfMngr manager;
+        EXPECT_NE(manager.announceStart(), 0);
+    }
+    ASSERT_EQ(rename("/etc/morvane-away", "/etc/morvane"), 0);
+    EXPECT_THAT(transferScriptRuns(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace test_support
