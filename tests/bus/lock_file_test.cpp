@@ -1,0 +1,167 @@
+// The lock file of a running service, and starts that cannot have it.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/files.h"
+#include "tests/support/lock_file.h"
+#include "tests/support/process_table.h"
+#include "tests/support/service_messages.h"
+#include "tests/support/service_process.h"
+#include "tests/support/start_semaphores.h"
+#include "tests/support/stick.h"
+#include "tests/support/syslog_socket.h"
+#include "tests/support/transfer_script.h"
+
+namespace test_support {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* kRealLockFile = "/run/lock/com.morvane.transfer.pid";
+constexpr mode_t kModeBits = 07777;
+
+// The flags with which a process has the file open, of /proc/PID/fdinfo; nothing when it has not.
+std::optional<int> openFlags(pid_t pid, const std::string& file) {
+    const std::string process = "/proc/" + std::to_string(pid);
+    for (int fd = 0; fd < 64; ++fd) {
+        std::error_code error;
+        const std::string number = std::to_string(fd);
+        if (std::filesystem::read_symlink(process + "/fd/" + number, error) == file) {
+            std::istringstream words(readFile(process + "/fdinfo/" + number));
+            for (std::string word; words >> word;) {
+                if (word == "flags:" && words >> word) {
+                    return std::stoi(word, nullptr, 8);
+                }
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+TEST(LockFile, holdsTheServicesIdForItsOwnerOnly) {
+    ServiceProcess service{{{}, {}, {}, 0, {}}};
+    ASSERT_TRUE(service.waitUntilAnswers());
+    EXPECT_EQ(readFile(kLockFile), std::to_string(*service.commandInside()) + "\n");
+    struct stat status {};
+    ASSERT_EQ(lstat(kLockFile, &status), 0);
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_EQ(status.st_mode & kModeBits, 0600U);
+}
+
+TEST(LockFile, isLockedWholeAndClosedInWhatTheServiceStarts) {
+    const TransferScript script("ls -l /proc/self/fd >/tmp/open-in-script");
+    ServiceProcess service;
+    ASSERT_TRUE(service.waitUntilAnswers());
+    EXPECT_EQ(lockHolder(kLockFile), service.processId());
+    const std::optional<int> flags = openFlags(*service.processId(), kRealLockFile);
+    ASSERT_TRUE(flags.has_value());
+    EXPECT_EQ(*flags & O_ACCMODE, O_RDWR);
+    EXPECT_NE(*flags & O_CLOEXEC, 0);
+    const std::string inScript = readFile("/tmp/open-in-script");
+    EXPECT_THAT(inScript, HasSubstr(" 1 -> "));
+    EXPECT_THAT(inScript, Not(HasSubstr("com.morvane.transfer.pid")));
+}
+
+TEST(LockFile, ofAKilledRunIsTakenOver) {
+    writeFile(kLockFile, "4194304\nand more text than a process id takes\n");
+    {
+        ServiceProcess service;
+        ASSERT_TRUE(service.waitUntilAnswers());
+        EXPECT_EQ(readFile(kLockFile), std::to_string(*service.commandInside()) + "\n");
+        service.kill();
+    }
+    EXPECT_TRUE(exists(kLockFile));
+    EXPECT_EQ(lockHolder(kLockFile), std::nullopt);
+    ServiceProcess again;
+    ASSERT_TRUE(again.waitUntilAnswers());
+    EXPECT_EQ(lockHolder(kLockFile), again.processId());
+}
+
+TEST(LockFile, holdsTheIdOfTheDaemonAndNotOfItsLauncher) {
+    ServiceProcess service{{{"-d"}, {}, {}, {}, {}}};
+    ASSERT_TRUE(service.waitUntilAnswers());
+    EXPECT_EQ(lockHolder(kLockFile), service.processId());
+    EXPECT_EQ(readFile(kLockFile), std::to_string(*innermostId(*service.processId())) + "\n");
+    EXPECT_NE(innermostId(*service.processId()), service.commandInside());
+}
+
+// A start that finds no place for its lock file.
+struct NoPlace {
+    const char* name;
+    void (*spoil)(std::optional<Mount>& mount);
+    bool withoutPowers;
+    const char* reason;
+};
+
+void PrintTo(const NoPlace& place, std::ostream* out) {
+    *out << place.name;
+}
+
+constexpr const char* kFolder = "/run/lock";
+constexpr const char* kAway = "/run/lock-away";
+
+const std::vector<NoPlace> kNoPlaces{
+    {"missingFolder", [](auto& /*mount*/) { std::rename(kFolder, kAway); }, false,
+     "No such file or directory"},
+    {"readOnlyFolder", [](auto& mount) { mount.emplace(kFolder, "none", "tmpfs", MS_RDONLY, ""); },
+     false, "Read-only file system"},
+    {"folderOfOthers", [](auto& mount) { mount.emplace(kFolder, "none", "tmpfs", 0, "mode=555"); },
+     true, "Permission denied"},
+};
+
+class StartWithoutLockFile : public testing::TestWithParam<NoPlace> {
+protected:
+    StartWithoutLockFile() { GetParam().spoil(mount_); }
+    ~StartWithoutLockFile() override { std::rename(kAway, kFolder); }
+
+    ServiceOptions options(const std::vector<std::string>& arguments) const {
+        return {arguments,
+                {},
+                {},
+                {},
+                GetParam().withoutPowers ? kWithoutPowers : std::vector<std::string>()};
+    }
+
+    const LogMessage message_ =
+        errorMessage("Service already started. Shutting down com.morvane.transfer");
+    std::optional<Mount> mount_;
+    SyslogSocket log_;
+};
+
+TEST_P(StartWithoutLockFile, endsAsIfAnotherInstanceRan) {
+    ServiceProcess service(options({}));
+    EXPECT_THAT(service.waitForAllEnds(), ElementsAre(exited(255)));
+    EXPECT_EQ(service.standardOutput(), asPrinted({message_}));
+    EXPECT_EQ(service.standardError(),
+              std::string("coudln't create lockfile.\n: ") + GetParam().reason + "\n");
+    ASSERT_TRUE(log_.waitFor(message_.text));
+    EXPECT_THAT(log_.messages(), ElementsAre(message_));
+}
+
+TEST_P(StartWithoutLockFile, endsTheDaemonWith2AfterItsLauncher) {
+    ServiceProcess service(options({"-d"}));
+    EXPECT_THAT(service.waitForAllEnds(), testing::UnorderedElementsAre(exited(0), exited(2)));
+    EXPECT_EQ(service.waitForCommandEnd(), exited(0));
+    EXPECT_EQ(service.standardError(), "");
+    ASSERT_TRUE(log_.waitFor(message_.text));
+    EXPECT_FALSE(StartSemaphores::exists());
+}
+
+INSTANTIATE_TEST_SUITE_P(For, StartWithoutLockFile, testing::ValuesIn(kNoPlaces),
+                         [](const auto& place) { return std::string(place.param.name); });
+
+}  // namespace
+}  // namespace test_support

@@ -1,0 +1,145 @@
+// The start of the service in the foreground: what it does, prints and logs, and in which order.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/files.h"
+#include "tests/support/lock_file.h"
+#include "tests/support/paths.h"
+#include "tests/support/process_table.h"
+#include "tests/support/service_messages.h"
+#include "tests/support/service_process.h"
+#include "tests/support/start_semaphores.h"
+#include "tests/support/syslog_socket.h"
+#include "tests/support/system_bus.h"
+#include "tests/support/transfer_script.h"
+
+namespace test_support {
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::Field;
+using testing::IsEmpty;
+
+constexpr const char* kMarker = "/tmp/transfer.enabled";
+constexpr const char* kScriptStart = "TF_STATE_SNC_START true true";
+constexpr const char* kLastStep = "Init Main loop\n";
+
+class StartUp : public testing::Test {
+protected:
+    StartUp() {
+        unlink(kMarker);
+        clearTransferScriptRuns();
+    }
+
+    SyslogSocket log_;
+};
+
+TEST_F(StartUp, printsItsStepsAndLogsThemWithTheirPriorities) {
+    ServiceProcess service;
+    ASSERT_TRUE(service.waitUntilAnswers());
+    ASSERT_TRUE(service.waitForOutput(kLastStep));
+    EXPECT_EQ(service.standardOutput(), asPrinted(startUpMessages()));
+    EXPECT_EQ(service.standardError(), "");
+    EXPECT_THAT(log_.messages(), ElementsAreArray(startUpMessages()));
+    EXPECT_THAT(log_.messages(), Each(Field(&LogMessage::facility, LOG_USER)));
+    if (!emulated()) {
+        EXPECT_THAT(log_.messages(),
+                    Each(Field(&LogMessage::program, "com-morvane-transfer-service")));
+    }
+}
+
+TEST_F(StartUp, staysInTheForegroundWithoutASemaphoreSet) {
+    ServiceProcess service;
+    ASSERT_TRUE(service.waitUntilAnswers());
+    EXPECT_EQ(innermostId(*service.processId()), service.commandInside());
+    EXPECT_FALSE(StartSemaphores::exists());
+    EXPECT_THAT(service.ends(), IsEmpty());
+}
+
+TEST_F(StartUp, locksThenMarksThenRunsTheScriptBeforeItPrintsAnythingOrOwnsTheName) {
+    const HeldTransferScript script("[ -e /tmp/transfer.enabled ] && touch /tmp/marked-first");
+    ServiceProcess service;
+    ASSERT_TRUE(script.waitUntilEntered());
+    EXPECT_TRUE(exists("/tmp/marked-first"));
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
+    EXPECT_EQ(lockHolder(kLockFile), service.outsideId(*service.commandInside()));
+    EXPECT_FALSE(SystemBus::hasOwner(kServiceName));
+    EXPECT_EQ(service.standardOutput(), "");
+    EXPECT_THAT(log_.messages(), IsEmpty());
+
+    script.release();
+    ASSERT_TRUE(service.waitUntilAnswers());
+    ASSERT_TRUE(service.waitForOutput(kLastStep));
+    EXPECT_EQ(service.standardOutput(), asPrinted(startUpMessages()));
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart)) << "the script runs once";
+    unlink("/tmp/marked-first");
+}
+
+TEST_F(StartUp, goesOnWhenTheScriptFails) {
+    const TransferScript script("exit 7");
+    ServiceProcess service;
+    ASSERT_TRUE(service.waitUntilAnswers());
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
+}
+
+TEST_F(StartUp, goesOnWithoutScriptAndMarker) {
+    ASSERT_EQ(symlink("/nowhere/marker", kMarker), 0);
+    ASSERT_EQ(rename("/etc/morvane", "/etc/morvane-away"), 0);
+    ServiceProcess service;
+    EXPECT_TRUE(service.waitUntilAnswers());
+    EXPECT_EQ(rename("/etc/morvane-away", "/etc/morvane"), 0);
+    EXPECT_THAT(transferScriptRuns(), IsEmpty());
+    unlink(kMarker);
+}
+
+TEST_F(StartUp, goesOnWithoutASystemLog) {
+    ASSERT_EQ(rename("/dev/log", "/dev/log-away"), 0);
+    ServiceProcess service;
+    EXPECT_TRUE(service.waitUntilAnswers());
+    EXPECT_TRUE(service.waitForOutput(kLastStep));
+    EXPECT_EQ(service.standardOutput(), asPrinted(startUpMessages()));
+    EXPECT_EQ(rename("/dev/log-away", "/dev/log"), 0);
+}
+
+TEST_F(StartUp, reportsUnknownOptionsAndIgnoresThemWithAllArguments) {
+    // What stands behind "--" is no option, so this stays in the foreground.
+    ServiceProcess service{{{"word", "-x", "--no", "-y", "--", "-d"}, {}, {}, {}, {}}};
+    ASSERT_TRUE(service.waitUntilAnswers());
+    const std::string report = buildPath("com-morvane-transfer-service") + ": invalid option -- '";
+    EXPECT_EQ(service.standardError(), report + "x'\n" + report + "-'\n" + report + "n'\n" +
+                                           report + "o'\n" + report + "y'\n");
+    ASSERT_TRUE(service.waitForOutput(kLastStep));
+    EXPECT_EQ(service.standardOutput(), asPrinted(startUpMessages()));
+}
+
+TEST_F(StartUp, ofASecondInstanceEndsWith255AndLeavesTheFirstAlone) {
+    ServiceProcess first;
+    ASSERT_TRUE(first.waitUntilAnswers());
+    ASSERT_TRUE(log_.waitFor("Init Main loop"));
+    const std::string id = readFile(kLockFile);
+    const std::unique_ptr<ChildProcess> second =
+        first.enter(runnable(buildPath("com-morvane-transfer-service")));
+    EXPECT_EQ(second->waitForEnd(), exited(255));
+    ASSERT_TRUE(second->streams().waitForEnd());
+
+    const LogMessage message =
+        errorMessage("Service already started. Shutting down com.morvane.transfer");
+    EXPECT_EQ(second->standardOutput(), asPrinted({message}));
+    EXPECT_EQ(second->standardError(),
+              "PID-File already locked.\n: Resource temporarily unavailable\n");
+    ASSERT_TRUE(log_.waitFor("already started"));
+    EXPECT_THAT(log_.messages(), ElementsAreArray(joined(startUpMessages(), {message})));
+    EXPECT_EQ(readFile(kLockFile), id);
+    EXPECT_TRUE(first.processId().has_value());
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart)) << "the second ran it, too";
+}
+
+}  // namespace
+}  // namespace test_support
