@@ -1,0 +1,113 @@
+// The log object that the service hands to the device library: the credential it reads on demand.
+#include "transfer/console_log.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/support/files.h"
+#include "tests/support/persistent_record.h"
+#include "tests/support/process_table.h"
+
+namespace test_support {
+namespace {
+
+constexpr int kRead = 0;
+constexpr int kNoRecord = -1;
+constexpr int kShortRecord = -2;
+
+// 64 bytes of which each is different.
+std::string credential() {
+    std::string text;
+    for (char c = '0'; text.size() < 64; ++c) {
+        text += c;
+    }
+    return text;
+}
+
+class Credential : public testing::Test {
+protected:
+    int read() { return log_.readCredential(&out_); }
+    bool isUntouched() const { return out_ == kUntouched; }
+
+    static constexpr const char* kUntouched = "untouched";
+    CConsoleLog log_;
+    const char* out_ = kUntouched;
+};
+
+TEST_F(Credential, isTheSecondHalfOfARecordOf128Bytes) {
+    const PersistentRecord record(recordWith(credential()));
+    EXPECT_EQ(read(), kRead);
+    EXPECT_EQ(out_, credential());
+}
+
+TEST_F(Credential, isMissingWithoutARecord) {
+    EXPECT_EQ(read(), kNoRecord);
+    EXPECT_TRUE(isUntouched());
+}
+
+TEST_F(Credential, takesARecordOf128BytesOrMore) {
+    const std::string bytes = recordWith(credential()) + std::string(1000, 'x');
+    for (const std::size_t length : {0U, 1U, 64U, 127U}) {
+        const PersistentRecord record(bytes.substr(0, length));
+        EXPECT_EQ(read(), kShortRecord) << length;
+        EXPECT_TRUE(isUntouched()) << length;
+    }
+    for (const std::size_t length : {128U, 129U, 1000U}) {
+        const PersistentRecord record(bytes.substr(0, length));
+        EXPECT_EQ(read(), kRead) << length;
+        EXPECT_EQ(out_, credential()) << length;
+        out_ = kUntouched;
+    }
+}
+
+TEST_F(Credential, isNotReadFromADirectoryInTheRecordsPlace) {
+    makeDirectories(PersistentRecord::kPath);
+    EXPECT_EQ(read(), kShortRecord);
+    EXPECT_TRUE(isUntouched());
+    std::filesystem::remove(PersistentRecord::kPath);
+}
+
+TEST_F(Credential, endsAtItsFirstZeroByte) {
+    const PersistentRecord record(recordWith("short" + std::string(59, '\0')));
+    EXPECT_EQ(read(), kRead);
+    EXPECT_STREQ(out_, "short");
+}
+
+TEST_F(Credential, mayHoldAnyBytes) {
+    const std::string bytes = "\xFF\xFE%n\n" + std::string(59, '\x80');
+    const PersistentRecord record(recordWith(bytes));
+    EXPECT_EQ(read(), kRead);
+    EXPECT_EQ(out_, bytes);
+}
+
+TEST_F(Credential, isReadAnewAtEachDemandAndBelongsToItsLog) {
+    const PersistentRecord first(recordWith(std::string(64, 'a')));
+    ASSERT_EQ(read(), kRead);
+    const char* kept = out_;
+    CConsoleLog other;
+    const PersistentRecord second(recordWith(std::string(64, 'b')));
+    const char* fromOther = nullptr;
+    ASSERT_EQ(other.readCredential(&fromOther), kRead);
+    EXPECT_EQ(fromOther, std::string(64, 'b'));
+    EXPECT_EQ(kept, std::string(64, 'a')) << "one log has written into another";
+    EXPECT_EQ(read(), kRead);
+    EXPECT_EQ(out_, std::string(64, 'b'));
+}
+
+TEST_F(Credential, leavesNoDescriptorOpen) {
+    const auto before = openDescriptorsOf(getpid());
+    read();
+    {
+        const PersistentRecord record("short");
+        read();
+    }
+    const PersistentRecord record(recordWith(credential()));
+    read();
+    EXPECT_EQ(openDescriptorsOf(getpid()), before);
+}
+
+}  // namespace
+}  // namespace test_support
