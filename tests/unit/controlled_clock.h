@@ -1,0 +1,49 @@
+// time() and sleep() of the unit tests, in a test's hands.
+#pragma once
+
+#include <ctime>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace test_support {
+
+// While it exists sleep() is noted and returns at once, in every piece of code of this process; one
+// at a time. Without one both calls do what they always do.
+class ControlledClock {
+public:
+    ControlledClock();
+    ~ControlledClock();
+    ControlledClock(const ControlledClock&) = delete;
+    ControlledClock& operator=(const ControlledClock&) = delete;
+
+    // From now on time() answers this.
+    void standAt(std::time_t now) { now_ = now; }
+
+    // Runs in the place of every further sleep, on the thread that sleeps.
+    void whileSleeping(std::function<void()> action) { action_ = std::move(action); }
+
+    // The seconds of each sleep by now.
+    const std::vector<unsigned>& sleeps() const { return sleeps_; }
+
+    // For the functions that stand in for the calls.
+    static ControlledClock* current();
+    void sleep(unsigned seconds);
+    std::optional<std::time_t> now() const { return now_; }
+
+private:
+    std::optional<std::time_t> now_;
+    std::function<void()> action_;
+    std::vector<unsigned> sleeps_;
+};
+
+// A time zone in the TZ variable's own form, in force while it exists.
+class TimeZone {
+public:
+    explicit TimeZone(const char* zone);
+    ~TimeZone();
+    TimeZone(const TimeZone&) = delete;
+    TimeZone& operator=(const TimeZone&) = delete;
+};
+
+}  // namespace test_support
