@@ -1,0 +1,26 @@
+// The three job methods as a client calls them.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "tests/support/system_bus.h"
+
+namespace test_support {
+
+inline constexpr int kNoAnswer = -1000;
+
+// Each returns the answer's number, or kNoAnswer.
+int doBackup(const SystemBus& bus, const std::string& mount, std::uint32_t type,
+             const std::string& file);
+int doRestore(const SystemBus& bus, const std::string& mount, const std::string& file);
+int doOsUpdate(const SystemBus& bus, const std::string& mount, const std::string& file);
+
+// The number of files in a listing ("GetBackupFilesList") of a stick's root, or kNoAnswer.
+int filesListed(const SystemBus& bus, const std::string& method, const std::string& mount);
+
+std::chrono::nanoseconds durationOf(const std::function<void()>& action);
+
+}  // namespace test_support

@@ -1,0 +1,165 @@
+// Jobs of the running service: their answers, their second, their calls of the device library.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <chrono>
+#include <ctime>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/bus/job_calls.h"
+#include "tests/support/device_calls.h"
+#include "tests/support/device_double.h"
+#include "tests/support/files.h"
+#include "tests/support/persistent_record.h"
+#include "tests/support/service_process.h"
+#include "tests/support/stick.h"
+#include "tests/support/system_bus.h"
+
+namespace test_support {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAreArray;
+
+class Jobs : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(service_.waitUntilAnswers()); }
+
+    const Stick stick_{1};
+    DeviceDouble device_;
+    ServiceProcess service_{{{}, device_.environment(), {}, {}, {}}};
+    const SystemBus bus_;
+};
+
+// Credentials that `controllers` ask for in each of their calls from setLog to the destruction.
+std::vector<std::string> credentialReadings(const std::vector<std::string>& controllers,
+                                            const std::string& credential) {
+    std::vector<std::string> answers;
+    for (const std::string& controller : controllers) {
+        answers.insert(answers.end(), 5,
+                       controller + ".readCredential() = 0 \"" + credential + "\"");
+    }
+    return answers;
+}
+
+// A backup, a restore and an update in one life of the service, seen from every side.
+TEST_F(Jobs, workOnJoinedTextsEachOnAThreadOfItsOwnAndAnswerAfterASecond) {
+    const std::string credential(64, 'c');
+    const PersistentRecord record(recordWith(credential));
+    device_.order("*", "log", "0123456");
+    device_.order("BR.backup", "write", "100");
+    stick_.addFile("a.psb", "old");
+    stick_.addFile("u.fwf");
+
+    EXPECT_GE(durationOf([&] { EXPECT_EQ(doBackup(bus_, "USB_X60.1", 2, "a.psb"), 0); }), 1s);
+    ASSERT_TRUE(device_.waitForCall("BRDestroyController(BR2)"));
+    EXPECT_TRUE(
+        service_.waitForOutput("\n The File " + stick_.path("a.psb") + " removed Successfully \n"));
+    EXPECT_EQ(readFile(stick_.path("a.psb")), std::string(100, 'b'));
+    EXPECT_GE(durationOf([&] { EXPECT_EQ(doRestore(bus_, "USB_X60.1", "r.psb"), 0); }), 1s);
+    ASSERT_TRUE(device_.waitForCall("BRDestroyController(BR3)"));
+    EXPECT_GE(durationOf([&] { EXPECT_EQ(doOsUpdate(bus_, "USB_X60.1", "u.fwf"), 0); }), 1s);
+    ASSERT_TRUE(device_.waitForCall("FUDestroyController(FU1)"));
+
+    const std::string joined = "/media/usb/USB_X60.1USB_X60.1";
+    EXPECT_THAT(device_.calls(),
+                ElementsAreArray(completed(sizeQuery(1, "recipes")) +
+                                 completed(backupTo(2, stick_.path("a.psb"), "recipes")) +
+                                 completed(restoreFrom(3, joined + "/a.psbr.psb")) +
+                                 completed(updateFrom(1, joined + "USB_X60.1/u.fwf"))));
+    EXPECT_THAT(device_.logAnswers(),
+                ElementsAreArray(credentialReadings({"BR1", "BR2", "BR3", "FU1"}, credential)));
+    std::set<int> workers;
+    for (const DoubleRecord& call : device_.records()) {
+        EXPECT_EQ(call.onMainThread, call.text.find("BR1") != std::string::npos) << call.text;
+        if (!call.onMainThread) {
+            workers.insert(call.thread);
+        }
+    }
+    EXPECT_EQ(workers.size(), 3U);
+    EXPECT_EQ(bus_.transfer("GetBackupFileName", g_variant_new("(u)", 1U)).error, "");
+}
+
+TEST_F(Jobs, keepEveryCallerWaitingForTheSecondOfTheLaunchAndNoLonger) {
+    device_.order("BR.restore", "hang", device_.gate());
+    const auto start = std::chrono::steady_clock::now();
+    std::thread other([] { EXPECT_EQ(doRestore(SystemBus(), "USB_X60.1", "a.psb"), 0); });
+    EXPECT_TRUE(device_.waitForCall("BRCreateController"));
+    EXPECT_EQ(bus_.transfer("GetUSBStickDetails").type(), "(av)");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 1s);
+    other.join();
+    EXPECT_EQ(device_.calls().back(), R"(BR1.restore("/media/usb/USB_X60.1/a.psb"))");
+    device_.openGate();
+    EXPECT_TRUE(device_.waitForCall("BRDestroyController(BR1)"));
+}
+
+TEST_F(Jobs, withoutAThreadAnswerMinus1AfterASecondAndLeaveTheirTextsBehind) {
+    stick_.addFile("u.fwf");
+    ASSERT_TRUE(service_.forbidThreads());
+    EXPECT_GE(durationOf([&] { EXPECT_EQ(doBackup(bus_, "USB_X60.1", 1, "a.psb"), -1); }), 1s);
+    EXPECT_GE(durationOf([&] { EXPECT_EQ(doRestore(bus_, "USB_X60.1", "r.psb"), -1); }), 1s);
+    EXPECT_GE(durationOf([&] { EXPECT_EQ(doOsUpdate(bus_, "USB_X60.1", "u.fwf"), -1); }), 1s);
+    EXPECT_THAT(device_.calls(), ElementsAreArray(completed(sizeQuery(1, "fullbackup"))));
+    ASSERT_TRUE(service_.allowThreads());
+    EXPECT_EQ(doOsUpdate(bus_, "USB_X60.1", "u.fwf"), 0);
+    EXPECT_TRUE(device_.waitForCall(
+        "FU1.update(\"/media/usb/USB_X60.1USB_X60.1USB_X60.1USB_X60.1/u.fwfu.fwf\")"));
+}
+
+TEST_F(Jobs, withoutMountStartAsTheFirstJobARestoreOfTheMountBase) {
+    EXPECT_EQ(doBackup(bus_, "", 1, "a.psb"), 0);
+    ASSERT_TRUE(device_.waitForCall("BRDestroyController(BR2)"));
+    EXPECT_THAT(device_.calls(), ElementsAreArray(completed(sizeQuery(1, "fullbackup")) +
+                                                  completed(restoreFrom(2, "/media/usb/"))));
+}
+
+// ---- the proposed name
+// --------------------------------------------------------------------------------
+
+// The name for a zone that is so many seconds ahead of UTC all the year round.
+std::string proposedName(std::time_t now, long ahead) {
+    const std::time_t there = now + ahead;
+    std::tm fields{};
+    gmtime_r(&there, &fields);
+    std::string text = "DEVICE-";
+    const auto append = [&text](int number, const char* after) {
+        text += std::to_string(number) + after;
+    };
+    append(fields.tm_year + 1900, "");
+    append(fields.tm_mon + 1, "");
+    append(fields.tm_mday, ".");
+    append(fields.tm_hour, "-");
+    append(fields.tm_min, "-");
+    append(fields.tm_sec, ".psb");
+    return text;
+}
+
+TEST(ProposedName, isOfTheTimeInTheServicesOwnZone) {
+    const DeviceDouble device;
+    struct Zone {
+        const char* setting;
+        long ahead;
+    };
+    for (const Zone& zone : {Zone{"TZ=XYZ-5:45", 20700}, Zone{"TZ=XYZ11", -39600}}) {
+        std::vector<std::string> environment = device.environment();
+        environment.emplace_back(zone.setting);
+        ServiceProcess service({{}, environment, {}, {}, {}});
+        ASSERT_TRUE(service.waitUntilAnswers());
+        const SystemBus bus;
+        const std::time_t before = std::time(nullptr);
+        const Reply reply = bus.transfer("GetBackupFileName", g_variant_new("(u)", 1U));
+        const std::time_t after = std::time(nullptr);
+        std::set<std::string> possible;
+        for (std::time_t now = before; now <= after; ++now) {
+            possible.insert("('" + proposedName(now, zone.ahead) + "',)");
+        }
+        EXPECT_THAT(possible, testing::Contains(reply.text())) << zone.setting;
+    }
+}
+
+}  // namespace
+}  // namespace test_support
