@@ -1,0 +1,228 @@
+// Sticks, listings and file operations as they show from outside the running service.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <thread>
+
+#include "tests/support/device_double.h"
+#include "tests/support/service_messages.h"
+#include "tests/support/service_process.h"
+#include "tests/support/stick.h"
+#include "tests/support/system_bus.h"
+
+namespace test_support {
+namespace {
+
+const std::vector<std::string> kListings{"GetRestoreFilesList", "GetBackupFilesList",
+                                         "GetUpdateFilesList"};
+
+class Storage : public testing::Test {
+protected:
+    static Reply ask(const std::string& method, const std::string& stick, const std::string& path) {
+        return SystemBus().transfer(method, g_variant_new("(ss)", stick.c_str(), path.c_str()));
+    }
+
+    // The answer of DeleteFile or CreateDirectory on the first stick.
+    static bool answer(const std::string& method, const std::string& path) {
+        const Reply reply = ask(method, "USB_X60.1", path);
+        EXPECT_THAT(reply.text(), testing::AnyOf("(true,)", "(false,)"));
+        return reply.text() == "(true,)";
+    }
+
+    // How many entries a listing has; fails the test unless the service answered with a list.
+    static int countOf(const std::string& listing, const std::string& path) {
+        const Reply reply = ask(listing, "USB_X60.1", path);
+        EXPECT_EQ(reply.type(), "(vi)") << reply.message;
+        gint32 count = -1;
+        if (reply.error.empty()) {
+            g_variant_get_child(reply.value.get(), 1, "i", &count);
+        }
+        return count;
+    }
+
+    static guint32 stickCount() {
+        const Reply reply = SystemBus().transfer("GetStickDetailsWithCount");
+        EXPECT_EQ(reply.type(), "(vu)") << reply.message;
+        guint32 count = 0;
+        g_variant_get_child(reply.value.get(), 1, "u", &count);
+        return count;
+    }
+};
+
+TEST_F(Storage, PrintsTheSizesOfSticksAndWhatItDeletedAndNothingElse) {
+    ServiceProcess service;
+    ASSERT_TRUE(service.waitUntilAnswers());
+    Stick first(1, {"8m", "/dev/sda1", false});
+    const Stick third(3, {"5g", "/dev/sdb1", false});
+    EXPECT_EQ(stickCount(), 2U);
+    first.addFile("a/file.psb");
+    for (const std::string& listing : kListings) {
+        countOf(listing, "");
+        countOf(listing, "missing");
+        ask(listing, "USB_X60.9", "");
+    }
+    EXPECT_FALSE(answer("DeleteFile", "a"));
+    EXPECT_FALSE(answer("DeleteFile", "missing"));
+    EXPECT_FALSE(answer("DeleteFile", ""));
+    EXPECT_TRUE(answer("DeleteFile", "a//file.psb"));
+    EXPECT_TRUE(answer("DeleteFile", "/a"));
+    EXPECT_TRUE(answer("CreateDirectory", "b/c/"));
+    EXPECT_FALSE(answer("CreateDirectory", "b"));
+    first.makeReadOnly();
+    EXPECT_TRUE(answer("CreateDirectory", "d"));
+    EXPECT_FALSE(answer("DeleteFile", "b/c"));
+    first.pull();
+    EXPECT_EQ(stickCount(), 1U);
+
+    const std::string thirdSize = "Disk size: 5368709120 Byte\nFree size: 5368709120 Byte\n";
+    const std::string expected =
+        asPrinted(startUpMessages()) + "Disk size: 8388608 Byte\nFree size: 8388608 Byte\n" +
+        thirdSize +
+        "\n The File /media/usb/USB_X60.1/a//file.psb removed Successfully \n"
+        "\n The Directory /media/usb/USB_X60.1//a removed Successfully \n" +
+        thirdSize;
+    EXPECT_TRUE(service.waitForOutput(expected));
+    EXPECT_EQ(service.standardOutput(), expected);
+    EXPECT_EQ(service.standardError(), "");
+    EXPECT_TRUE(service.stop());
+}
+
+// Every way to ask, on a stick with something of everything.
+void askForAll(const Stick& stick) {
+    const SystemBus bus;
+    stick.addFile("a/b/file.psb");
+    stick.addFile("a/file.fwf");
+    bus.transfer("GetUSBStickDetails");
+    bus.transfer("GetStickDetailsWithCount");
+    for (const char* path : {"", "a", "a/file.fwf", "missing", "loop"}) {
+        for (const char* method :
+             {"GetRestoreFilesList", "GetBackupFilesList", "GetUpdateFilesList",
+              "GetDirectoryIndex", "GetDirectoryIndexForBackup", "GetDirectoryIndexForUpdate"}) {
+            const Reply reply =
+                bus.transfer(method, g_variant_new("(ss)", stick.name().c_str(), path));
+            EXPECT_EQ(reply.error, "") << method;
+        }
+        EXPECT_EQ(bus.transfer("CreateDirectory", g_variant_new("(ss)", "USB_X60.1", path)).type(),
+                  "(b)");
+    }
+    EXPECT_EQ(bus.transfer("DeleteFile", g_variant_new("(ss)", "USB_X60.1", "loop")).type(), "(b)");
+}
+
+TEST_F(Storage, KeepsNoDescriptorOpen) {
+    const DeviceDouble device;
+    ServiceProcess service({{}, device.environment(), {}, {}, {}});
+    ASSERT_TRUE(service.waitUntilAnswers());
+    Stick stick(1);
+    std::filesystem::create_directory_symlink("..", stick.path("a-loop"));
+    askForAll(stick);
+    const std::vector<std::string> open = service.openDescriptors();
+    ASSERT_FALSE(open.empty());
+    for (int round = 0; round < 5; ++round) {
+        askForAll(stick);
+    }
+    EXPECT_EQ(service.openDescriptors(), open);
+    EXPECT_TRUE(stick.unmount());
+}
+
+TEST_F(Storage, AnswersWhileSticksArePulled) {
+    const DeviceDouble device;
+    ServiceProcess service({{}, device.environment(), {}, {}, {}});
+    ASSERT_TRUE(service.waitUntilAnswers());
+    stickCount();
+    const std::vector<std::string> open = service.openDescriptors();
+    for (int round = 0; round < 60; ++round) {
+        Stick stick(1);
+        for (int number = 0; number < 20; ++number) {
+            stick.addFile("d" + std::to_string(number) + "/x.psb", "");
+            stick.addFile("x" + std::to_string(number), "");
+        }
+        std::atomic<bool> asked = false;
+        std::thread hand([&] {
+            while (!asked) {
+                std::this_thread::yield();
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(100) * round);
+            stick.pull();
+        });
+        asked = true;
+        const int count =
+            countOf(round % 2 == 0 ? "GetRestoreFilesList" : "GetBackupFilesList", "");
+        EXPECT_GE(count, 0);
+        EXPECT_LE(count, 40);
+        hand.join();
+        EXPECT_EQ(countOf("GetRestoreFilesList", ""), 0);
+    }
+    EXPECT_EQ(stickCount(), 0U);
+    EXPECT_EQ(service.openDescriptors(), open);
+}
+
+// Lets the process open no descriptor any more, until `limit` is put back.
+testing::AssertionResult forbidDescriptors(pid_t pid, rlimit& before) {
+    std::set<rlim_t> used;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+        used.insert(std::stoul(entry.path().filename()));
+    }
+    rlim_t firstFree = 0;
+    while (used.count(firstFree) != 0) {
+        ++firstFree;
+    }
+    if (prlimit(pid, RLIMIT_NOFILE, nullptr, &before) != 0) {
+        return testing::AssertionFailure() << "no limits of " << pid;
+    }
+    const rlimit none{firstFree, before.rlim_max};
+    if (prlimit(pid, RLIMIT_NOFILE, &none, nullptr) != 0) {
+        return testing::AssertionFailure() << "cannot limit the descriptors of " << pid;
+    }
+    return testing::AssertionSuccess();
+}
+
+TEST_F(Storage, GivesEmptyAnswersWithoutADescriptorAndRecovers) {
+    ServiceProcess service;  // with the stand-ins: the doubles could not write their record
+    ASSERT_TRUE(service.waitUntilAnswers());
+    const Stick stick(1);
+    stick.addFile("a/b.psb");
+    ASSERT_EQ(stickCount(), 1U);
+    ASSERT_EQ(countOf("GetRestoreFilesList", ""), 1);
+    const std::vector<std::string> open = service.openDescriptors();
+    rlimit before{};
+    ASSERT_TRUE(forbidDescriptors(service.processId().value(), before));
+    EXPECT_EQ(stickCount(), 0U);
+    for (const std::string& listing : kListings) {
+        EXPECT_EQ(countOf(listing, ""), 0) << listing;
+        EXPECT_EQ(countOf(listing, "a"), 0) << listing;
+    }
+    EXPECT_TRUE(answer("CreateDirectory", "c"));
+    EXPECT_TRUE(answer("DeleteFile", "c"));
+    EXPECT_EQ(service.openDescriptors(), open);
+    ASSERT_EQ(prlimit(service.processId().value(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_EQ(stickCount(), 1U);
+    EXPECT_EQ(countOf("GetRestoreFilesList", "a"), 1);
+}
+
+TEST_F(Storage, GivesEmptyAnswersWherePermissionIsMissing) {
+    const DeviceDouble device;
+    ServiceProcess service({{}, device.environment(), {}, {}, kWithoutPowers});
+    ASSERT_TRUE(service.waitUntilAnswers());
+    const Stick stick(1);
+    stick.addFile("closed/1.psb");
+    stick.addFile("open/2.psb");
+    chmod(stick.path("closed").c_str(), 0);
+    EXPECT_EQ(countOf("GetRestoreFilesList", ""), 2);
+    EXPECT_EQ(countOf("GetRestoreFilesList", "closed"), 0);
+    EXPECT_EQ(countOf("GetBackupFilesList", "closed"), 0);
+    EXPECT_EQ(countOf("GetBackupFilesList", ""), 1);
+    EXPECT_FALSE(answer("DeleteFile", "closed/1.psb"));
+    EXPECT_TRUE(answer("CreateDirectory", "closed/new"));
+    EXPECT_FALSE(exists(stick.path("closed/new")));
+}
+
+}  // namespace
+}  // namespace test_support
