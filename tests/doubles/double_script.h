@@ -35,7 +35,7 @@ public:
     // All values of a key that may stand several times.
     std::vector<std::string> all(const std::string& key) const;
 
-    // Does what "exit", "delay" and "hang" ask for, in that order.
+    // Does what "misuse", "exit", "delay" and "hang" ask for, in that order.
     void waitOrExit() const;
 
 private:
