@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -111,16 +112,19 @@ void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Lev
         return;
     }
     const std::string location = locationOf(directory, mntId);
-    std::vector<FileEntry> files;
+    // Files go straight to their place; directories, of which there are few, are put before them.
+    const auto begin = static_cast<std::ptrdiff_t>(entries.size());
+    std::vector<FileEntry> directories;
     for (VisibleEntries visible(directory); visible.next();) {
         const bool isDir = isDirectory(visible.status());
         if (isDir && level != Level::Files) {
-            entries.push_back(makeEntry(visible.name(), visible.status(), location));
+            directories.push_back(makeEntry(visible.name(), visible.status(), location));
         } else if (!isDir && level != Level::Directories) {
-            files.push_back(makeEntry(visible.name(), visible.status(), location));
+            entries.push_back(makeEntry(visible.name(), visible.status(), location));
         }
     }
-    std::move(files.begin(), files.end(), std::back_inserter(entries));
+    entries.insert(entries.begin() + begin, std::make_move_iterator(directories.begin()),
+                   std::make_move_iterator(directories.end()));
 }
 
 std::vector<FileEntry> TfMngr::getBackupFilesList(const std::string& mntId,
