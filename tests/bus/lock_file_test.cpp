@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <optional>
 #include <ostream>
-#include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "tests/support/files.h"
@@ -32,20 +32,15 @@ using testing::Not;
 
 constexpr const char* kRealLockFile = "/run/lock/com.morvane.transfer.pid";
 constexpr mode_t kModeBits = 07777;
+constexpr int kManyDescriptors = 64;
 
-// The flags with which a process has the file open, of /proc/PID/fdinfo; nothing when it has not.
+// The flags with which a process has the file open; nothing when it has not.
 std::optional<int> openFlags(pid_t pid, const std::string& file) {
-    const std::string process = "/proc/" + std::to_string(pid);
-    for (int fd = 0; fd < 64; ++fd) {
+    for (int fd = 0; fd < kManyDescriptors; ++fd) {
         std::error_code error;
-        const std::string number = std::to_string(fd);
-        if (std::filesystem::read_symlink(process + "/fd/" + number, error) == file) {
-            std::istringstream words(readFile(process + "/fdinfo/" + number));
-            for (std::string word; words >> word;) {
-                if (word == "flags:" && words >> word) {
-                    return std::stoi(word, nullptr, 8);
-                }
-            }
+        const std::string link = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
+        if (std::filesystem::read_symlink(link, error) == file) {
+            return openFlagsOf(pid, fd);
         }
     }
     return std::nullopt;

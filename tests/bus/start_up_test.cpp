@@ -113,6 +113,7 @@ TEST_F(StartUp, reportsUnknownOptionsAndIgnoresThemWithAllArguments) {
     ServiceProcess service{{{"word", "-x", "--no", "-y", "--", "-d"}, {}, {}, {}, {}}};
     ASSERT_TRUE(service.waitUntilAnswers());
     const std::string report = buildPath("com-morvane-transfer-service") + ": invalid option -- '";
+    ASSERT_TRUE(service.waitForError(report + "y'\n"));
     EXPECT_EQ(service.standardError(), report + "x'\n" + report + "-'\n" + report + "n'\n" +
                                            report + "o'\n" + report + "y'\n");
     ASSERT_TRUE(service.waitForOutput(kLastStep));

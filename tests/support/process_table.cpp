@@ -92,6 +92,16 @@ std::vector<std::string> openDescriptorsOf(pid_t pid) {
     return targets;
 }
 
+std::optional<int> openFlagsOf(pid_t pid, int fd) {
+    const std::string label = "flags:";
+    for (const std::string& line : readLines(procPath(pid, "fdinfo/" + std::to_string(fd)))) {
+        if (line.compare(0, label.size(), label) == 0) {
+            return std::stoi(line.substr(label.size()), nullptr, 8);
+        }
+    }
+    return std::nullopt;
+}
+
 int threadsOf(pid_t pid) {
     return static_cast<int>(numbersIn(procPath(pid, "task")).size());
 }

@@ -28,6 +28,10 @@ std::optional<pid_t> innermostId(pid_t pid);
 // What the open descriptors of a process lead to, in order of their numbers.
 std::vector<std::string> openDescriptorsOf(pid_t pid);
 
+// The flags (O_RDONLY, O_CLOEXEC, ...) with which a process has a descriptor open; nothing when it
+// is not open.
+std::optional<int> openFlagsOf(pid_t pid, int fd);
+
 // Number of threads of a process, 0 when it has gone.
 int threadsOf(pid_t pid);
 

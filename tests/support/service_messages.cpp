@@ -41,6 +41,14 @@ std::vector<LogMessage> startUpMessages() {
             debugMessage("Init Main loop")};
 }
 
+LogMessage launcherBegins() {
+    return infoMessage("DBus service will be started as daemon");
+}
+
+LogMessage launcherEnds() {
+    return infoMessage("Exiting parent process");
+}
+
 std::string asPrinted(const std::vector<LogMessage>& messages) {
     std::string text;
     for (const LogMessage& message : messages) {

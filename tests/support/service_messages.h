@@ -15,6 +15,10 @@ LogMessage debugMessage(const std::string& text);
 // What every start prints and logs, up to the main loop.
 std::vector<LogMessage> startUpMessages();
 
+// What a launcher says first, before the id of a new semaphore set, and last, when it succeeds.
+LogMessage launcherBegins();
+LogMessage launcherEnds();
+
 // The messages on standard output: each with its tag and a line end.
 std::string asPrinted(const std::vector<LogMessage>& messages);
 

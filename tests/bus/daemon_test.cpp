@@ -1,0 +1,187 @@
+// The service as a daemon: what its launcher says and waits for, and what becomes of the daemon.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/applet_control.h"
+#include "tests/support/files.h"
+#include "tests/support/lock_file.h"
+#include "tests/support/paths.h"
+#include "tests/support/process_table.h"
+#include "tests/support/service_messages.h"
+#include "tests/support/service_process.h"
+#include "tests/support/start_semaphores.h"
+#include "tests/support/syslog_socket.h"
+#include "tests/support/system_bus.h"
+#include "tests/support/transfer_script.h"
+#include "tests/support/waiting.h"
+
+namespace test_support {
+namespace {
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr mode_t kStrictUmask = 077;
+
+ServiceOptions withArguments(const std::vector<std::string>& arguments) {
+    return {arguments, {}, {}, {}, {}};
+}
+
+std::string printedWithNewSet(int id) {
+    return asPrinted({launcherBegins()}) + "Semaphor created ID: " + std::to_string(id) + "\n";
+}
+
+class Daemon : public testing::Test {
+protected:
+    static testing::AssertionResult setIsRemoved() {
+        return eventually([] { return !StartSemaphores::exists(); }, "the set is removed");
+    }
+
+    std::ptrdiff_t count(const LogMessage& message) const {
+        const std::vector<LogMessage> all = log_.messages();
+        return std::count(all.begin(), all.end(), message);
+    }
+
+    SyslogSocket log_;
+    const StartSemaphores set_;
+};
+
+TEST_F(Daemon, keepsItsLauncherWaitingUntilBothObjectsAnswer) {
+    const HeldTransferScript script;
+    ServiceProcess service{{{"-d"}, {}, {}, kStrictUmask, {}}};
+    ASSERT_TRUE(script.waitUntilEntered());
+    ASSERT_TRUE(StartSemaphores::exists());
+    const int id = StartSemaphores::id();
+    EXPECT_EQ(set_.count(), 2U);
+    EXPECT_EQ(set_.permissions(), 0666U);
+    EXPECT_TRUE(eventually([this] { return set_.waiting(0) == 1; }, "the launcher waits"));
+    EXPECT_EQ(set_.value(0), 0);
+    EXPECT_EQ(set_.value(1), 0);
+    EXPECT_THAT(service.ends(), IsEmpty());
+    ASSERT_TRUE(service.waitForOutput(printedWithNewSet(id)));
+    EXPECT_EQ(service.standardOutput(), printedWithNewSet(id));
+
+    script.release();
+    EXPECT_EQ(service.waitForCommandEnd(), exited(0));
+    const SystemBus bus;
+    EXPECT_EQ(bus.transfer("GetUSBStickDetails").error, "");
+    EXPECT_EQ(bus.call(kControlPath, kControlInterface, "Init").error, "");
+    EXPECT_TRUE(setIsRemoved());
+    ASSERT_TRUE(service.waitForOutput(asPrinted({launcherEnds()})));
+    EXPECT_EQ(service.standardOutput(), printedWithNewSet(id) + asPrinted({launcherEnds()}));
+    EXPECT_EQ(service.standardError(), "");
+}
+
+TEST_F(Daemon, isNotReadyWhileItOwnsTheNameWithoutItsObjects) {
+    auto silent = std::make_unique<AppletControl>(AppletControl::Answers::kNever);
+    ServiceProcess service(withArguments({"-d"}));
+    ASSERT_TRUE(eventually([&] { return service.processId().has_value(); }, "the name is owned"));
+    EXPECT_TRUE(eventually([this] { return set_.waiting(0) == 1; }, "the launcher waits"));
+    EXPECT_THAT(service.ends(), IsEmpty());
+    silent.reset();
+    EXPECT_EQ(service.waitForCommandEnd(), exited(0));
+    EXPECT_EQ(SystemBus().transfer("GetUSBStickDetails").error, "");
+}
+
+TEST_F(Daemon, sendsItsMessagesToTheSystemLogAlone) {
+    ServiceProcess service(withArguments({"-d"}));
+    EXPECT_EQ(service.waitForCommandEnd(), exited(0));
+    ASSERT_TRUE(log_.waitFor(launcherEnds().text));
+    std::vector<LogMessage> expected = joined({launcherBegins()}, startUpMessages());
+    expected.push_back(launcherEnds());
+    EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
+    ASSERT_TRUE(service.waitForOutput(launcherEnds().text));
+    EXPECT_EQ(service.standardOutput().find("Starting"), std::string::npos);
+}
+
+TEST_F(Daemon, hasItsOwnSessionTheRootDirectoryAndNoStreams) {
+    const TemporaryDirectory elsewhere;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(elsewhere.path());
+    ServiceProcess service{{{"-d"}, {}, {}, kStrictUmask, {}}};
+    std::filesystem::current_path(before);
+    ASSERT_TRUE(service.waitUntilAnswers());
+    const pid_t daemon = *service.processId();
+
+    EXPECT_EQ(getsid(daemon), daemon);
+    EXPECT_EQ(getpgid(daemon), daemon);
+    EXPECT_EQ(statusField(daemon, "Umask"), "0000");
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/cwd"), "/");
+    const std::vector<std::string> open = service.openDescriptors();
+    ASSERT_GE(open.size(), 3U);
+    EXPECT_THAT(std::vector<std::string>(open.begin(), open.begin() + 3), Each("/dev/null"));
+    EXPECT_EQ(openFlagsOf(daemon, 0).value_or(-1) & O_ACCMODE, O_RDONLY);
+    EXPECT_EQ(openFlagsOf(daemon, 1).value_or(-1) & O_ACCMODE, O_WRONLY);
+    EXPECT_EQ(openFlagsOf(daemon, 2).value_or(-1) & O_ACCMODE, O_WRONLY);
+    EXPECT_THAT(open, Not(Contains(testing::HasSubstr("/dev/pts"))));
+}
+
+TEST_F(Daemon, andItsLauncherBothFlushTheFirstLinesIntoAFile) {
+    const TemporaryDirectory folder;
+    const std::string redirect = "exec \"$@\" >" + folder.path("output");
+    const HeldTransferScript script;
+    ServiceProcess service{{{"-d"}, {}, {}, {}, {"sh", "-c", redirect, "sh"}}};
+    ASSERT_TRUE(script.waitUntilEntered());
+    const std::string firstLines = printedWithNewSet(StartSemaphores::id());
+    EXPECT_EQ(readFile(folder.path("output")), firstLines) << "by the daemon";
+    script.release();
+    EXPECT_EQ(service.waitForCommandEnd(), exited(0));
+    EXPECT_EQ(readFile(folder.path("output")),
+              firstLines + firstLines + asPrinted({launcherEnds()}));
+}
+
+TEST_F(Daemon, isMadeAlsoBehindOtherWordsAndOptions) {
+    ServiceProcess service(withArguments({"word", "-x", "-d"}));
+    EXPECT_EQ(service.waitForCommandEnd(), exited(0));
+    EXPECT_TRUE(service.processId().has_value());
+    ASSERT_TRUE(service.waitForError("invalid option -- 'x'\n"));
+    EXPECT_EQ(service.standardError(),
+              buildPath("com-morvane-transfer-service") + ": invalid option -- 'x'\n");
+}
+
+TEST_F(Daemon, canBeAskedForTwice) {
+    ServiceProcess service(withArguments({"-d", "-d"}));
+    EXPECT_EQ(service.waitForCommandEnd(), exited(0));
+    ASSERT_TRUE(service.waitUntilAnswers());
+    ASSERT_TRUE(eventually([&] { return service.ends().size() == 2; }, "both launchers end"));
+    for (const RoomEnd& launcher : service.ends()) {
+        EXPECT_EQ(launcher.end, exited(0));
+    }
+    EXPECT_TRUE(setIsRemoved());
+    EXPECT_EQ(lockHolder(kLockFile), service.processId());
+    EXPECT_TRUE(eventually([this] { return count(launcherEnds()) == 2; }, "two launchers log it"));
+    EXPECT_EQ(count(launcherBegins()), 2);
+}
+
+TEST_F(Daemon, thatIsTheSecondInstanceReleasesItsLauncherAndEndsWith2) {
+    ServiceProcess first;
+    ASSERT_TRUE(first.waitUntilAnswers());
+    const std::string idBefore = readFile(kLockFile);
+    const std::unique_ptr<ChildProcess> launcher =
+        first.enter(runnable(buildPath("com-morvane-transfer-service"), {"-d"}));
+    EXPECT_EQ(launcher->waitForEnd(), exited(0));
+    ASSERT_TRUE(eventually([&] { return first.ends().size() == 1; }, "the second daemon ends"));
+    EXPECT_EQ(first.ends().front().end, exited(2));
+    EXPECT_FALSE(StartSemaphores::exists());
+    ASSERT_TRUE(log_.waitFor("already started"));
+    EXPECT_THAT(
+        log_.messages(),
+        Contains(errorMessage("Service already started. Shutting down com.morvane.transfer")));
+    EXPECT_EQ(readFile(kLockFile), idBefore);
+    EXPECT_TRUE(first.processId().has_value());
+}
+
+}  // namespace
+}  // namespace test_support
