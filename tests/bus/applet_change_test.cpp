@@ -1,0 +1,105 @@
+// What an applet change does to the service and its neighbours.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/applet_control.h"
+#include "tests/support/files.h"
+#include "tests/support/lock_file.h"
+#include "tests/support/service_messages.h"
+#include "tests/support/service_process.h"
+#include "tests/support/syslog_socket.h"
+#include "tests/support/system_bus.h"
+#include "tests/support/transfer_script.h"
+
+namespace test_support {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+constexpr const char* kMarker = "/tmp/transfer.enabled";
+constexpr const char* kScriptStart = "TF_STATE_SNC_START true true";
+
+LogMessage received(int id) {
+    return infoMessage("appletHasChanged() Signal received with ID " + std::to_string(id));
+}
+
+class AppletChange : public testing::Test {
+protected:
+    AppletChange() { clearTransferScriptRuns(); }
+
+    const LogMessage quitting_ = infoMessage("Quitting com-morvane-transfer-service");
+    SyslogSocket log_;
+    AppletControl appletControl_;
+};
+
+TEST_F(AppletChange, toOneOfFiveAppletsIsLoggedAndLeavesTheServiceAlone) {
+    ServiceProcess service;
+    ASSERT_TRUE(service.waitUntilAnswers());
+    const std::unique_ptr<ChildProcess> witness = service.enterWitness();
+    std::vector<LogMessage> expected = startUpMessages();
+    for (const int id : {1, 257, 258, 259, 262, 1}) {
+        appletControl_.emitAppletChanged(id);
+        expected.push_back(received(id));
+    }
+    ASSERT_TRUE(service.waitForOutput(asPrinted(expected)));
+    EXPECT_EQ(SystemBus().transfer("GetUSBStickDetails").text(), "(@av [],)");
+    EXPECT_EQ(service.standardOutput(), asPrinted(expected));
+    EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
+    EXPECT_THAT(service.ends(), IsEmpty());
+    EXPECT_FALSE(witness->hasEnded());
+}
+
+TEST_F(AppletChange, endsADaemonWith0) {
+    ServiceProcess service{{{"-d"}, {}, {}, {}, {}}};
+    ASSERT_EQ(service.waitForCommandEnd(), exited(0));
+    const std::unique_ptr<ChildProcess> witness = service.enterWitness();
+    appletControl_.emitAppletChanged(0);
+    EXPECT_EQ(witness->waitForEnd(), killedBy(SIGTERM));
+    EXPECT_THAT(service.waitForAllEnds(), ElementsAre(exited(0), exited(0)));
+    ASSERT_TRUE(log_.waitFor(quitting_.text));
+    EXPECT_EQ(log_.messages().back(), quitting_);
+}
+
+class QuittingApplet : public AppletChange, public testing::WithParamInterface<int> {};
+
+TEST_P(QuittingApplet, endsTheServiceWith0AndItsNeighboursWithSigterm) {
+    ServiceProcess service;
+    ASSERT_TRUE(service.waitUntilAnswers());
+    const std::unique_ptr<ChildProcess> witness = service.enterWitness();
+    ChildProcess outsider({"sleep", "infinity"});
+    appletControl_.emitAppletChanged(GetParam());
+    EXPECT_EQ(witness->waitForEnd(), killedBy(SIGTERM));
+    EXPECT_THAT(service.waitForAllEnds(), ElementsAre(exited(0)));
+    EXPECT_FALSE(outsider.hasEnded());
+
+    const std::vector<LogMessage> expected =
+        joined(startUpMessages(), {received(GetParam()), quitting_});
+    EXPECT_EQ(service.standardOutput(), asPrinted(expected));
+    EXPECT_EQ(service.standardError(), "");
+    ASSERT_TRUE(log_.waitFor(quitting_.text));
+    EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
+    // No destructor runs: the script is not told of the stop, and what the start left stays.
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
+    EXPECT_TRUE(exists(kMarker));
+    EXPECT_TRUE(exists(kLockFile));
+}
+
+INSTANTIATE_TEST_SUITE_P(WithId, QuittingApplet,
+                         testing::Values(0, 2, 256, 260, 261, 263, -1, -257, 65793,
+                                         std::numeric_limits<int>::min(),
+                                         std::numeric_limits<int>::max()),
+                         [](const auto& id) {
+                             return (id.param < 0 ? "minus" : "") +
+                                    std::to_string(id.param).substr(id.param < 0 ? 1 : 0);
+                         });
+
+}  // namespace
+}  // namespace test_support
