@@ -14,6 +14,7 @@
 #include "tests/support/process_table.h"
 #include "tests/support/stick.h"
 #include "tests/unit/job_fixture.h"
+#include "tests/unit/watched_calls.h"
 
 namespace test_support {
 namespace {
@@ -203,6 +204,22 @@ TEST_F(Backup, isMeasuredAgainstMoreThan32BitsOfSpace) {
     orderSize(space + 1);
     EXPECT_EQ(backup(stick.name(), 1, "a.psb"), 3);
     orderSize(space);
+    EXPECT_EQ(backup(stick.name(), 1, "a.psb"), 0);
+}
+
+TEST_F(Backup, isMeasuredInBlocksThatAreFreeToRoot) {
+    const Stick stick(1);
+    struct statfs64 fileSystem {};
+    fileSystem.f_bsize = 512;
+    fileSystem.f_frsize = 4096;
+    fileSystem.f_blocks = std::uint64_t{1} << 40U;
+    fileSystem.f_bfree = (std::uint64_t{1} << 33U) + 1;
+    fileSystem.f_bavail = 1;
+    WatchedCalls calls;
+    calls.setFileSystem(fileSystem);
+    orderSize(512 * fileSystem.f_bfree + 1);
+    EXPECT_EQ(backup(stick.name(), 1, "a.psb"), 3);
+    orderSize(512 * fileSystem.f_bfree);
     EXPECT_EQ(backup(stick.name(), 1, "a.psb"), 0);
 }
 

@@ -6,14 +6,12 @@
 
 #include "tests/support/device_calls.h"
 #include "tests/support/device_double.h"
-#include "tests/support/stick.h"
 #include "transfer/tf_mngr.h"
 
 namespace test_support {
 namespace {
 
 using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 class DeviceName : public testing::Test {
 protected:
@@ -61,41 +59,6 @@ TEST_F(DeviceName, comesThroughUnchanged) {
         device_.order("Vesk.getValue", "value", name);
         EXPECT_EQ(manager_.getDeviceName(), name);
     }
-}
-
-// ---- a listing of updates reads the name and discards it
-// -------------------------------------------
-
-TEST_F(DeviceName, isReadOnceBeforeAListingOfUpdates) {
-    const Stick stick(1);
-    stick.addFile("a.fwf");
-    stick.addFile("deep/b.fwf");
-    EXPECT_EQ(manager_.getUpdateFilesList(stick.name(), "").size(), 2U);
-    const Calls calls = device_.calls();
-    ASSERT_GT(calls.size(), nameReading().size());
-    const Calls rest(calls.begin() + static_cast<std::ptrdiff_t>(nameReading().size()),
-                     calls.end());
-    EXPECT_EQ(nameReading() + rest, calls);
-    EXPECT_THAT(rest, testing::Each(testing::Not(testing::StartsWith("Vesk."))));
-}
-
-TEST_F(DeviceName, isReadForAListingOfUpdatesThatFindsNoStick) {
-    EXPECT_THAT(manager_.getUpdateFilesList("USB_X60.1", ""), IsEmpty());
-    EXPECT_THAT(device_.calls(), ElementsAreArray(nameReading()));
-}
-
-TEST_F(DeviceName, whenUnreadableKeepsNoListingOfUpdatesBack) {
-    const Stick stick(1);
-    stick.addFile("a.fwf");
-    device_.orderStatus("Vesk.startTransaction", 1);
-    EXPECT_EQ(manager_.getUpdateFilesList(stick.name(), "").size(), 1U);
-}
-
-TEST_F(DeviceName, isNotReadForAListingOfBackups) {
-    const Stick stick(1);
-    stick.addFile("a.psb");
-    EXPECT_EQ(manager_.getBackupFilesList(stick.name(), "").size(), 1U);
-    EXPECT_THAT(device_.calls(), testing::Each(testing::Not(testing::StartsWith("Vesk."))));
 }
 
 }  // namespace

@@ -1,8 +1,13 @@
 // The controllers that a listing keeps while it has packages checked.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdint>
 
 #include "tests/support/device_calls.h"
+#include "tests/support/persistent_record.h"
+#include "tests/support/process_table.h"
 #include "tests/unit/listing.h"
 #include "tests/unit/watched_calls.h"
 
@@ -171,6 +176,37 @@ TEST_F(FileChecks, GiveALogObjectThatOutlivesEveryController) {
     EXPECT_THAT(device_.violations(), IsEmpty());
 }
 
+TEST_F(FileChecks, FindTheCredentialInEveryCallOfTheLibrary) {
+    const std::string credential(64, 'c');
+    const PersistentRecord record(recordWith(credential));
+    device_.order("*", "log", "6");
+    stick_.addFile("1.psb");
+    stick_.addFile("2.fwf");
+    EXPECT_EQ(backup("").size(), 1U);
+    EXPECT_EQ(update("").size(), 1U);
+    const std::string answer = ".readCredential() = 0 \"" + credential + "\"";
+    std::vector<std::string> expected(5, "BR1" + answer);  // from setLog to the destruction
+    expected.insert(expected.end(), 5, "FU1" + answer);
+    EXPECT_EQ(device_.logAnswers(), expected);
+}
+
+TEST_F(FileChecks, LeaveNoDescriptorOpenWhateverFails) {
+    stick_.addFile("1.psb");
+    stick_.addFile("2.fwf");
+    const auto before = openDescriptorsOf(getpid());
+    const auto listNothing = [this] {
+        EXPECT_THAT(backup(""), IsEmpty());
+        EXPECT_THAT(update(""), IsEmpty());
+    };
+    device_.order("*", "reject", stick_.path());
+    listNothing();
+    device_.orderStatus("*", 1);  // no connection
+    listNothing();
+    device_.order("*", "null");
+    listNothing();
+    EXPECT_EQ(openDescriptorsOf(getpid()), before);
+}
+
 // ---- checks outside a listing -----------------------------------------------------------------
 
 TEST_F(FileChecks, GoToTheControllerThatTheMarkerSays) {
@@ -224,6 +260,41 @@ TEST_F(FileChecks, AreNotReleasedByTheEndOfTheManager) {
         EXPECT_TRUE(manager.checkRestoreFile("/a"));
     }
     EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"}));
+}
+
+TEST_F(FileChecks, AcceptNoStatusButZero) {
+    const std::vector<std::int64_t> failures{1, -1, 0x100000000, INT64_MIN};
+    for (const std::int64_t status : failures) {
+        device_.orderStatus("BR.checkBackupFile", status);
+        EXPECT_FALSE(manager_.checkRestoreFile("/a.psb")) << status;
+    }
+    device_.orderStatus("BR.checkBackupFile", 0);
+    EXPECT_TRUE(manager_.checkRestoreFile("/a.psb"));
+    backup("missing");  // releases the controller
+    for (const std::int64_t status : failures) {
+        device_.orderStatus("FU.checkFirmwareFile", status);
+        EXPECT_FALSE(manager_.checkUpdateFile("/a.fwf")) << status;
+    }
+    device_.orderStatus("FU.checkFirmwareFile", 0);
+    EXPECT_TRUE(manager_.checkUpdateFile("/a.fwf"));
+}
+
+TEST_F(FileChecks, PassAnyPathOn) {
+    for (const std::string& path :
+         {std::string(), std::string("../%n\n\xFF"), "/" + std::string(10000, 'x')}) {
+        device_.clearRecord();
+        EXPECT_TRUE(manager_.checkRestoreFile(path));
+        EXPECT_EQ(calls().back(), "BR1.checkBackupFile(\"" + path + "\")");
+    }
+}
+
+TEST_F(FileChecks, KeepTheirControllerWhileTheSizeOfABackupIsAskedFor) {
+    device_.order("BR.getBackupSize", "bytes", "18446744073709551615");
+    EXPECT_TRUE(manager_.checkRestoreFile("/a.psb"));
+    EXPECT_EQ(manager_.DoBackup(stick_.name(), 1, "new.psb"), JobResult::NotEnoughSpace);
+    EXPECT_TRUE(manager_.checkRestoreFile("/a.psb"));
+    const Calls check{"BR1.checkBackupFile(\"/a.psb\")"};
+    EXPECT_EQ(calls(), opened("BR1") + check + completed(sizeQuery(2, "fullbackup")) + check);
 }
 
 }  // namespace
