@@ -1,0 +1,37 @@
+// A service that has to come out of a test as it went in.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/device_double.h"
+#include "tests/support/service_process.h"
+#include "tests/support/system_bus.h"
+
+namespace test_support {
+
+class SteadyService : public testing::Test {
+protected:
+    // Without doubles the service uses the stand-ins of the device libraries.
+    explicit SteadyService(const std::vector<std::string>& environment)
+        : service_({{}, environment, {}, {}, {}}) {}
+
+    void SetUp() override;
+
+    // The same process answers, and the descriptors that are open are those of the beginning.
+    void TearDown() override;
+
+    ServiceProcess service_;
+    const SystemBus bus_;
+
+private:
+    std::vector<std::string> sortedDescriptors() const;
+
+    std::optional<pid_t> process_;
+    std::vector<std::string> descriptors_;
+};
+
+}  // namespace test_support
