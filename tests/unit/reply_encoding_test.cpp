@@ -256,7 +256,7 @@ TEST(ReplyEncoding, ofAnySticksEqualsThePlainEncoding) {
 
 TEST(ReplyEncoding, ofAnyFilesEqualsThePlainEncoding) {
     Generator generate;
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 100; ++i) {
         const Files entries = generate.files(reply::kMaxTupleRecords);
         expectEqual(reply::fileArray(entries).value, naiveArray(entries));
         if (!entries.empty()) {
