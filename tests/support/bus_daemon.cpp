@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/argument_vector.h"
 #include "tests/support/files.h"
 #include "tests/support/process_table.h"
 #include "tests/support/system_bus.h"
@@ -58,11 +59,7 @@ void BusOutage::start() {
     if (answers()) {
         return;
     }
-    std::vector<char*> arguments;
-    for (const std::string& word : command_) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments = argumentVector(command_);
     posix_spawn_file_actions_t quiet;
     posix_spawn_file_actions_init(&quiet);
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "tests/support/argument_vector.h"
 #include "tests/support/waiting.h"
 
 namespace test_support {
@@ -59,15 +60,6 @@ Channel makeTerminal() {
         fail(name.data());
     }
     return channel;
-}
-
-std::vector<char*> pointers(const std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    for (const std::string& text : texts) {
-        result.push_back(const_cast<char*>(text.c_str()));
-    }
-    result.push_back(nullptr);
-    return result;
 }
 
 std::vector<std::string> mergedEnvironment(const std::vector<std::string>& additions) {
@@ -152,8 +144,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const ChildO
                                        raised(report.writer)};
     Launch launch;
     launch.environmentTexts = mergedEnvironment(options.environment);
-    launch.arguments = pointers(command);
-    launch.environment = pointers(launch.environmentTexts);
+    launch.arguments = argumentVector(command);
+    launch.environment = argumentVector(launch.environmentTexts);
     launch.streams = {ends[0].get(), ends[1].get(), ends[2].get(), ends[3].get()};
     launch.options = &options;
     launch.parent = getpid();

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/argument_vector.h"
 #include "tests/support/inside_sandbox.h"
 #include "tests/support/paths.h"
 
@@ -49,11 +50,7 @@ void setSanitizerDefaults() {
 }
 
 void runThrough(const std::vector<std::string>& command) {
-    std::vector<char*> arguments;
-    for (const std::string& word : command) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments = argumentVector(command);
     execv(arguments[0], arguments.data());
 }
 

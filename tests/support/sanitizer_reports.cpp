@@ -13,11 +13,12 @@ std::vector<std::string> SanitizerReports::environment() const {
     if (!sanitized()) {
         return result;
     }
-    for (const std::string name :
-         {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
-        const char* inherited = std::getenv(name.c_str());
-        const std::string settings = inherited != nullptr ? std::string(inherited) + ":" : "";
-        result.push_back(name + "=" + settings + "log_path=" + folder_.path("report"));
+    for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+        std::string entry = std::string(name) + "=";
+        if (const char* inherited = std::getenv(name)) {
+            entry.append(inherited).append(":");
+        }
+        result.push_back(entry.append("log_path=").append(folder_.path("report")));
     }
     return result;
 }

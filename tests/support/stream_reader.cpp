@@ -1,7 +1,6 @@
 // Reads several streams at once into texts, on a thread of its own.
 #include "tests/support/stream_reader.h"
 
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -49,23 +48,23 @@ bool StreamReader::waitForEnd() const {
 }
 
 void StreamReader::run() {
-    // A negative descriptor is passed over by poll: so are the streams that have ended.
     std::vector<pollfd> polled(streams_.size() + 1, pollfd{-1, POLLIN, 0});
     polled.back().fd = stop_.get();
-    for (;;) {
+    while (polled.back().revents == 0) {
         for (std::size_t i = 0; i < streams_.size(); ++i) {
+            // A negative descriptor is passed over by poll: so are the streams that have ended.
             polled[i].fd = streams_[i].ended ? -1 : streams_[i].fd.get();
         }
-        if (poll(polled.data(), polled.size(), -1) < 0) {
-            continue;
+        if (poll(polled.data(), polled.size(), -1) > 0) {
+            readReady(polled);
         }
-        if (polled.back().revents != 0) {
-            return;
-        }
-        for (std::size_t i = 0; i < streams_.size(); ++i) {
-            if (polled[i].fd >= 0 && polled[i].revents != 0) {
-                readOnce(streams_[i]);
-            }
+    }
+}
+
+void StreamReader::readReady(const std::vector<pollfd>& polled) {
+    for (std::size_t i = 0; i < streams_.size(); ++i) {
+        if (polled[i].fd >= 0 && polled[i].revents != 0) {
+            readOnce(streams_[i]);
         }
     }
 }

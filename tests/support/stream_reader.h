@@ -1,6 +1,8 @@
 // Reads several streams at once into texts, on a thread of its own.
 #pragma once
 
+#include <poll.h>
+
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -38,6 +40,7 @@ private:
     };
 
     void run();
+    void readReady(const std::vector<pollfd>& polled);
     void readOnce(Stream& stream);
 
     std::vector<Stream> streams_;
