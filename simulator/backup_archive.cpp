@@ -179,9 +179,6 @@ ArchiveManifest parseManifest(const std::string& text) {
     manifest.time = reader.text(kHeadGroup, "Time");
     manifest.firmware = reader.text(kHeadGroup, "Firmware");
     const std::uint64_t count = reader.number(kHeadGroup, "Members");
-    if (count > kMaxMembers) {
-        throw ArchiveError("too many members");
-    }
     for (std::size_t i = 0; i < count; ++i) {
         const std::string group = memberGroup(i);
         manifest.members.push_back({reader.text(group, "Name"), reader.number(group, "Size"),

@@ -225,7 +225,7 @@ TEST_F(BackupArchive, MembersAndManifestMustAgree) {
     const CraftedMember soup = {"recipes/soup", "hot"};
     const CraftedMember cold = {"recipes/soup", "icy"};
     const CraftedMember longer = {"recipes/soup", "hotter"};
-    const CraftedMember tea = {"drinks/tea", "cold"};
+    const CraftedMember tea = {"drinks/tea", soup.bytes};  // told apart by its name only
     const CraftedMember manifest = {"manifest", craftedManifest("food", {soup, tea})};
 
     const std::vector<std::pair<const char*, std::vector<CraftedMember>>> cases = {
@@ -271,6 +271,25 @@ TEST_F(BackupArchive, BrokenManifestsAreRefused) {
         EXPECT_NE(refusal(), "") << text;
     }
     writeCrafted(file_, {{"manifest", good}, soup});
+    EXPECT_EQ(refusal(), "");
+}
+
+TEST_F(BackupArchive, StatingTooMuchIsRefusedBeforeItIsRead) {
+    const CraftedMember soup = {"recipes/soup", "hot"};
+    std::string text = craftedManifest("food", {soup});
+    text.replace(text.find("Size=3"), 6, "Size=1073741825");
+    writeCrafted(file_, {{"manifest", text}, soup});
+    EXPECT_EQ(refusal(), "too large a content");
+
+    std::vector<CraftedMember> many;
+    many.reserve(10001);
+    for (int i = 0; i <= 10000; ++i) {
+        many.push_back({"recipes/" + std::to_string(i), ""});
+    }
+    writeWithManifest(file_, "food", many);
+    EXPECT_EQ(refusal(), "too many members");
+    many.pop_back();
+    writeWithManifest(file_, "food", many);
     EXPECT_EQ(refusal(), "");
 }
 

@@ -1,7 +1,7 @@
 // The stand-in client library and the simulator process, talking to each other.
 #include "platform/device_manager_client.h"
 
-#include <glib.h>
+#include <gio/gio.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,6 +17,8 @@
 #include <vector>
 
 #include "simulator/device_manager_status.h"
+#include "simulator/gobject_pointer.h"
+#include "simulator/peer_protocol.h"
 #include "tests/support/child_process.h"
 #include "tests/support/files.h"
 #include "tests/support/paths.h"
@@ -193,8 +195,10 @@ TEST_F(DeviceManagerClient, WorksWithoutALogObjectWhereNoCredentialIsAskedFor) {
 TEST_F(DeviceManagerClient, IsRefusedWhenTheRecordIsGoneOrNoRecord) {
     start();
     const BackupRestore controller = backupRestore();
-    writeFile(record_, "short");
-    EXPECT_EQ(controller->connect(kEndpoint, ""), kRefused);
+    for (const std::string& record : {std::string("short"), readFile(record_) + "x"}) {
+        writeFile(record_, record);
+        EXPECT_EQ(controller->connect(kEndpoint, ""), kRefused);
+    }
     std::filesystem::remove(record_);
     EXPECT_EQ(controller->connect(kEndpoint, ""), kRefused);
 }
@@ -229,6 +233,26 @@ TEST_F(DeviceManagerClient, CallsOutsideAConnectionFail) {
     const Update update(FUCreateController());
     EXPECT_EQ(update->update(updateFile_.c_str()), kNotConnected);
     EXPECT_EQ(update->checkFirmwareFile(updateFile_.c_str()), kNotConnected);
+}
+
+// The client library would not let such a call through, so this speaks to the simulator directly.
+TEST_F(DeviceManagerClient, TheSimulatorItselfAnswersAfterConnectOnly) {
+    start();
+    g_autoptr(GError) error = nullptr;
+    const GObjectPointer<GDBusConnection> peer(g_dbus_connection_new_for_address_sync(
+        "tcp:host=127.0.0.1,port=5001", G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
+        anonymousOnly().get(), nullptr, &error));
+    ASSERT_NE(peer, nullptr) << error->message;
+    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        peer.get(), nullptr, kDeviceManagerObject, "com.morvane.devicemanager", "Backup",
+        g_variant_new("(^ay^ay)", file_.c_str(), "recipes"), G_VARIANT_TYPE("(xs)"),
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+    ASSERT_NE(reply, nullptr) << error->message;
+    gint64 status = 0;
+    g_variant_get_child(reply, 0, "x", &status);
+    EXPECT_EQ(status, kNotConnected);
+    EXPECT_FALSE(test_support::exists(file_));
+    g_dbus_connection_close_sync(peer.get(), nullptr, nullptr);
 }
 
 TEST_F(DeviceManagerClient, ConnectsAgain) {
