@@ -45,13 +45,13 @@ constexpr std::int64_t kUnusable = number(DeviceManagerStatus::unusableFile);
 // Keeps what the library says, and offers a credential.
 class RecordingLog final : public IBRLog {
 public:
-    void log(const char* format, ...) override {
+    G_GNUC_PRINTF(2, 3) void log(const char* format, ...) override {
         std::va_list arguments;
         va_start(arguments, format);
         messages += "log " + print(format, arguments);
         va_end(arguments);
     }
-    void logError(const char* format, ...) override {
+    G_GNUC_PRINTF(2, 3) void logError(const char* format, ...) override {
         std::va_list arguments;
         va_start(arguments, format);
         messages += "error " + print(format, arguments);
@@ -75,7 +75,7 @@ public:
     int asked = 0;
 
 private:
-    static std::string print(const char* format, std::va_list arguments) {
+    G_GNUC_PRINTF(1, 0) static std::string print(const char* format, std::va_list arguments) {
         g_autofree char* text = g_strdup_vprintf(format, arguments);
         return std::string(text) + "\n";
     }
