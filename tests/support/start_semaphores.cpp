@@ -73,7 +73,9 @@ void StartSemaphores::give(int semaphore) const {
     struct sembuf operation {
         static_cast<unsigned short>(semaphore), 1, 0
     };
-    semop(id(), &operation, 1);
+    if (semop(id(), &operation, 1) != 0) {
+        throw std::system_error(errno, std::generic_category(), "semop");
+    }
 }
 
 }  // namespace test_support

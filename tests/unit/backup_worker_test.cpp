@@ -200,8 +200,8 @@ std::string longDirectory(const Stick& stick, std::size_t length) {
         const std::size_t part = std::min<std::size_t>(left - directory.size(), 60);
         directory += std::string(part - 1, 'd') + "/";
     }
-    directory.back() = 'd';
-    return directory;
+    directory.pop_back();
+    return directory + 'd';
 }
 
 TEST_F(BackupWorker, makesParentsOf255CharactersAndNotMore) {
