@@ -55,7 +55,7 @@ protected:
     }
 
     SyslogSocket log_;
-    const StartSemaphores set_;
+    const StartSemaphores set_{};
 };
 
 TEST_F(Daemon, keepsItsLauncherWaitingUntilBothObjectsAnswer) {

@@ -38,8 +38,8 @@ protected:
     }
 
     SyslogSocket log_;
-    const StartSemaphores set_;
-    const HeldTransferScript script_;
+    const StartSemaphores set_{};
+    const HeldTransferScript script_{};
     ServiceProcess service_{kAsDaemon};
     pid_t daemon_ = 0;
     pid_t daemonInside_ = 0;
