@@ -132,6 +132,7 @@ TEST(BusFramework, tellsTheLauncherAfterTheExportsAndRemovesTheSetAfterTheStarts
     const FreshProcess service;
     ASSERT_TRUE(eventually([&] { return set.waiting(1) == 1; }, "the acknowledgement is awaited"));
     EXPECT_EQ(set.value(0), 1);
+    ASSERT_TRUE(service.waitForNote("Second connects, not exported"));  // the note travels
     EXPECT_EQ(service.notes(), "First connects, not exported\nSecond connects, not exported\n");
     set.give(1);
     ASSERT_TRUE(service.waitForNote("First starts with 7 word, at /b, set there"));
