@@ -18,22 +18,18 @@ struct CloseFile {
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
-void redirect(int target, int source) {
-    if (source < 0 || dup2(source, target) < 0) {
-        throw std::system_error(errno, std::generic_category(), "standard output");
-    }
-}
-
 // Standard output leads to `target` while it exists.
 class Diversion {
 public:
     explicit Diversion(FILE* target) : before_(dup(STDOUT_FILENO)) {
         static_cast<void>(std::fflush(stdout));
-        redirect(STDOUT_FILENO, before_ ? fileno(target) : -1);
+        if (!before_ || dup2(fileno(target), STDOUT_FILENO) < 0) {
+            throw std::system_error(errno, std::generic_category(), "standard output");
+        }
     }
     ~Diversion() {
         static_cast<void>(std::fflush(stdout));
-        redirect(STDOUT_FILENO, before_.get());
+        dup2(before_.get(), STDOUT_FILENO);
     }
     Diversion(const Diversion&) = delete;
     Diversion& operator=(const Diversion&) = delete;
