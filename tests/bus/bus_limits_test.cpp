@@ -154,7 +154,7 @@ TEST_F(BusLimits, letATupleCarryTheFirst63RecordsOfATree) {
             const std::string method = std::string("Get") + kind + "FilesList";
             const CountedTuple found = countedTuple(list(method, top));
             EXPECT_EQ(found.count, static_cast<gint32>(carried));
-            EXPECT_EQ(found.type, tupleType("ists", carried));
+            ASSERT_EQ(found.type, tupleType("ists", carried));
             EXPECT_EQ(indexTexts(list(std::string("GetDirectoryIndexFor") + kind, top), 1).size(),
                       depth);
         }
@@ -250,12 +250,12 @@ TEST_F(FullMessage, isCutAfterAWholeRecord) {
         ASSERT_NO_FATAL_FAILURE(addFile());
     }
     std::vector<std::string> names = indexTexts(list("GetDirectoryIndex", directory_), 1);
-    EXPECT_EQ(names.size(), fitting);
+    ASSERT_EQ(names.size(), fitting);
 
     ASSERT_NO_FATAL_FAILURE(addFile());
     const Reply cut = list("GetDirectoryIndex", directory_);
     names = indexTexts(cut, 1);
-    EXPECT_EQ(names.size(), fitting);
+    ASSERT_EQ(names.size(), fitting);
     EXPECT_EQ(indexTexts(cut, 3), std::vector<std::string>(fitting, directory_));
     std::sort(names.begin(), names.end());
     EXPECT_EQ(std::unique(names.begin(), names.end()), names.end());
