@@ -6,6 +6,7 @@ set -euo pipefail
 readonly kState=/mnt/usrdata/device # settings, recipes, users and firmware of the simulated device
 readonly kApplets=/run/applets      # ids written here become applet changes
 readonly kLogs=/run/log
+readonly kLimit=30 # seconds until something that should happen is given up
 
 explain() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
@@ -89,7 +90,7 @@ startHelper() {
     shift 2
     "$@" <&0 >>"$kLogs/$log" 2>&1 &
     pid=$!
-    if ! waitUntil 10 logSays "$log" "$ready" "$pid" || ! kill -0 "$pid" 2>/dev/null; then
+    if ! waitUntil "$kLimit" logSays "$log" "$ready" "$pid" || ! kill -0 "$pid" 2>/dev/null; then
         explain "the ${log/-/ } does not come up: $(lastLine "$log")"
     fi
 }
@@ -113,7 +114,7 @@ changeApplet() {
 startService() {
     "$build/tests/room" -- stdbuf -oL "$build/com-morvane-transfer-service" >>"$kLogs/service" 2>&1 &
     room=$!
-    if ! waitUntil 10 serviceAnswersOrEnded || ! kill -0 "$room" 2>/dev/null; then
+    if ! waitUntil "$kLimit" serviceAnswersOrEnded || ! kill -0 "$room" 2>/dev/null; then
         explain "the service does not come up: $(lastLine service)"
     fi
 }
