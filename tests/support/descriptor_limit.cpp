@@ -40,7 +40,7 @@ DescriptorLimit::DescriptorLimit(int more) {
 }
 
 DescriptorLimit::~DescriptorLimit() {
-    setLimit(before_);
+    setrlimit(RLIMIT_NOFILE, &before_);
 }
 
 rlim_t raiseDescriptorLimit() {
