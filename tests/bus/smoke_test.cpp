@@ -30,8 +30,8 @@ struct MethodCase {
     const char* replyType;
 };
 
-void PrintTo(const MethodCase& method, std::ostream* out) {
-    *out << method.name;
+std::ostream& operator<<(std::ostream& out, const MethodCase& method) {
+    return out << method.name;
 }
 
 class TransferMethod : public RunningService, public testing::WithParamInterface<MethodCase> {};

@@ -5,6 +5,7 @@
 // positions. Slots that must stay uncalled record a violation, as does any use after destruction or
 // of a log object that has changed under the controller.
 #include <cxxabi.h>
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -257,12 +258,8 @@ Controller* create(const std::string& kind, const Slot* table) {
 
 bool isKnown(const Controller* controller) {
     const std::lock_guard lock(controllersMutex);
-    for (const Controller* known : controllers()) {
-        if (known == controller) {
-            return true;
-        }
-    }
-    return false;
+    const std::vector<Controller*>& all = controllers();
+    return std::find(all.begin(), all.end(), controller) != all.end();
 }
 
 void destroy(Controller* controller, const std::string& kind) {

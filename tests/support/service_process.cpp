@@ -14,7 +14,7 @@ namespace {
 
 constexpr rlim_t kBytesPerKilobyte = 1024;
 // More than the service needs to go on answering, less than the smallest default thread stack.
-constexpr rlim_t kGrowthWithoutThreads = 4 * 1024 * kBytesPerKilobyte;
+constexpr rlim_t kGrowthWithoutThreads = 4 * kBytesPerKilobyte * kBytesPerKilobyte;
 
 std::vector<std::string> commandFor(const ServiceOptions& options) {
     std::vector<std::string> command = options.prefix;
