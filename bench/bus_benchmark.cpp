@@ -30,8 +30,8 @@ using test_support::SystemBus;
 
 constexpr int kRefused = 125;
 constexpr int kGrowthCalls = 400'000;
-constexpr int kWarmUpCalls = 4'000;
-constexpr int kCallsInFlight = 64;
+constexpr int kWarmUpCalls = 40'000;
+constexpr int kCallsInFlight = 4;
 constexpr int kLargeDirectory = 100'000;
 
 constexpr const char* kFloorName = "com.morvane.bench";

@@ -1,16 +1,25 @@
 #!/usr/bin/env python3
-"""Prints the medians of a listing_benchmark run (its JSON on standard input) as a table of ratios.
+"""Prints the medians of a benchmark run (its JSON on standard input) as tables beside their floors.
 
-The table is for reading: missed aims do not fail, because a busy machine misses them, too.
+The tables are for reading: missed aims do not fail, because a busy machine misses them, too.
 """
 import json
 import sys
 
-FLOOR, MEASURED = "bareLoop", "restoreListing"
-MOST_RATIO = 1.5   # to the bare loop, from RATIO_FROM entries on
-RATIO_FROM = 1000
-MOST_GROWTH = 1.3  # of the time per entry, between these numbers of entries
+LISTING_FLOOR = "bareLoop"
+LISTING_AIMS = {  # benchmark: what it is, most ratio to the bare loop, from so many entries on
+    "restoreListing": ("listing", 1.5, 1000),
+    "indexReply": ("reply", 2.5, 10000),
+}
+MOST_GROWTH = 1.3  # of the listing's time per entry, between these numbers of entries
 GROWTH_FROM, GROWTH_TO = 1000, 100000
+
+MOST_CALL_RATIO = 1.5  # of GetUSBStickDetails to a call that does nothing
+MOST_GROWTH_KB = 64    # of the service, over the calls of growthOverManyCalls
+
+
+def verdict(value, most, digits=2):
+    return f"{value:5.{digits}f}   {'met' if value <= most else 'MISSED'} (at most {most})"
 
 
 def nanoseconds_per_entry(run):
@@ -23,23 +32,47 @@ def nanoseconds_per_entry(run):
     return result
 
 
-def verdict(value, most):
-    return f"{value:5.2f}   {'met' if value <= most else 'MISSED'} (at most {most})"
+def print_listings(times):
+    print("CPU time per entry, medians; the floor is a bare opendir/readdir64/stat64 loop\n")
+    for measured, (title, most, ratio_from) in LISTING_AIMS.items():
+        print(f"{'entries':>8} {'floor':>9} {title:>9}   ratio")
+        for name, entries in sorted(times):
+            if name != measured:
+                continue
+            floor, taken = times[LISTING_FLOOR, entries], times[measured, entries]
+            ratio = taken / floor
+            shown = verdict(ratio, most) if entries >= ratio_from else f"{ratio:5.2f}"
+            print(f"{entries:8} {floor:6.0f} ns {taken:6.0f} ns   {shown}")
+        print()
+    few, many = (times.get(("restoreListing", entries)) for entries in (GROWTH_FROM, GROWTH_TO))
+    if few and many:
+        print(f"Listing's time per entry at {GROWTH_TO} to that at {GROWTH_FROM}: {verdict(many / few, MOST_GROWTH)}")
+
+
+def print_calls(run):
+    print("Calls over the bus, medians; the floor is a call in turn with them that does nothing\n")
+    print(f"{'call':>24} {'floor':>9} {'call':>12}   ratio")
+    for one in run["benchmarks"]:
+        if "ratio" not in one:
+            continue
+        name, number = one["name"].split("/")[:2]
+        ratio = verdict(one["ratio"], MOST_CALL_RATIO) if name == "stickDetails" else f"{one['ratio']:5.2f}"
+        print(f"{name + ' of ' + number:>24} {one['floor_us']:6.0f} us {one['p50_us']:9.0f} us   {ratio}")
+    print()
+    for one in run["benchmarks"]:
+        if "growth_kB" in one:
+            print(f"Anonymous memory, growth in kB over 400000 calls: {verdict(one['growth_kB'], MOST_GROWTH_KB, 0)}")
+        if "peak_kB" in one:
+            print(f"Peak memory of an index of 100000 entries: {one['peak_kB']:.0f} kB")
 
 
 def main():
-    times = nanoseconds_per_entry(json.load(sys.stdin))
-    print("CPU time per entry, medians; the floor is a bare opendir/readdir64/stat64 loop\n")
-    print(f"{'entries':>8} {'floor':>9} {'listing':>9}   ratio")
-    for name, entries in sorted(times):
-        if name != MEASURED:
-            continue
-        floor, listing = times[FLOOR, entries], times[MEASURED, entries]
-        ratio = listing / floor
-        shown = verdict(ratio, MOST_RATIO) if entries >= RATIO_FROM else f"{ratio:5.2f}"
-        print(f"{entries:8} {floor:6.0f} ns {listing:6.0f} ns   {shown}")
-    growth = times[MEASURED, GROWTH_TO] / times[MEASURED, GROWTH_FROM]
-    print(f"\nTime per entry at {GROWTH_TO} to that at {GROWTH_FROM}: {verdict(growth, MOST_GROWTH)}")
+    run = json.load(sys.stdin)
+    times = nanoseconds_per_entry(run)
+    if times:
+        print_listings(times)
+    else:
+        print_calls(run)
 
 
 if __name__ == "__main__":
