@@ -159,6 +159,7 @@ TEST(AppletClientWithoutProxy, isMentionedOnceAndTheServiceGoesOnWithoutSignals)
                                    infoMessage("Init() Method invoked by DBus\n")});
     ASSERT_TRUE(service.waitForOutput(asPrinted(expected)));
     EXPECT_EQ(service.standardOutput(), asPrinted(expected));
+    ASSERT_TRUE(log.waitFor("Init() Method"));
     EXPECT_THAT(log.messages(), ElementsAreArray(expected));
 }
 

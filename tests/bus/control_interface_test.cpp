@@ -11,6 +11,7 @@
 #include "tests/support/service_process.h"
 #include "tests/support/syslog_socket.h"
 #include "tests/support/system_bus.h"
+#include "tests/support/waiting.h"
 
 namespace test_support {
 namespace {
@@ -56,6 +57,7 @@ protected:
         const std::vector<LogMessage> all = joined(startUpMessages(), messages);
         ASSERT_TRUE(service_.waitForOutput(asPrinted(all)));
         EXPECT_EQ(service_.standardOutput(), asPrinted(all));
+        ASSERT_TRUE(eventually([&] { return log_.messages().size() >= all.size(); }, "the log"));
         EXPECT_THAT(log_.messages(), ElementsAreArray(all));
     }
 

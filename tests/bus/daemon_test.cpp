@@ -21,6 +21,7 @@
 #include "tests/support/syslog_socket.h"
 #include "tests/support/system_bus.h"
 #include "tests/support/transfer_script.h"
+#include "tests/support/unique_fd.h"
 #include "tests/support/waiting.h"
 
 namespace test_support {
@@ -151,9 +152,20 @@ TEST_F(Daemon, isMadeAlsoBehindOtherWordsAndOptions) {
               buildPath("com-morvane-transfer-service") + ": invalid option -- 'x'\n");
 }
 
+// The second -d resets the set of the first: the first launcher ends before the daemon is ready.
 TEST_F(Daemon, canBeAskedForTwice) {
-    ServiceProcess service(withArguments({"-d", "-d"}));
+    // The first daemon, which is the second launcher, opens this before it comes to the set.
+    const TemporaryDirectory folder;
+    const std::string gate = folder.path("null");
+    const std::string command =
+        "mkfifo " + gate + " && mount --bind " + gate + " /dev/null && exec \"$@\"";
+    const HeldTransferScript script;
+    ServiceProcess service{{{"-d", "-d"}, {}, {}, {}, {"sh", "-c", command, "sh"}}};
+    ASSERT_TRUE(eventually([this] { return set_.waiting(0) == 1; }, "the first launcher waits"));
+    const UniqueFd open(::open(gate.c_str(), O_RDWR | O_CLOEXEC));
     EXPECT_EQ(service.waitForCommandEnd(), exited(0));
+    ASSERT_TRUE(script.waitUntilEntered());
+    script.release();
     ASSERT_TRUE(service.waitUntilAnswers());
     ASSERT_TRUE(eventually([&] { return service.ends().size() == 2; }, "both launchers end"));
     for (const RoomEnd& launcher : service.ends()) {

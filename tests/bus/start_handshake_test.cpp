@@ -20,7 +20,9 @@
 namespace test_support {
 namespace {
 
+using testing::AnyOf;
 using testing::Contains;
+using testing::Eq;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -78,13 +80,14 @@ TEST_F(HeldStart, failsInBothWhenTheSetIsRemoved) {
     EXPECT_FALSE(SystemBus::hasOwner(kServiceName));
 }
 
-// The second start finds the set by its key and resets it: both launchers are let go, and the first
-// daemon, although it alone has the lock, finds no set when it is ready.
+// The second start finds the set by its key and resets it: the first launcher is let go too early,
+// and the first daemon, although it alone has the lock, finds no set when it is ready. How the two
+// launchers end is a matter of who is faster.
 TEST_F(HeldStart, isEndedByASecondStartMeanwhile) {
     const std::unique_ptr<ChildProcess> second =
         service_.enter(runnable(buildPath("com-morvane-transfer-service"), {"-d"}));
-    EXPECT_EQ(second->waitForEnd(), exited(0));
-    EXPECT_EQ(service_.waitForCommandEnd(), exited(0)) << "told that the daemon is ready";
+    EXPECT_THAT(second->waitForEnd(), AnyOf(Eq(exited(0)), Eq(exited(1))));
+    EXPECT_THAT(service_.waitForCommandEnd(), AnyOf(Eq(exited(0)), Eq(exited(1))));
     EXPECT_TRUE(isRunning(daemon_));
     ASSERT_TRUE(eventually([] { return !StartSemaphores::exists(); }, "the set is removed"));
     script_.release();

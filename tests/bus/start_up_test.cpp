@@ -47,6 +47,7 @@ TEST_F(StartUp, printsItsStepsAndLogsThemWithTheirPriorities) {
     ASSERT_TRUE(service.waitForOutput(kLastStep));
     EXPECT_EQ(service.standardOutput(), asPrinted(startUpMessages()));
     EXPECT_EQ(service.standardError(), "");
+    ASSERT_TRUE(log_.waitFor("Init Main loop"));
     EXPECT_THAT(log_.messages(), ElementsAreArray(startUpMessages()));
     EXPECT_THAT(log_.messages(), Each(Field(&LogMessage::facility, LOG_USER)));
     if (!emulated()) {

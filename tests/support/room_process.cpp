@@ -133,8 +133,10 @@ std::unique_ptr<ChildProcess> RoomProcess::enter(const std::vector<std::string>&
         ADD_FAILURE() << "there is no room to enter: " << standardError();
         return nullptr;
     }
-    std::vector<std::string> arguments{"nsenter", "--target", std::to_string(*target),
-                                       "--mount", "--pid",    "--"};
+    // Ended here, the process must not stay behind in the room: it dies with its nsenter.
+    std::vector<std::string> arguments{
+        "nsenter", "--target", std::to_string(*target), "--mount", "--pid",
+        "--",      "setpriv",  "--pdeathsig",           "KILL",    "--"};
     arguments.insert(arguments.end(), command.begin(), command.end());
     return std::make_unique<ChildProcess>(arguments);
 }

@@ -2,6 +2,7 @@
 #include "service/daemonize.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -24,6 +25,9 @@ namespace {
 constexpr const char* kFirstLine = "[NFO] DBus service will be started as daemon\n";
 constexpr const char* kLastLine = "[NFO] Exiting parent process\n";
 constexpr const char* kEndedEarly = "The service ended before it was ready.\n";
+
+// What tells the C library's fork from the other uses of the call.
+constexpr std::uint32_t kForkFlags = CLONE_CHILD_SETTID | CLONE_CHILD_CLEARTID | SIGCHLD;
 
 std::string createdLine(const std::string& id) {
     return "Semaphor created ID: " + id + "\n";
@@ -191,7 +195,7 @@ TEST_F(StartSet, isRemovedWhenThereCanBeNoDaemon) {
         GTEST_SKIP() << reason;
     }
     const CommandResult result = runForked([] {
-        denyCall({SYS_clone, {}, EAGAIN});
+        denyCall({SYS_clone, DeniedCall::Argument{0, kForkFlags}, EAGAIN});
         daemonize();
     });
     EXPECT_EQ(result.end, exited(1));
