@@ -18,6 +18,7 @@
 #include "tests/support/service_process.h"
 #include "tests/support/stick.h"
 #include "tests/support/system_bus.h"
+#include "tests/support/waiting.h"
 
 namespace test_support {
 namespace {
@@ -108,6 +109,17 @@ TEST_F(Jobs, withoutAThreadAnswerMinus1AfterASecondAndLeaveTheirTextsBehind) {
     EXPECT_EQ(doOsUpdate(bus_, "USB_X60.1", "u.fwf"), 0);
     EXPECT_TRUE(device_.waitForCall(
         "FU1.update(\"/media/usb/USB_X60.1USB_X60.1USB_X60.1USB_X60.1/u.fwfu.fwf\")"));
+}
+
+// Nobody joins the workers, so a small device runs out of address space after some hundreds of
+// jobs.
+TEST_F(Jobs, thatHaveEndedKeepTheirStacksUntilThereIsNoThreadLeft) {
+    const int atRest = service_.threads();
+    ASSERT_TRUE(service_.forbidThreads(1));
+    EXPECT_EQ(doRestore(bus_, "USB_X60.1", "a.psb"), 0);
+    ASSERT_TRUE(device_.waitForCall("BRDestroyController(BR1)"));
+    ASSERT_TRUE(eventually([&] { return service_.threads() == atRest; }, "the worker ends"));
+    EXPECT_EQ(doRestore(bus_, "USB_X60.1", "b.psb"), -1);
 }
 
 TEST_F(Jobs, withoutMountStartAsTheFirstJobARestoreOfTheMountBase) {

@@ -15,6 +15,7 @@ namespace {
 constexpr rlim_t kBytesPerKilobyte = 1024;
 // More than the service needs to go on answering, less than the smallest default thread stack.
 constexpr rlim_t kGrowthWithoutThreads = 4 * kBytesPerKilobyte * kBytesPerKilobyte;
+constexpr rlim_t kStackWithoutLimit = 2 * kBytesPerKilobyte * kBytesPerKilobyte;
 
 std::vector<std::string> commandFor(const ServiceOptions& options) {
     std::vector<std::string> command = options.prefix;
@@ -42,6 +43,14 @@ bool transferObjectAnswers() {
         .call(kTransferPath, "org.freedesktop.DBus.Properties", "Get",
               g_variant_new("(ss)", kTransferInterface, "organizationName"))
         .error.empty();
+}
+
+// What the C library takes for a thread's stack unless told otherwise.
+rlim_t stackOfThreadsIn(pid_t pid) {
+    rlimit stack{};
+    const bool limited =
+        prlimit(pid, RLIMIT_STACK, nullptr, &stack) == 0 && stack.rlim_cur != RLIM_INFINITY;
+    return limited ? stack.rlim_cur : kStackWithoutLimit;
 }
 
 // The soft limit only, so that it can be lifted again without root's powers.
@@ -104,13 +113,14 @@ int ServiceProcess::threads() const {
     return pid ? threadsOf(*pid) : 0;
 }
 
-testing::AssertionResult ServiceProcess::forbidThreads() const {
+testing::AssertionResult ServiceProcess::forbidThreads(unsigned further) const {
     const std::optional<pid_t> pid = processId();
     const std::optional<std::string> size = pid ? statusField(*pid, "VmSize") : std::nullopt;
     if (!size) {
         return testing::AssertionFailure() << "the service does not run";
     }
-    return limitAddressSpace(*pid, std::stoull(*size) * kBytesPerKilobyte + kGrowthWithoutThreads);
+    return limitAddressSpace(*pid, std::stoull(*size) * kBytesPerKilobyte + kGrowthWithoutThreads +
+                                       further * stackOfThreadsIn(*pid));
 }
 
 testing::AssertionResult ServiceProcess::allowThreads() const {

@@ -45,9 +45,9 @@ public:
     std::vector<std::string> openDescriptors() const;
     int threads() const;
 
-    // Until allowThreads() the service cannot start threads: its address space may not grow by a
-    // stack.
-    testing::AssertionResult forbidThreads() const;
+    // Until allowThreads() the service can start just `further` threads, those that it joins not
+    // counted: its address space may not grow by another stack.
+    testing::AssertionResult forbidThreads(unsigned further = 0) const;
     testing::AssertionResult allowThreads() const;
 
     // Takes the bus name away from the service, which ends it. Returns how the room ended, nothing
