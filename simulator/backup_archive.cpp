@@ -263,13 +263,28 @@ void requireKind(const ArchiveManifest& manifest, const std::vector<ArchiveKind>
     }
 }
 
+// Whether `path` still names the open file. Pulling a stick takes its files out of the folders,
+// while those that are open could be used on.
+bool isInPlace(std::FILE* file, const std::string& path) {
+    struct stat opened {};
+    struct stat named {};
+    return fstat(fileno(file), &opened) == 0 && stat(path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+void requireInPlace(std::FILE* file, const std::string& path) {
+    if (!isInPlace(file, path)) {
+        throw ArchiveError("the file is gone");
+    }
+}
+
 // Writing
 
 // The file being written. libarchive hands it the compressed blocks.
 class SealedFile {
 public:
     SealedFile(const std::string& path, std::uint64_t limit, const Pace& pace)
-        : file_(openRegular(path, "wbe")), limit_(limit), pace_(pace) {
+        : path_(path), file_(openRegular(path, "wbe")), limit_(limit), pace_(pace) {
         std::setvbuf(file_.get(), nullptr, _IONBF, 0);
     }
 
@@ -291,6 +306,14 @@ public:
         return size_;
     }
 
+    // Removes what has been written, and no other file that has taken its place.
+    void discard() {
+        if (isInPlace(file_.get(), path_)) {
+            std::error_code ignored;
+            std::filesystem::remove(path_, ignored);
+        }
+    }
+
     // Keeps what a callback threw on its way through libarchive, which knows no exceptions.
     std::exception_ptr failure;
 
@@ -306,8 +329,10 @@ private:
         if (pace_) {
             pace_(done, limit_);
         }
+        requireInPlace(file_.get(), path_);
     }
 
+    const std::string path_;
     File file_;
     Sha256 checksum_;
     std::uint64_t size_ = 0;
@@ -528,8 +553,7 @@ std::uint64_t writeArchive(const std::string& path, const ArchiveManifest& head,
         writeContainer(file, text, members);
         return file.seal();
     } catch (...) {
-        std::error_code ignored;  // the stick may be gone
-        std::filesystem::remove(path, ignored);
+        file.discard();
         if (file.failure != nullptr) {
             std::rethrow_exception(file.failure);
         }
@@ -549,6 +573,7 @@ ArchiveManifest readArchive(const std::string& path, const std::vector<ArchiveKi
         if (pace) {
             pace(std::min(done, size), size);
         }
+        requireInPlace(file.get(), path);
     };
     readMembers(reader.get(), manifest, receiver,
                 [&] { step(static_cast<std::uint64_t>(archive_filter_bytes(reader.get(), -1))); });

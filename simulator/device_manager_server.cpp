@@ -1,7 +1,6 @@
 // The simulator's side of the peer connection.
 #include "simulator/device_manager_server.h"
 
-#include <cstdlib>
 #include <exception>
 #include <system_error>
 #include <utility>
@@ -11,8 +10,6 @@
 #include "simulator/peer_protocol.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // Marks a connection whose credential has been accepted.
 constexpr const char* kAccepted = "morvane-accepted";
@@ -27,24 +24,31 @@ bool isAccepted(GDBusMethodInvocation* invocation) {
     return g_object_get_data(G_OBJECT(connection), kAccepted) != nullptr;
 }
 
+// Those that only gave orders, or were turned down, go without a word.
 void onClosed(GDBusConnection* connection, gboolean /*vanished*/, GError* /*error*/,
               gpointer skeleton) {
     g_dbus_interface_skeleton_unexport_from_connection(G_DBUS_INTERFACE_SKELETON(skeleton),
                                                        connection);
-    logAction("disconnect", "closed");
+    if (g_object_steal_data(G_OBJECT(connection), kAccepted) != nullptr) {
+        logAction("disconnect", "closed");
+    }
 }
 
 // The skeleton keeps the connection until it is closed.
-gboolean onNewConnection(GDBusServer* /*server*/, GDBusConnection* connection, gpointer skeleton) {
-    g_autoptr(GError) error = nullptr;
-    if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection,
-                                         kDeviceManagerObject, &error) == FALSE) {
-        logAction("new connection", error->message);
-        return FALSE;
+bool exportUntilClosed(GDBusInterfaceSkeleton* skeleton, GDBusConnection* connection,
+                       const char* path, GError** error) {
+    if (g_dbus_interface_skeleton_export(skeleton, connection, path, error) == FALSE) {
+        return false;
     }
     g_signal_connect_object(connection, "closed", G_CALLBACK(onClosed), skeleton,
                             static_cast<GConnectFlags>(0));
-    return TRUE;
+    return true;
+}
+
+void unexport(GDBusInterfaceSkeleton* skeleton) {
+    if (g_dbus_interface_skeleton_get_connection(skeleton) != nullptr) {
+        g_dbus_interface_skeleton_unexport(skeleton);
+    }
 }
 
 }  // namespace
@@ -62,7 +66,7 @@ struct CallHandlers {
         Server::Call call{invocation, "connect", {}};
         call.isConnect = true;
         call.work = [&server, text = std::string(credential)] {
-            const SimulatorBehaviour& behaviour = server.behaviour_;
+            const SimulatorBehaviour behaviour = server.behaviour_.now();
             if (behaviour.refuse) {
                 throw DeviceError(DeviceManagerStatus::refused, "connection refused");
             }
@@ -81,7 +85,7 @@ struct CallHandlers {
         Server::Call call{invocation, std::string("backup ") + kind + " to " + path, {}};
         call.isJob = true;
         call.work = [&server, file = std::string(path), word = std::string(kind)] {
-            const auto bytes = server.device_.backup(file, word, server.pace());
+            const auto bytes = server.device_.backup(file, word, server.behaviour_.pace());
             return Outcome{"done, " + std::to_string(bytes) + " bytes"};
         };
         server.start(call);
@@ -94,7 +98,7 @@ struct CallHandlers {
         Server::Call call{invocation, std::string("restore from ") + path, {}};
         call.isJob = true;
         call.work = [&server, file = std::string(path)] {
-            return Outcome{"done, " + server.device_.restore(file, server.pace())};
+            return Outcome{"done, " + server.device_.restore(file, server.behaviour_.pace())};
         };
         server.start(call);
         return TRUE;
@@ -106,7 +110,8 @@ struct CallHandlers {
         Server::Call call{invocation, std::string("update from ") + path, {}};
         call.isJob = true;
         call.work = [&server, file = std::string(path)] {
-            return Outcome{"done, firmware " + server.device_.update(file, server.pace())};
+            return Outcome{"done, firmware " +
+                           server.device_.update(file, server.behaviour_.pace())};
         };
         server.start(call);
         return TRUE;
@@ -120,7 +125,7 @@ struct CallHandlers {
         call.answersBytes = true;
         call.work = [&server, word = std::string(kind)] {
             const auto needed = server.device_.backupSize(word);
-            const auto bytes = server.behaviour_.reportedSize.value_or(needed);
+            const auto bytes = server.behaviour_.now().reportedSize.value_or(needed);
             return Outcome{std::to_string(bytes) + " bytes", bytes};
         };
         server.start(call);
@@ -150,6 +155,33 @@ struct CallHandlers {
         server.start(call);
         return TRUE;
     }
+
+    static gboolean order(MorvaneDevicemanagerControl* /*skeleton*/,
+                          GDBusMethodInvocation* invocation, const char* order, const char* value,
+                          gpointer data) {
+        LiveBehaviour& behaviour = serverOf(data).behaviour_;
+        if (!behaviour.change(order, value)) {
+            g_dbus_method_invocation_return_error(invocation, G_DBUS_ERROR,
+                                                  G_DBUS_ERROR_INVALID_ARGS, "no such order");
+            return TRUE;
+        }
+        const std::string text = describe(behaviour.now());
+        if (order != std::string(kStatusOrder)) {
+            logAction("device manager", text);
+        }
+        g_dbus_method_invocation_return_value(invocation, g_variant_new("(s)", text.c_str()));
+        return TRUE;
+    }
+
+    static gboolean newConnection(GDBusServer* /*peers*/, GDBusConnection* connection,
+                                  gpointer data) {
+        g_autoptr(GError) error = nullptr;
+        if (!serverOf(data).exportOn(connection, &error)) {
+            logAction("new connection", error->message);
+            return FALSE;
+        }
+        return TRUE;
+    }
 };
 
 GObjectPointer<GDBusServer> bindDeviceManagerPort(guint16 port, GError** error) {
@@ -165,6 +197,7 @@ DeviceManagerServer::DeviceManagerServer(SimulatedDevice& device, SimulatorBehav
     : device_(device),
       behaviour_(std::move(behaviour)),
       skeleton_(morvane_devicemanager_skeleton_new()),
+      control_(morvane_devicemanager_control_skeleton_new()),
       server_(std::move(server)) {
     const std::pair<const char*, GCallback> handlers[] = {
         {"handle-connect", G_CALLBACK(CallHandlers::connect)},
@@ -178,23 +211,29 @@ DeviceManagerServer::DeviceManagerServer(SimulatedDevice& device, SimulatorBehav
     for (const auto& [signal, handler] : handlers) {
         g_signal_connect(skeleton_.get(), signal, handler, this);
     }
-    g_signal_connect(server_.get(), "new-connection", G_CALLBACK(onNewConnection), skeleton_.get());
+    g_signal_connect(control_.get(), "handle-order", G_CALLBACK(CallHandlers::order), this);
+    g_signal_connect(server_.get(), "new-connection", G_CALLBACK(CallHandlers::newConnection),
+                     this);
     g_dbus_server_start(server_.get());
 }
 
 DeviceManagerServer::~DeviceManagerServer() {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        stopping_ = true;
-    }
-    stopped_.notify_all();
+    behaviour_.stop();
     g_dbus_server_stop(server_.get());
-    g_signal_handlers_disconnect_by_data(skeleton_.get(), this);
-    calls_.clear();  // waits for each
-    if (g_dbus_interface_skeleton_get_connection(G_DBUS_INTERFACE_SKELETON(skeleton_.get())) !=
-        nullptr) {
-        g_dbus_interface_skeleton_unexport(G_DBUS_INTERFACE_SKELETON(skeleton_.get()));
+    for (gpointer each :
+         {gpointer(server_.get()), gpointer(skeleton_.get()), gpointer(control_.get())}) {
+        g_signal_handlers_disconnect_by_data(each, this);
     }
+    calls_.clear();  // waits for each
+    unexport(G_DBUS_INTERFACE_SKELETON(skeleton_.get()));
+    unexport(G_DBUS_INTERFACE_SKELETON(control_.get()));
+}
+
+bool DeviceManagerServer::exportOn(GDBusConnection* connection, GError** error) {
+    return exportUntilClosed(G_DBUS_INTERFACE_SKELETON(skeleton_.get()), connection,
+                             kDeviceManagerObject, error) &&
+           exportUntilClosed(G_DBUS_INTERFACE_SKELETON(control_.get()), connection, kControlObject,
+                             error);
 }
 
 void DeviceManagerServer::start(const Call& call) {
@@ -221,6 +260,7 @@ void DeviceManagerServer::run(const Call& call) {
 
 void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
                                  const Outcome& outcome) {
+    behaviour_.waitToAnswer();
     const auto number = static_cast<gint64>(status);
     const std::string text = printable(outcome.message);
     logAction(call.action, status == DeviceManagerStatus::done
@@ -233,11 +273,15 @@ void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
 }
 
 DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
-    if (behaviour_.hang) {
-        logAction(call.action, "never to be answered");
-        waitForStop();
+    if (behaviour_.now().hang) {
+        logAction(call.action, "waits, the device manager hangs");
     }
-    waitUntil(Clock::now() + behaviour_.delay);
+    if (!behaviour_.waitToAct()) {
+        throw DeviceError(DeviceManagerStatus::failed, "the device manager stops");
+    }
+    if (g_dbus_connection_is_closed(g_dbus_method_invocation_get_connection(call.invocation))) {
+        throw DeviceError(DeviceManagerStatus::notConnected, "the caller has gone");
+    }
     if (!call.isConnect && !isAccepted(call.invocation)) {
         throw DeviceError(DeviceManagerStatus::notConnected, "not connected");
     }
@@ -249,28 +293,4 @@ DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
         markAccepted(call.invocation);
     }
     return outcome;
-}
-
-Pace DeviceManagerServer::pace() {
-    return [this, begin = Clock::now()](std::uint64_t done, std::uint64_t total) {
-        const double share = static_cast<double>(done) / static_cast<double>(total);
-        const std::chrono::duration<double> elapsed = behaviour_.jobTime * share;
-        waitUntil(begin + std::chrono::duration_cast<Clock::duration>(elapsed));
-        if (behaviour_.dieInJob && share >= 0.5) {
-            logAction("device manager", "dies in a job");
-            std::_Exit(kDiedInJobStatus);
-        }
-    };
-}
-
-void DeviceManagerServer::waitUntil(Clock::time_point time) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (stopped_.wait_until(lock, time, [this] { return stopping_; })) {
-        throw DeviceError(DeviceManagerStatus::failed, "the device manager stops");
-    }
-}
-
-void DeviceManagerServer::waitForStop() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    stopped_.wait(lock, [this] { return stopping_; });
 }

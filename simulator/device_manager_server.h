@@ -1,35 +1,19 @@
 // The simulator's side of the peer connection: answers the client library, with the faults it is
-// told to show.
+// told to show, and takes the orders that change these while it runs.
 #pragma once
 
 #include <gio/gio.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <future>
 #include <list>
-#include <mutex>
-#include <optional>
 #include <string>
 
 #include "com.morvane.devicemanager/com.morvane.devicemanager.h"
 #include "simulator/gobject_pointer.h"
 #include "simulator/simulated_device.h"
-
-struct SimulatorBehaviour {
-    std::string credentialRecord;         // path; empty: any credential will do
-    std::chrono::milliseconds jobTime{};  // what a backup, restore or update takes at least
-    std::chrono::milliseconds delay{};    // before each call is acted upon
-    bool refuse = false;                  // turn every connection down
-    bool hang = false;                    // never answer
-    bool dieInJob = false;                // end the process half-way through a job
-    std::optional<std::uint64_t> reportedSize;
-};
-
-// The status of a process that died in a job because it was told to.
-constexpr int kDiedInJobStatus = 3;
+#include "simulator/simulator_behaviour.h"
 
 // Binds 127.0.0.1:`port`, 0 for any free one; nothing is answered yet. Null and *error on failure.
 GObjectPointer<GDBusServer> bindDeviceManagerPort(guint16 port, GError** error);
@@ -64,16 +48,12 @@ private:
     void run(const Call& call);
     Outcome workOn(const Call& call);
     void finish(const Call& call, DeviceManagerStatus status, const Outcome& outcome);
-    Pace pace();
-    void waitUntil(std::chrono::steady_clock::time_point time);
-    void waitForStop();
+    bool exportOn(GDBusConnection* connection, GError** error);
 
     SimulatedDevice& device_;
-    const SimulatorBehaviour behaviour_;
-    std::mutex mutex_;  // guards stopping_
-    std::condition_variable stopped_;
-    bool stopping_ = false;
+    LiveBehaviour behaviour_;
     std::list<std::future<void>> calls_;  // main-loop thread only
     GObjectPointer<MorvaneDevicemanager> skeleton_;
+    GObjectPointer<MorvaneDevicemanagerControl> control_;
     GObjectPointer<GDBusServer> server_;
 };

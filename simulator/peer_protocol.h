@@ -7,6 +7,7 @@
 
 constexpr guint16 kDeviceManagerPort = 5001;
 constexpr const char* kDeviceManagerObject = "/deviceManager";
+constexpr const char* kControlObject = "/control";
 
 inline gboolean isAnonymousMechanism(GDBusAuthObserver* /*observer*/, const char* mechanism,
                                      gpointer /*data*/) {

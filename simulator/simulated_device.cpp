@@ -30,6 +30,8 @@ constexpr const char* kVersionFile = "version";
 constexpr const char* kPayloadFile = "payload";
 constexpr const char* kDefaultVersion = "1.4.0";
 constexpr const char* kStagingPrefix = ".incoming-";
+constexpr const char* kDeviceGroup = "DEVICE_INFO";
+constexpr const char* kDeviceNameKey = "transfername";
 constexpr std::size_t kRecipeCount = 12;
 constexpr std::size_t kPictureBytes = 65536;
 constexpr std::size_t kPayloadBytes = 262144;
@@ -74,6 +76,25 @@ auto withStatus(DeviceManagerStatus archiveStatus, Work work) {
 
 [[noreturn]] void failWith(const GError* error) {
     throw DeviceError(DeviceManagerStatus::failed, error->message);
+}
+
+struct KeyFileUnref {
+    void operator()(GKeyFile* file) const { g_key_file_unref(file); }
+};
+using KeyFile = std::unique_ptr<GKeyFile, KeyFileUnref>;
+
+fs::path settingsPath(const fs::path& state) {
+    return state / kDataFolder / kSettingsFile;
+}
+
+KeyFile loadSettings(const fs::path& state) {
+    g_autoptr(GError) error = nullptr;
+    KeyFile settings(g_key_file_new());
+    if (g_key_file_load_from_file(settings.get(), settingsPath(state).c_str(),
+                                  G_KEY_FILE_KEEP_COMMENTS, &error) == FALSE) {
+        failWith(error);
+    }
+    return settings;
 }
 
 std::string readFile(const fs::path& path) {
@@ -299,6 +320,29 @@ void writeUpdateFile(const std::string& path, const std::string& version) {
     });
 }
 
+std::string deviceName(const fs::path& state) {
+    g_autoptr(GError) error = nullptr;
+    const KeyFile settings = loadSettings(state);
+    g_autofree char* name =
+        g_key_file_get_string(settings.get(), kDeviceGroup, kDeviceNameKey, &error);
+    if (name == nullptr) {
+        failWith(error);
+    }
+    return name;
+}
+
+void setDeviceName(const fs::path& state, const std::string& name) {
+    g_autoptr(GError) error = nullptr;
+    if (g_utf8_validate(name.data(), static_cast<gssize>(name.size()), nullptr) == FALSE) {
+        throw DeviceError(DeviceManagerStatus::failed, "a device name has to be UTF-8");
+    }
+    const KeyFile settings = loadSettings(state);
+    g_key_file_set_string(settings.get(), kDeviceGroup, kDeviceNameKey, name.c_str());
+    if (g_key_file_save_to_file(settings.get(), settingsPath(state).c_str(), &error) == FALSE) {
+        failWith(error);
+    }
+}
+
 SimulatedDevice::SimulatedDevice(fs::path state) : state_(std::move(state)) {
     withStatus(DeviceManagerStatus::failed, [&] {
         fs::create_directories(state_);
@@ -386,11 +430,11 @@ std::string SimulatedDevice::firmwareVersion() const {
 }
 
 std::string SimulatedDevice::name() const {
-    g_autoptr(GKeyFile) settings = g_key_file_new();
-    const std::string path = state_ / kDataFolder / kSettingsFile;
-    g_key_file_load_from_file(settings, path.c_str(), G_KEY_FILE_NONE, nullptr);
-    g_autofree char* name = g_key_file_get_string(settings, "DEVICE_INFO", "transfername", nullptr);
-    return name == nullptr ? std::string("unnamed") : std::string(name);
+    try {
+        return deviceName(state_);
+    } catch (const DeviceError&) {
+        return "unnamed";
+    }
 }
 
 ArchiveManifest SimulatedDevice::describe(const std::string& kind) const {

@@ -26,6 +26,12 @@ bool isNewerVersion(const std::string& left, const std::string& right);
 // Writes an update file that installs `version`. Throws DeviceError.
 void writeUpdateFile(const std::string& path, const std::string& version);
 
+// The name in the settings of the device in the state folder. Throws DeviceError when it has none.
+std::string deviceName(const std::filesystem::path& state);
+// Gives it another; every other setting is kept. Throws DeviceError, also for a name that is not
+// UTF-8.
+void setDeviceName(const std::filesystem::path& state, const std::string& name);
+
 // Settings, recipes, users and firmware live in the state folder and nowhere else, so that they
 // outlast the process. All operations may be called from any thread; every failure is a
 // DeviceError. One job (backup, restore, update) runs at a time, another is turned away as busy;
@@ -54,6 +60,7 @@ public:
     std::string checkBackupFile(const std::string& path) const;
     std::string checkFirmwareFile(const std::string& path) const;
 
+    // "unnamed" where the settings hold no name.
     std::string name() const;
     std::string firmwareVersion() const;
 

@@ -11,6 +11,7 @@
 #include "simulator/action_log.h"
 #include "simulator/credential_record.h"
 #include "simulator/device_layout.h"
+#include "simulator/device_manager_order.h"
 #include "simulator/device_manager_server.h"
 #include "simulator/peer_protocol.h"
 #include "simulator/simulated_device.h"
@@ -18,7 +19,6 @@
 namespace {
 
 constexpr int kUsageStatus = 2;
-constexpr double kMaxSeconds = 86400;
 
 // As GOption fills them in; the texts are freed by nobody, since they live as long as the process.
 struct Options {
@@ -32,7 +32,18 @@ struct Options {
     int hang = FALSE;
     int dieInJob = FALSE;
     char* makeUpdate = nullptr;
-    char** files = nullptr;
+    char* order = nullptr;
+    char* setName = nullptr;
+    int printName = FALSE;
+    char** words = nullptr;
+
+    bool serves() const {
+        return makeUpdate == nullptr && order == nullptr && setName == nullptr &&
+               printName == FALSE;
+    }
+    std::string stateFolder() const { return state == nullptr ? kDefaultStateFolder : state; }
+    std::size_t wordCount() const { return words == nullptr ? 0 : g_strv_length(words); }
+    std::string firstWord() const { return wordCount() == 0 ? "" : words[0]; }
 };
 
 Options& options() {
@@ -67,10 +78,18 @@ bool parseOptions(int* argc, char*** argv, GError** error) {
          "End with status 3 half-way through a job", nullptr},
         {"make-update", 0, 0, G_OPTION_ARG_STRING, &o.makeUpdate,
          "Write an update file that installs VERSION to FILE, and end", "VERSION"},
-        {G_OPTION_REMAINING, 0, 0, G_OPTION_ARG_FILENAME_ARRAY, &o.files, nullptr, nullptr},
+        {"order", 0, 0, G_OPTION_ARG_STRING, &o.order,
+         "Give the device manager that runs ORDER (accept, refuse, delay SECONDS, hang, "
+         "die-in-job, report-size BYTES, real-size, job-seconds N, status), and end",
+         "ORDER"},
+        {"set-name", 0, 0, G_OPTION_ARG_FILENAME, &o.setName,
+         "Give the device in the state folder the name TEXT, and end", "TEXT"},
+        {"print-name", 0, 0, G_OPTION_ARG_NONE, &o.printName,
+         "Print the name of the device in the state folder, and end", nullptr},
+        {G_OPTION_REMAINING, 0, 0, G_OPTION_ARG_FILENAME_ARRAY, &o.words, nullptr, nullptr},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
     };
-    g_autoptr(GOptionContext) context = g_option_context_new("[FILE]");
+    g_autoptr(GOptionContext) context = g_option_context_new("[FILE|VALUE]");
     g_option_context_set_summary(context, "A simulated device with its device manager.");
     g_option_context_add_main_entries(context, entries, nullptr);
     return g_option_context_parse(context, argc, argv, error) != FALSE;
@@ -79,17 +98,20 @@ bool parseOptions(int* argc, char*** argv, GError** error) {
 // The text to complain about, empty when the options make sense.
 std::string contradiction() {
     const Options& o = options();
-    const bool hasOneFile = o.files != nullptr && o.files[0] != nullptr && o.files[1] == nullptr;
-    if (o.makeUpdate != nullptr && !hasOneFile) {
+    SimulatorBehaviour scratch;
+    if (o.makeUpdate != nullptr && o.wordCount() != 1) {
         return "--make-update needs a version and one file";
     }
-    if (o.makeUpdate == nullptr && o.files != nullptr) {
-        return std::string("unexpected argument ") + o.files[0];
+    if (o.order != nullptr && (o.wordCount() > 1 || !carryOut(o.order, o.firstWord(), scratch))) {
+        return std::string("not an order: ") + o.order + " " + o.firstWord();
+    }
+    if (o.makeUpdate == nullptr && o.order == nullptr && o.wordCount() != 0) {
+        return "unexpected argument " + o.firstWord();
     }
     if (o.port < 0 || o.port > G_MAXUINT16) {
         return "not a port number";
     }
-    if (!(o.jobSeconds >= 0 && o.jobSeconds <= kMaxSeconds) || o.delayMs < 0) {
+    if (!timeFromSeconds(o.jobSeconds) || o.delayMs < 0) {
         return "not a time";
     }
     return {};
@@ -100,7 +122,7 @@ SimulatorBehaviour behaviour() {
     SimulatorBehaviour wanted;
     wanted.credentialRecord =
         o.credentialRecord == nullptr ? kDefaultCredentialRecord : o.credentialRecord;
-    wanted.jobTime = std::chrono::milliseconds(static_cast<int>(o.jobSeconds * 1000));
+    wanted.jobTime = timeFromSeconds(o.jobSeconds).value_or(wanted.jobTime);
     wanted.delay = std::chrono::milliseconds(o.delayMs);
     wanted.refuse = o.refuse != FALSE;
     wanted.hang = o.hang != FALSE;
@@ -111,9 +133,19 @@ SimulatorBehaviour behaviour() {
     return wanted;
 }
 
-int makeUpdate() {
-    writeUpdateFile(options().files[0], options().makeUpdate);
-    return EXIT_SUCCESS;
+// Does what takes a moment only.
+void act() {
+    const Options& o = options();
+    if (o.makeUpdate != nullptr) {
+        writeUpdateFile(o.firstWord(), o.makeUpdate);
+    } else if (o.order != nullptr) {
+        const auto port = static_cast<guint16>(o.port);
+        std::printf("%s\n", printable(giveOrder(port, o.order, o.firstWord())).c_str());
+    } else if (o.setName != nullptr) {
+        setDeviceName(o.stateFolder(), o.setName);
+    } else {
+        std::printf("%s\n", printable(deviceName(o.stateFolder())).c_str());
+    }
 }
 
 gboolean quit(gpointer loop) {
@@ -134,7 +166,7 @@ int serve() {
     if (!wanted.credentialRecord.empty()) {
         createCredentialRecord(wanted.credentialRecord);
     }
-    const std::string state = options().state == nullptr ? kDefaultStateFolder : options().state;
+    const std::string state = options().stateFolder();
     SimulatedDevice device(state);
     g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
     g_unix_signal_add(SIGTERM, quit, loop);
@@ -159,7 +191,11 @@ int main(int argc, char** argv) {
         return complain(text, kUsageStatus);
     }
     try {
-        return options().makeUpdate == nullptr ? serve() : makeUpdate();
+        if (options().serves()) {
+            return serve();
+        }
+        act();
+        return EXIT_SUCCESS;
     } catch (const std::exception& failure) {
         return complain(failure.what(), EXIT_FAILURE);
     }

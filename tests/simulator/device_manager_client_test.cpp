@@ -22,6 +22,8 @@
 #include "tests/support/child_process.h"
 #include "tests/support/files.h"
 #include "tests/support/paths.h"
+#include "tests/support/stick.h"
+#include "tests/support/waiting.h"
 
 namespace {
 
@@ -119,6 +121,46 @@ protected:
         controller->setLog(&log_);
         EXPECT_EQ(controller->connect(kEndpoint, ""), 0) << log_.messages;
         return controller;
+    }
+
+    void makeUpdateFile() const {
+        const auto made = test_support::runCommand(
+            test_support::runnable(simulatorPath_, {"--make-update", "2.0", updateFile_}));
+        ASSERT_EQ(made.end, exited(0)) << made.error;
+    }
+
+    test_support::CommandResult give(const std::string& order, const std::string& value) const {
+        std::vector<std::string> options = {"--order", order};
+        if (!value.empty()) {
+            options.push_back(value);
+        }
+        return test_support::runCommand(test_support::runnable(simulatorPath_, options));
+    }
+    // Gives the running simulator an order; returns what it says about its behaviour.
+    std::string order(const std::string& order, const std::string& value = "") const {
+        const auto result = give(order, value);
+        EXPECT_EQ(result.end, exited(0)) << result.error;
+        return result.output;
+    }
+
+    // A connection without the client library, which would not let everything through.
+    static GObjectPointer<GDBusConnection> openPeer() {
+        g_autoptr(GError) error = nullptr;
+        GObjectPointer<GDBusConnection> peer(g_dbus_connection_new_for_address_sync(
+            "tcp:host=127.0.0.1,port=5001", G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
+            anonymousOnly().get(), nullptr, &error));
+        EXPECT_NE(peer, nullptr) << error->message;
+        return peer;
+    }
+
+    // Whether a restore has begun to write beside the contents.
+    bool isUnpacking() const {
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path("state"))) {
+            if (test_support::exists(entry.path() / "data/recipes")) {
+                return true;
+            }
+        }
+        return false;
     }
 
     std::string recipe() const { return folder_.path("state/data/recipes/recipe-1.ini"); }
@@ -235,14 +277,11 @@ TEST_F(DeviceManagerClient, CallsOutsideAConnectionFail) {
     EXPECT_EQ(update->checkFirmwareFile(updateFile_.c_str()), kNotConnected);
 }
 
-// The client library would not let such a call through, so this speaks to the simulator directly.
 TEST_F(DeviceManagerClient, TheSimulatorItselfAnswersAfterConnectOnly) {
     start();
+    const GObjectPointer<GDBusConnection> peer = openPeer();
+    ASSERT_NE(peer, nullptr);
     g_autoptr(GError) error = nullptr;
-    const GObjectPointer<GDBusConnection> peer(g_dbus_connection_new_for_address_sync(
-        "tcp:host=127.0.0.1,port=5001", G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
-        anonymousOnly().get(), nullptr, &error));
-    ASSERT_NE(peer, nullptr) << error->message;
     g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
         peer.get(), nullptr, kDeviceManagerObject, "com.morvane.devicemanager", "Backup",
         g_variant_new("(^ay^ay)", file_.c_str(), "recipes"), G_VARIANT_TYPE("(xs)"),
@@ -313,9 +352,7 @@ TEST_F(DeviceManagerClient, FileNamesMayHoldAnyBytes) {
 }
 
 TEST_F(DeviceManagerClient, Updates) {
-    const auto made = test_support::runCommand(
-        test_support::runnable(simulatorPath_, {"--make-update", "2.0", updateFile_}));
-    ASSERT_EQ(made.end, exited(0)) << made.error;
+    makeUpdateFile();
     start();
     const Update controller = connectedUpdate();
     EXPECT_EQ(controller->checkFirmwareFile(updateFile_.c_str()), 0);
@@ -379,21 +416,139 @@ TEST_F(DeviceManagerClient, WaitsAsLongAsTheDeviceDelays) {
 
 TEST_F(DeviceManagerClient, JobsTakeTheirTimeAtLeast) {
     start({"--job-seconds", "0.3"});
+    makeUpdateFile();
     const BackupRestore controller = connected();
+    const Update update = connectedUpdate();
     for (const auto& job :
          {std::function<std::int64_t()>(
               [&] { return controller->backup(file_.c_str(), "userdatabase"); }),
-          std::function<std::int64_t()>([&] { return controller->restore(file_.c_str()); })}) {
+          std::function<std::int64_t()>([&] { return controller->restore(file_.c_str()); }),
+          std::function<std::int64_t()>([&] { return update->update(updateFile_.c_str()); })}) {
         const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(job(), 0);
         EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
     }
 }
 
+TEST_F(DeviceManagerClient, FollowsOrdersWhileItRuns) {
+    start();
+    EXPECT_THAT(order("refuse"), HasSubstr("refuses connections"));
+    EXPECT_TRUE(simulator_->waitForOutput("device manager: refuses connections"));
+    EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kRefused);
+    EXPECT_THAT(order("accept"), HasSubstr("accepts connections"));
+    const BackupRestore controller = connected();
+
+    std::uint64_t real = 0;
+    std::uint64_t bytes = 0;
+    EXPECT_EQ(controller->getBackupSize("recipes", &real), 0);
+    order("report-size", "123456789012");
+    EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
+    EXPECT_EQ(bytes, 123456789012U);
+    order("real-size");
+    EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
+    EXPECT_EQ(bytes, real);
+
+    order("delay", "0.2");
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnusable);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
+}
+
+TEST_F(DeviceManagerClient, CallsThatHangGoOnOnceTheHangIsLifted) {
+    start({"--hang"});
+    const BackupRestore controller = backupRestore();
+    auto call = std::async(std::launch::async, [&] { return controller->connect(kEndpoint, ""); });
+    EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
+    EXPECT_THAT(order("status"), HasSubstr("hangs"));
+    order("accept");
+    EXPECT_EQ(call.get(), 0);
+
+    order("hang");
+    auto size = std::async(std::launch::async,
+                           [&] { return controller->getBackupSize("recipes", nullptr); });
+    EXPECT_TRUE(simulator_->waitForOutput("size of backup recipes: waits"));
+    order("accept");
+    EXPECT_EQ(size.get(), 0);
+}
+
+TEST_F(DeviceManagerClient, AHangHoldsUpARunningJob) {
+    start({"--job-seconds", "3600"});
+    const BackupRestore controller = connected();
+    auto job = std::async(std::launch::async,
+                          [&] { return controller->backup(file_.c_str(), "recipes"); });
+    ASSERT_TRUE(test_support::waitUntil(
+        [&] { return test_support::exists(file_) && std::filesystem::file_size(file_) > 0; }));
+    order("hang");
+    order("job-seconds", "0");
+    EXPECT_FALSE(simulator_->standardOutput().find(": done, ") != std::string::npos);
+    order("accept");
+    EXPECT_EQ(job.get(), 0);
+}
+
+TEST_F(DeviceManagerClient, CanBeToldInAJobToDie) {
+    start({"--job-seconds", "3600"});
+    const BackupRestore controller = connected();
+    auto job = std::async(std::launch::async,
+                          [&] { return controller->backup(file_.c_str(), "recipes"); });
+    EXPECT_TRUE(simulator_->waitForOutput("backup recipes to " + file_ + ": started"));
+    order("die-in-job");
+    give("job-seconds", "0");  // may die before it has answered
+    EXPECT_EQ(job.get(), kUnreachable);
+    EXPECT_EQ(simulator_->waitForEnd(), exited(3));
+}
+
+TEST_F(DeviceManagerClient, DropsWhatACallerThatHasGoneHadAskedFor) {
+    start();
+    const GObjectPointer<GDBusConnection> peer = openPeer();
+    ASSERT_NE(peer, nullptr);
+    order("hang");
+    g_dbus_connection_call(peer.get(), nullptr, kDeviceManagerObject, "com.morvane.devicemanager",
+                           "Connect", g_variant_new("(^ay)", log_.credential->c_str()), nullptr,
+                           G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+    EXPECT_TRUE(simulator_->waitForOutput("connect: waits"));
+    g_dbus_connection_close_sync(peer.get(), nullptr, nullptr);
+    order("accept");
+    EXPECT_TRUE(simulator_->waitForOutput("connect: FAILED (status 1): the caller has gone"));
+}
+
+TEST_F(DeviceManagerClient, ABackupFailsWhenItsStickIsPulled) {
+    test_support::Stick stick(1);
+    const std::string file = stick.path("a.psb");
+    start({"--job-seconds", "3600"});
+    const BackupRestore controller = connected();
+    auto job =
+        std::async(std::launch::async, [&] { return controller->backup(file.c_str(), "recipes"); });
+    ASSERT_TRUE(test_support::waitUntil([&] { return test_support::exists(file); }));
+    stick.pull();
+    const test_support::Stick other(1);
+    writeFile(file, "on another stick");
+    order("job-seconds", "0");
+    EXPECT_EQ(job.get(), number(DeviceManagerStatus::failed));
+    EXPECT_THAT(log_.messages, HasSubstr("the file is gone"));
+    EXPECT_EQ(readFile(file), "on another stick");
+}
+
+TEST_F(DeviceManagerClient, ARestoreFailsWhenItsStickIsPulledAndChangesNothing) {
+    test_support::Stick stick(1);
+    const std::string file = stick.path("a.psb");
+    start();
+    const BackupRestore controller = connected();
+    ASSERT_EQ(controller->backup(file.c_str(), "recipes"), 0);
+    writeFile(recipe(), "changed");
+    order("job-seconds", "3600");
+    auto job = std::async(std::launch::async, [&] { return controller->restore(file.c_str()); });
+    ASSERT_TRUE(test_support::waitUntil([&] { return isUnpacking(); }));
+    stick.pull();
+    order("job-seconds", "0");
+    EXPECT_EQ(job.get(), kUnusable);
+    EXPECT_THAT(log_.messages, HasSubstr("the file is gone"));
+    EXPECT_EQ(readFile(recipe()), "changed");
+}
+
 TEST_F(DeviceManagerClient, FailsWhenTheDeviceHangsAndThenDies) {
     start({"--hang"});
     std::thread end([&] {
-        EXPECT_TRUE(simulator_->waitForOutput("connect: never to be answered"));
+        EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
         ::kill(simulator_->id(), SIGKILL);
     });
     EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kUnreachable);
@@ -415,10 +570,7 @@ TEST_F(DeviceManagerClient, FailsWhenTheDeviceDiesInAJob) {
 TEST_F(DeviceManagerClient, DeathInARestoreOrUpdateChangesNothing) {
     start();
     ASSERT_EQ(connected()->backup(file_.c_str(), "fullbackup"), 0);
-    ASSERT_EQ(test_support::runCommand(
-                  test_support::runnable(simulatorPath_, {"--make-update", "2.0", updateFile_}))
-                  .end,
-              exited(0));
+    makeUpdateFile();
     writeFile(recipe(), "changed");
 
     simulator_->kill();
@@ -503,6 +655,13 @@ TEST(DeviceManagerSimulator, ExplainsWhatItCannotDo) {
         {{"--job-seconds", "nan"}, 2},
         {{"--delay-ms", "-1"}, 2},
         {{"--make-update", "1.0"}, 2},
+        {{"--order", "nonsense"}, 2},
+        {{"--order", "delay"}, 2},
+        {{"--order", "delay", "soon"}, 2},
+        {{"--order", "delay", "1", "2"}, 2},
+        {{"--order", "status"}, 1},
+        {{"--set-name", "a\xFF", "--state", folder.path("state")}, 1},
+        {{"--print-name", "--state", folder.path("missing")}, 1},
         {{"--make-update", "new", folder.path("a.fwf")}, 1},
         {{"--make-update", "1.0", folder.path("missing/a.fwf")}, 1},
         {{"--credential-record=", "--state", folder.path("file")}, 1},

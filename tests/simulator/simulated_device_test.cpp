@@ -82,6 +82,23 @@ TEST_F(SimulatedDeviceTest, StartsWithContentsOfEveryKind) {
     EXPECT_FALSE(fs::is_empty(state_ + "/data/users"));
 }
 
+TEST_F(SimulatedDeviceTest, GetsAnotherName) {
+    for (const std::string name : {"Kitchen", " \\s\n;#\t ", "", "\xC3\xBC"}) {
+        setDeviceName(state_, name);
+        EXPECT_EQ(deviceName(state_), name);
+        EXPECT_EQ(device_.name(), name);
+    }
+    EXPECT_THAT(valueOf(kSettingsFile), HasSubstr("serial=X60-000042\n\n[DISPLAY]\nbrightness=80"));
+}
+
+TEST_F(SimulatedDeviceTest, KeepsItsNameWhenTheNewOneIsNoText) {
+    EXPECT_THROW(setDeviceName(state_, "a\xFF"), DeviceError);
+    EXPECT_EQ(deviceName(state_), "Morvane-X60");
+    change(kSettingsFile, "[OTHER]\n");
+    EXPECT_THROW(deviceName(state_), DeviceError);
+    EXPECT_EQ(device_.name(), "unnamed");
+}
+
 TEST_F(SimulatedDeviceTest, KeepsItsContentsOverANewStart) {
     change("recipes/new", "mine");
     fs::remove_all(state_ + "/data/users");

@@ -1,0 +1,159 @@
+// Orders and waiting: the behaviour of a device manager that changes while it runs.
+#include "simulator/simulator_behaviour.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+#include <limits>
+
+#include "simulator/simulated_device.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+
+SimulatorBehaviour after(const std::vector<std::pair<std::string, std::string>>& orders) {
+    SimulatorBehaviour behaviour;
+    for (const auto& [order, value] : orders) {
+        EXPECT_TRUE(carryOut(order, value, behaviour)) << order << " " << value;
+    }
+    return behaviour;
+}
+
+TEST(SimulatorOrders, changeTheBehaviour) {
+    const auto changed = after({{"refuse", ""},
+                                {"hang", ""},
+                                {"die-in-job", ""},
+                                {"delay", "1.5"},
+                                {"job-seconds", "0.25"},
+                                {"report-size", "18446744073709551615"}});
+    EXPECT_TRUE(changed.refuse && changed.hang && changed.dieInJob);
+    EXPECT_EQ(changed.delay, milliseconds(1500));
+    EXPECT_EQ(changed.jobTime, milliseconds(250));
+    EXPECT_EQ(changed.reportedSize, std::numeric_limits<std::uint64_t>::max());
+}
+
+TEST(SimulatorOrders, acceptLiftsEveryFaultAndKeepsTheRest) {
+    const auto changed = after({{"refuse", ""},
+                                {"hang", ""},
+                                {"die-in-job", ""},
+                                {"delay", "1"},
+                                {"job-seconds", "2"},
+                                {"report-size", "3"},
+                                {"accept", ""}});
+    EXPECT_FALSE(changed.refuse || changed.hang || changed.dieInJob);
+    EXPECT_EQ(changed.delay, milliseconds(0));
+    EXPECT_EQ(changed.jobTime, milliseconds(2000));
+    EXPECT_EQ(changed.reportedSize, 3U);
+    EXPECT_EQ(after({{"report-size", "3"}, {"real-size", ""}}).reportedSize, std::nullopt);
+}
+
+TEST(SimulatorOrders, thatMakeNoSenseChangeNothing) {
+    const std::vector<std::pair<std::string, std::string>> orders = {
+        {"", ""},
+        {"nonsense", ""},
+        {"refuse", "1"},
+        {"status", "x"},
+        {"delay", ""},
+        {"delay", "-1"},
+        {"delay", "1s"},
+        {"delay", "nan"},
+        {"delay", "inf"},
+        {"delay", "86401"},
+        {"delay", " 1"},
+        {"job-seconds", "x"},
+        {"report-size", ""},
+        {"report-size", "-1"},
+        {"report-size", "1.5"},
+        {"report-size", "18446744073709551616"}};
+    for (const auto& [order, value] : orders) {
+        SimulatorBehaviour behaviour = after({{"delay", "3"}, {"report-size", "4"}});
+        const std::string before = describe(behaviour);
+        EXPECT_FALSE(carryOut(order, value, behaviour)) << order << " " << value;
+        EXPECT_EQ(describe(behaviour), before);
+    }
+}
+
+TEST(SimulatorOrders, areDescribed) {
+    EXPECT_EQ(describe(after({{"job-seconds", "3"}, {"status", ""}})),
+              "accepts connections, acts at once, jobs take 3 s, reports the real backup size");
+    EXPECT_EQ(describe(after(
+                  {{"refuse", ""}, {"delay", "0.5"}, {"die-in-job", ""}, {"report-size", "123"}})),
+              "refuses connections, acts after 0.5 s, dies in a job, jobs take 0 s, reports 123 "
+              "bytes as backup size");
+    EXPECT_THAT(describe(after({{"hang", ""}})), HasSubstr(", hangs, "));
+}
+
+// Gives the orders that are expected to end a wait in another thread, and waits for its result.
+template <typename Wait>
+auto resultOf(Wait wait, LiveBehaviour& behaviour,
+              const std::vector<std::pair<std::string, std::string>>& orders) {
+    auto result = std::async(std::launch::async, wait);
+    for (const auto& [order, value] : orders) {
+        EXPECT_TRUE(behaviour.change(order, value));
+    }
+    return result.get();
+}
+
+TEST(LiveBehaviour, goesOnAsSoonAsTheHangIsLifted) {
+    LiveBehaviour behaviour(after({{"hang", ""}}));
+    EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, {{"accept", ""}}));
+    EXPECT_TRUE(behaviour.change("hang", ""));
+    EXPECT_TRUE(resultOf(
+        [&] {
+            behaviour.waitToAnswer();
+            return !behaviour.now().hang;
+        },
+        behaviour, {{"accept", ""}}));
+}
+
+TEST(LiveBehaviour, goesOnAsSoonAsAWaitIsShortened) {
+    LiveBehaviour behaviour(after({{"delay", "86400"}, {"job-seconds", "86400"}}));
+    EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, {{"delay", "0"}}));
+    EXPECT_TRUE(resultOf(
+        [&] {
+            behaviour.pace()(1, 2);
+            return true;
+        },
+        behaviour, {{"job-seconds", "0"}}));
+}
+
+TEST(LiveBehaviour, keepsThePaceOfAJob) {
+    LiveBehaviour behaviour(after({{"job-seconds", "0.2"}}));
+    const auto begin = std::chrono::steady_clock::now();
+    const Pace pace = behaviour.pace();
+    pace(1, 2);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(100));
+    pace(2, 2);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(200));
+}
+
+// What is left of a job takes its time also after a hang that was longer than the whole job.
+TEST(LiveBehaviour, doesNotHurryAfterAHang) {
+    LiveBehaviour behaviour(after({{"job-seconds", "0.2"}, {"hang", ""}}));
+    const Pace pace = behaviour.pace();
+    const auto lifted = resultOf(
+        [&] {
+            pace(1, 10);
+            return std::chrono::steady_clock::now();
+        },
+        behaviour, {{"delay", "0"}, {"accept", ""}});
+    pace(10, 10);
+    EXPECT_GE(std::chrono::steady_clock::now() - lifted, milliseconds(170));
+}
+
+TEST(LiveBehaviour, stopsWhatWaits) {
+    LiveBehaviour behaviour(after({{"hang", ""}}));
+    auto act = std::async(std::launch::async, [&] { return behaviour.waitToAct(); });
+    auto job = std::async(std::launch::async, [&] { behaviour.pace()(1, 1); });
+    auto answer = std::async(std::launch::async, [&] { behaviour.waitToAnswer(); });
+    behaviour.stop();
+    EXPECT_FALSE(act.get());
+    EXPECT_THROW(job.get(), DeviceError);
+    answer.get();
+    EXPECT_FALSE(behaviour.waitToAct());
+}
+
+}  // namespace
