@@ -1,5 +1,6 @@
-// The simulated applet control: owns com.morvane.scctrl and announces, as the current applet, each
-// id that it reads from standard input, one a line, until the input ends.
+// The simulated applet control: owns com.morvane.scctrl and follows what it reads from standard
+// input, one a line, until the input ends: the id of an applet is announced as the current one,
+// "organizationName=TEXT" and "organizationDomain=TEXT" change its properties.
 #include <gio/gio.h>
 #include <gio/gunixinputstream.h>
 #include <unistd.h>
@@ -51,6 +52,32 @@ void announce(MorvaneScctrl* object, const char* line) {
     logAction(kWho, "applet " + std::to_string(id));
 }
 
+// Whether the line says how a property is to be; if so it is changed, and its readers are told.
+bool setProperty(MorvaneScctrl* object, const std::string& line) {
+    const std::size_t separator = line.find('=');
+    const std::string name = line.substr(0, separator);
+    if (separator == std::string::npos ||
+        (name != "organizationName" && name != "organizationDomain")) {
+        return false;
+    }
+    const std::string text = line.substr(separator + 1);
+    if (g_utf8_validate(text.c_str(), -1, nullptr) == FALSE) {
+        logAction(kWho, "no text for a property: " + line);
+        return true;
+    }
+    const bool isName = name == "organizationName";
+    (isName ? morvane_scctrl_set_organization_name : morvane_scctrl_set_organization_domain)(
+        object, text.c_str());
+    logAction(kWho, line);
+    return true;
+}
+
+void follow(MorvaneScctrl* object, const char* line) {
+    if (!setProperty(object, line)) {
+        announce(object, line);
+    }
+}
+
 void readNextLine(AppletControl* control);
 
 void onLine(GObject* /*source*/, GAsyncResult* result, gpointer data) {
@@ -63,7 +90,7 @@ void onLine(GObject* /*source*/, GAsyncResult* result, gpointer data) {
     } else if (line == nullptr) {
         end(control, "no more applets");
     } else {
-        announce(control->object.get(), line);
+        follow(control->object.get(), line);
         readNextLine(control);
     }
 }
@@ -104,7 +131,9 @@ void flushSignals(MorvaneScctrl* object) {
 
 int main(int argc, char** argv) {
     if (argc > 1) {
-        std::fprintf(stderr, "usage: %s  (applet ids on standard input, one a line)\n", argv[0]);
+        std::fprintf(stderr,
+                     "usage: %s  (applet ids and PROPERTY=TEXT on standard input, one a line)\n",
+                     argv[0]);
         return 2;
     }
     g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
