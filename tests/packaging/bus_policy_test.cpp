@@ -1,0 +1,339 @@
+// Who may call the service, own its name and end it: the policy file under a real message bus.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <regex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/packaging/accounts.h"
+#include "tests/support/applet_control.h"
+#include "tests/support/device_double.h"
+#include "tests/support/files.h"
+#include "tests/support/paths.h"
+#include "tests/support/service_process.h"
+#include "tests/support/system_bus.h"
+
+namespace test_support {
+namespace {
+
+using testing::HasSubstr;
+using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
+
+constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
+constexpr const char* kPolicyFile = "/etc/dbus-1/system.d/com.morvane.transfer.conf";
+constexpr const char* kBuiltPolicy = "packaging/com.morvane.transfer.conf";
+
+struct Member {
+    std::string interface;
+    std::string name;
+
+    bool operator<(const Member& other) const {
+        return std::pair(interface, name) < std::pair(other.interface, other.name);
+    }
+    bool operator==(const Member& other) const {
+        return interface == other.interface && name == other.name;
+    }
+};
+
+void PrintTo(const Member& member, std::ostream* out) {
+    *out << member.interface << "." << member.name;
+}
+
+// What every object on a bus offers and the policy lets through.
+const std::vector<Member> kStandardMembers{{"org.freedesktop.DBus.Introspectable", "Introspect"},
+                                           {"org.freedesktop.DBus.Peer", "Ping"},
+                                           {"org.freedesktop.DBus.Peer", "GetMachineId"},
+                                           {"org.freedesktop.DBus.Properties", "Get"},
+                                           {"org.freedesktop.DBus.Properties", "GetAll"},
+                                           {"org.freedesktop.DBus.Properties", "Set"}};
+
+struct ReleaseNode {
+    void operator()(GDBusNodeInfo* node) const { g_dbus_node_info_unref(node); }
+};
+
+// The methods that one of the project's interface descriptions holds.
+std::vector<Member> methodsOf(const std::string& description) {
+    const std::string xml = readFile(sourcePath(description));
+    const std::unique_ptr<GDBusNodeInfo, ReleaseNode> node(
+        g_dbus_node_info_new_for_xml(xml.c_str(), nullptr));
+    std::vector<Member> members;
+    if (node == nullptr) {
+        ADD_FAILURE() << description << " is no interface description";
+        return members;
+    }
+    const GDBusInterfaceInfo* const interface = node->interfaces[0];
+    for (GDBusMethodInfo** method = interface->methods; *method != nullptr; ++method) {
+        members.push_back({interface->name, (*method)->name});
+    }
+    return members;
+}
+
+std::vector<Member> controlMethods() {
+    return methodsOf("com.morvane.dbus/com.morvane.dbus.xml");
+}
+
+std::vector<Member> transferMethods() {
+    return methodsOf("com.morvane.transfer/com.morvane.transfer.sac.xml");
+}
+
+std::vector<Member> allMembers() {
+    std::vector<Member> members = transferMethods();
+    for (const std::vector<Member>& more : {controlMethods(), kStandardMembers}) {
+        members.insert(members.end(), more.begin(), more.end());
+    }
+    return members;
+}
+
+// What one section of the policy, such as `user="root"`, allows to be sent.
+std::vector<Member> allowedIn(const std::string& policy, const std::string& section) {
+    std::smatch found;
+    const std::regex whole("<policy " + section + ">([^]*?)</policy>");
+    std::vector<Member> members;
+    if (!std::regex_search(policy, found, whole)) {
+        ADD_FAILURE() << "no section " << section;
+        return members;
+    }
+    const std::string rules = found[1];
+    const std::regex rule(
+        "<allow send_destination=\"com.morvane.transfer\"\\s+send_interface=\"([^\"]+)\"\\s+"
+        "send_member=\"([^\"]+)\"/>");
+    for (std::sregex_iterator at(rules.begin(), rules.end(), rule), end; at != end; ++at) {
+        members.push_back({(*at)[1], (*at)[2]});
+    }
+    return members;
+}
+
+std::string busGroup(const std::string& policy) {
+    std::smatch found;
+    std::regex_search(policy, found, std::regex("<policy group=\"([^\"]+)\">"));
+    return found.size() > 1 ? found.str(1) : "";
+}
+
+TEST(BusPolicyFile, allowsRootAndTheGroupEachMemberOfTheInterfacesAndNoOther) {
+    const std::string policy = readFile(buildPath(kBuiltPolicy));
+    const std::vector<Member> members = allMembers();
+    EXPECT_EQ(members.size(), 15U + 2U + 6U);
+    EXPECT_THAT(allowedIn(policy, "user=\"root\""), UnorderedElementsAreArray(members));
+    EXPECT_THAT(allowedIn(policy, "group=\"" + busGroup(policy) + "\""),
+                UnorderedElementsAreArray(members));
+}
+
+TEST(BusPolicyFile, holdsNoRulesButTheseAndFourMore) {
+    std::string policy = readFile(buildPath(kBuiltPolicy));
+    policy = std::regex_replace(policy, std::regex("<!--[^]*?-->"), "");
+    std::multiset<std::string> others;
+    const std::regex rule("<(allow|deny)\\s[^>]*>");
+    for (std::sregex_iterator at(policy.begin(), policy.end(), rule), end; at != end; ++at) {
+        const std::string text = std::regex_replace(at->str(), std::regex("\\s+"), " ");
+        if (text.find("<allow send_destination=\"com.morvane.transfer\" send_interface=") != 0) {
+            others.insert(text);
+        }
+    }
+    EXPECT_THAT(others,
+                UnorderedElementsAre("<deny own=\"com.morvane.transfer\"/>",
+                                     "<deny send_destination=\"com.morvane.transfer\"/>",
+                                     "<allow send_destination=\"com.morvane.transfer\" "
+                                     "send_type=\"signal\" send_interface=\"com.morvane.scctrl\" "
+                                     "send_member=\"appletChanged\"/>",
+                                     "<allow own=\"com.morvane.transfer\"/>"));
+}
+
+TEST(BusPolicyFile, isInTheSandboxWhatABuildWithTheUsualGroupMakes) {
+    const std::regex group("<policy group=\"[^\"]+\">");
+    const std::string installed = readFile(kPolicyFile);
+    EXPECT_EQ(busGroup(installed), "plugdev");
+    EXPECT_EQ(installed, std::regex_replace(readFile(buildPath(kBuiltPolicy)), group,
+                                            "<policy group=\"plugdev\">"));
+}
+
+// The policy of the build in force, with two ordinary users: "insider" is in its group.
+class BusPolicy : public testing::Test {
+protected:
+    void SetUp() override {
+        const std::string reason = Accounts::whyUnavailable();
+        if (!reason.empty()) {
+            GTEST_SKIP() << reason;
+        }
+        const std::string policy = readFile(buildPath(kBuiltPolicy));
+        writeFile(kPolicyFile, policy);
+        accounts_.emplace(
+            std::vector<Account>{{"insider", 61001, groupsOfInsider(busGroup(policy))},
+                                 {"outsider", 61002, {"others"}}});
+    }
+
+    void TearDown() override {
+        if (accounts_) {
+            writeFile(kPolicyFile, before_);
+            accounts_.reset();
+        }
+    }
+
+    virtual std::vector<std::string> groupsOfInsider(const std::string& busGroup) const {
+        return {busGroup, "others"};
+    }
+
+    std::unique_ptr<SystemBus> connectAs(const std::string& user) const {
+        return accounts_->connectAs(user);
+    }
+
+    // Starts the service, with doubles of the device libraries.
+    testing::AssertionResult startService() {
+        service_.emplace(ServiceOptions{{}, device_.environment(), {}, {}, {}});
+        return service_->waitUntilAnswers();
+    }
+
+    bool serviceAnswers() const {
+        return connectAs("root")->transfer("GetUSBStickDetails").error.empty();
+    }
+
+    // The errors with which these calls without arguments are answered. One that arrives and wants
+    // arguments is answered by the service with InvalidArgs, and nothing is done.
+    static std::set<std::string> errorsOf(const SystemBus& bus,
+                                          const std::vector<Member>& members) {
+        std::set<std::string> errors;
+        for (const Member& member : members) {
+            const std::string path =
+                member.interface == kControlInterface ? kControlPath : kTransferPath;
+            errors.insert(bus.call(path, member.interface, member.name).error);
+        }
+        return errors;
+    }
+
+    const std::string before_ = readFile(kPolicyFile);
+    std::optional<Accounts> accounts_;
+    DeviceDouble device_;
+    std::optional<ServiceProcess> service_;
+};
+
+// One row of the matrix: a user calls every member there is.
+class Caller : public BusPolicy {
+protected:
+    void expectEachToArrive(const std::string& user) {
+        ASSERT_TRUE(startService());
+        const std::unique_ptr<SystemBus> bus = connectAs(user);
+        for (const Member& member : allMembers()) {
+            EXPECT_EQ(errorsOf(*bus, {member}).count(kAccessDenied), 0U)
+                << testing::PrintToString(member);
+        }
+        EXPECT_EQ(bus->transfer("GetUSBStickDetails").text(), "(@av [],)");
+    }
+
+    // Calls of members that the interfaces lack, of other interfaces, and without an interface.
+    void expectNothingElseToArrive(const std::string& user) {
+        ASSERT_TRUE(startService());
+        const std::unique_ptr<SystemBus> bus = connectAs(user);
+        for (const Member& member :
+             std::vector<Member>{{kTransferInterface, "Eject"},
+                                 {kControlInterface, "GetUSBStickDetails"},
+                                 {"org.freedesktop.DBus.Peer", "Pong"},
+                                 {"org.freedesktop.DBus.ObjectManager", "GetManagedObjects"},
+                                 {"com.morvane.other", "Get"}}) {
+            EXPECT_EQ(bus->call(kTransferPath, member.interface, member.name).error, kAccessDenied)
+                << testing::PrintToString(member);
+        }
+        EXPECT_EQ(errorOfCallWithoutInterface(*bus), kAccessDenied);
+    }
+
+    static std::string errorOfCallWithoutInterface(const SystemBus& bus) {
+        const ObjectPtr<GDBusMessage> message(g_dbus_message_new_method_call(
+            kServiceName, kTransferPath, nullptr, "GetUSBStickDetails"));
+        const ObjectPtr<GDBusMessage> reply(g_dbus_connection_send_message_with_reply_sync(
+            bus.connection(), message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, -1, nullptr, nullptr,
+            nullptr));
+        const char* const name =
+            reply != nullptr ? g_dbus_message_get_error_name(reply.get()) : nullptr;
+        return name != nullptr ? name : "";
+    }
+};
+
+TEST_F(Caller, insideTheGroupReachesEveryMember) {
+    expectEachToArrive("insider");
+}
+
+TEST_F(Caller, asRootReachesEveryMember) {
+    expectEachToArrive("root");
+}
+
+TEST_F(Caller, insideTheGroupReachesNothingElse) {
+    expectNothingElseToArrive("insider");
+}
+
+TEST_F(Caller, asRootReachesNothingElse) {
+    expectNothingElseToArrive("root");
+}
+
+TEST_F(Caller, outsideTheGroupReachesNoMember) {
+    ASSERT_TRUE(startService());
+    const std::unique_ptr<SystemBus> bus = connectAs("outsider");
+    for (const Member& member : allMembers()) {
+        EXPECT_EQ(errorsOf(*bus, {member}), std::set<std::string>{kAccessDenied})
+            << testing::PrintToString(member);
+    }
+    EXPECT_EQ(errorOfCallWithoutInterface(*bus), kAccessDenied);
+    EXPECT_THAT(device_.calls(), testing::IsEmpty());
+}
+
+TEST_F(BusPolicy, letsOnlyRootOwnTheName) {
+    for (const char* const user : {"insider", "outsider"}) {
+        const Reply reply =
+            connectAs(user)->call("/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+                                  g_variant_new("(su)", kServiceName, 0U), "org.freedesktop.DBus");
+        EXPECT_EQ(reply.error, kAccessDenied) << user;
+    }
+    EXPECT_TRUE(connectAs("root")->ownName(kServiceName));
+}
+
+TEST_F(BusPolicy, letsNobodyTakeTheNameFromTheService) {
+    ASSERT_TRUE(startService());
+    for (const char* const user : {"insider", "outsider"}) {
+        EXPECT_FALSE(connectAs(user)->ownName(kServiceName, kReplaceExisting)) << user;
+    }
+    EXPECT_TRUE(serviceAnswers());
+}
+
+TEST_F(BusPolicy, letsTheAppletControlBeHeard) {
+    ASSERT_TRUE(startService());
+    const AppletControl appletControl;
+    appletControl.emitAppletChanged(257);
+    EXPECT_TRUE(service_->waitForOutput("appletHasChanged() Signal received with ID 257"));
+}
+
+TEST_F(BusPolicy, makesNoAppletControlOfAnybodyElse) {
+    const AppletControl appletControl;
+    ASSERT_TRUE(startService());
+    for (const char* const user : {"insider", "outsider"}) {
+        connectAs(user)->emitSignal(kAppletControlPath, kAppletControlInterface, "appletChanged",
+                                    g_variant_new("(i)", 256));
+    }
+    EXPECT_TRUE(serviceAnswers());
+    EXPECT_FALSE(service_->hasEnded());
+}
+
+// A machine that has no group of the name.
+class BusPolicyWithoutGroup : public BusPolicy {
+protected:
+    std::vector<std::string> groupsOfInsider(const std::string& /*busGroup*/) const override {
+        return {"others"};
+    }
+};
+
+TEST_F(BusPolicyWithoutGroup, servesRootAloneAndTheBusSaysWhy) {
+    ASSERT_TRUE(startService());
+    for (const char* const user : {"insider", "outsider"}) {
+        EXPECT_EQ(errorsOf(*connectAs(user), allMembers()), std::set<std::string>{kAccessDenied})
+            << user;
+    }
+    EXPECT_TRUE(serviceAnswers());
+    EXPECT_THAT(readFile("/run/log/system-bus"),
+                HasSubstr("Unknown group \"" + busGroup(readFile(kPolicyFile)) +
+                          "\" in message bus configuration file"));
+}
+
+}  // namespace
+}  // namespace test_support
