@@ -15,7 +15,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <system_error>
+#include <utility>
 
 #include "tests/support/waiting.h"
 
@@ -73,7 +75,14 @@ SyslogSocket::SyslogSocket() : stop_(eventfd(0, EFD_CLOEXEC)) {
         fail(kLogPath);
     }
     socket_ = bindLog();
-    thread_ = std::thread(&SyslogSocket::run, this);
+    std::promise<void> started;
+    const std::future<void> start = started.get_future();
+    thread_ = std::thread([this, started = std::move(started)]() mutable {
+        started.set_value();
+        run();
+    });
+    // A test may fork next, and its child must not inherit locks that the start of a thread holds.
+    start.wait();
 }
 
 SyslogSocket::~SyslogSocket() {
