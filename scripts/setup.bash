@@ -70,9 +70,37 @@ build() {
     cmake --build "build/$preset" --parallel "$(nproc)" ${1+--target "$@"}
 }
 
-# enterDevice SCRIPT: builds the simulated device and goes on with scripts/inside/SCRIPT in the sandbox.
+# takeState ARG...: sets state, the folder that a leading "--state FOLDER" names, which is made where it is
+# missing, and rest, the arguments after that and an optional "--".
+takeState() {
+    state=
+    rest=("$@")
+    if [[ ${1-} == --state ]]; then
+        [[ -n ${2-} && $2 != *$'\n'* ]] || misused "--state needs a folder"
+        mkdir -p -- "$2"
+        state=$(realpath -- "$2")
+        rest=("${@:3}")
+    fi
+    [[ ${rest[0]-} != -- ]] || rest=("${rest[@]:1}")
+}
+
+# runInDevice COMMAND...: runs it in the simulated device, whose state is that of takeState.
+runInDevice() {
+    enterDevice ${state:+--keep "$state"} -- run "$state" "$@"
+}
+
+# enterDevice [OPTION...] -- SCRIPT [ARG...]: builds the simulated device and goes on in the sandbox, which gets
+# the options, with scripts/inside/SCRIPT, which gets the build folder and the arguments.
 enterDevice() {
-    ensurePackages build run
-    build dev com-morvane-transfer-service device-manager-simulator applet-control room
-    exec "$project/tests/sandbox/sandbox" -- "$project/scripts/inside/$1" "$project/build/dev"
+    local options=()
+    while [[ $1 != -- ]]; do
+        options+=("$1")
+        shift
+    done
+    # What is said here is no output of the device's, and the caller stays in the folder where he is.
+    (
+        ensurePackages build run
+        build dev com-morvane-transfer-service device-manager-simulator applet-control room
+    ) >&2
+    exec "$project/tests/sandbox/sandbox" "${options[@]}" -- "$project/scripts/inside/$2" "$project/build/dev" "${@:3}"
 }

@@ -1,13 +1,35 @@
 # What the shell inside the simulated device offers.
 # shellcheck shell=bash
-. "${BASH_SOURCE[0]%/*}/device.bash"
-set +euo pipefail # a shell for people
 unset HISTFILE
 PS1='\[\e[1m\](simulated device)\[\e[0m\] \w \$ '
 
-applet() {
-    changeApplet "$1"
+call() {
+    device call "$@"
 }
+
+# The words of "device", and after --from the folders.
+completeDevice() {
+    local words current=${COMP_WORDS[COMP_CWORD]}
+    COMPREPLY=()
+    if [[ ${COMP_WORDS[COMP_CWORD - 1]} == --from ]]; then
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -d -- "$current")
+        return
+    fi
+    case $COMP_CWORD:${COMP_WORDS[1]} in
+        1:*) words='applet call help log manager name organization plug pull service sticks' ;;
+        *:plug) words='1 2 3 4 --size --from --read-only --nearly-full' ;;
+        2:pull) words='1 2 3 4' ;;
+        2:manager) words='accept delay die-in-job hang job-seconds real-size refuse report-size start status stop' ;;
+        2:organization) words='name domain' ;;
+        2:service) words='start stop status' ;;
+        3:service) words=--once ;;
+        2:log) words=-f ;;
+        *) return ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+complete -F completeDevice device
 
 cat <<'END'
 
@@ -15,18 +37,21 @@ You are inside the simulated device: a world of its own that ends, with everythi
 
   /media/usb/USB_X60.1, USB_X60.2    two sticks; the second holds the update file device.fwf
   /mnt/usrdata/device                the device: settings, recipes, users, firmware
-  /run/log                           service, device-manager, applet-control, transfer-script, messages
+  /run/log                           device: what happened; service, transfer-script, messages: what was said
 
 Try:
   call GetUSBStickDetails
   call DoBackup USB_X60.1 1 today.psb             then: call GetBackupFilesList USB_X60.1 ''
   call DoOSUpdate USB_X60.2 device.fwf            then: cat /mnt/usrdata/device/firmware/version
-  applet 256                                      another applet: the service ends, and is started again
+  device plug 3 --nearly-full                     another stick; device pull 3, also in the middle of a job
+  device manager refuse                           faults: refuse, delay 5, hang, die-in-job; accept ends them
+  device applet 256                               another applet: the service ends, and is started again
+  device log -f                                   what happens
+  device help                                     everything that the device can be told
   gdbus introspect --system -d com.morvane.transfer -o /sacIntf
   gdbus monitor --system -d com.morvane.transfer
-  tail -f /run/log/service
 
 "call" is short for gdbus call --system -d com.morvane.transfer -o /sacIntf -m com.morvane.transfer.sac.…
-Start one job in one life of the service: "applet 256" between two jobs.
+Start one job in one life of the service: "device applet 256" between two jobs.
 
 END
