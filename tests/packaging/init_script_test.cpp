@@ -1,0 +1,157 @@
+// The boot script for devices without systemd, run as the boot runs it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/bus_daemon.h"
+#include "tests/support/child_process.h"
+#include "tests/support/files.h"
+#include "tests/support/lock_file.h"
+#include "tests/support/paths.h"
+#include "tests/support/process_table.h"
+#include "tests/support/room_process.h"
+#include "tests/support/service_process.h"
+#include "tests/support/system_bus.h"
+#include "tests/support/transfer_script.h"
+
+namespace test_support {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char* kBuiltScript = "packaging/com-morvane-transfer-service.init";
+constexpr const char* kService = "com-morvane-transfer-service";
+
+struct Ran {
+    ProcessEnd end;
+    std::string said;
+};
+
+void PrintTo(const Ran& ran, std::ostream* out) {
+    *out << ran.end << " saying " << ran.said;
+}
+
+testing::Matcher<Ran> ended(int status, const std::string& said) {
+    return testing::AllOf(testing::Field(&Ran::end, exited(status)),
+                          testing::Field(&Ran::said, HasSubstr(said)));
+}
+
+// Whose start-stop-daemon is in front of the script's others.
+enum class Tools { kDpkg, kBusybox };
+
+void PrintTo(Tools tools, std::ostream* out) {
+    *out << (tools == Tools::kDpkg ? "Dpkg" : "Busybox");
+}
+
+class InitScript : public testing::TestWithParam<Tools> {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(room_.waitForOutput("the room is there"));
+        makeTools();
+        writeScript(buildPath(kService));
+    }
+
+    // The script of the build, but for the program and a folder of tools before all others.
+    void writeScript(const std::string& program) const {
+        std::string script = readFile(buildPath(kBuiltScript));
+        replaceLine(script, "PATH=/sbin",
+                    "PATH=" + folder_.path("tools") + ":/sbin:/usr/sbin:/bin:/usr/bin");
+        replaceLine(script, "daemon=/", "daemon=" + program);
+        writeFile(folder_.path("script"), script);
+    }
+
+    static void replaceLine(std::string& text, const std::string& beginning,
+                            const std::string& line) {
+        const std::size_t at = text.find("\n" + beginning) + 1;
+        ASSERT_NE(at, 0U) << beginning;
+        text.replace(at, text.find('\n', at) - at, line);
+    }
+
+    void makeTools() const {
+        const char* const tool =
+            GetParam() == Tools::kBusybox ? "\"$(command -v busybox)\"" : "/sbin/start-stop-daemon";
+        makeDirectories(folder_.path("tools"));
+        const std::string link = folder_.path("tools/start-stop-daemon");
+        ASSERT_EQ(runCommand({"sh", "-euc", "ln -s " + std::string(tool) + " " + link}).end,
+                  exited(0));
+    }
+
+    Ran run(const std::string& action) {
+        const std::unique_ptr<ChildProcess> process =
+            room_.enter({"sh", folder_.path("script"), action});
+        const std::optional<ProcessEnd> end = process->waitForEnd();
+        return {end.value_or(ProcessEnd{}), process->standardOutput() + process->standardError()};
+    }
+
+    // The service, as seen from here.
+    static std::optional<pid_t> service() { return SystemBus::processOf(kServiceName); }
+
+    TemporaryDirectory folder_;
+    // The boot's place: whatever is started ends with it at the latest.
+    RoomProcess room_{{"sh", "-c", "echo the room is there; exec sleep infinity"}};
+};
+
+TEST_P(InitScript, startsTheServiceSoThatItAnswersOnce) {
+    EXPECT_THAT(run("status"), ended(3, "does not run"));
+    EXPECT_THAT(run("start"), ended(0, "started"));
+    const std::optional<pid_t> first = service();
+    EXPECT_EQ(SystemBus().transfer("GetUSBStickDetails").text(), "(@av [],)");
+    EXPECT_THAT(run("status"), ended(0, "runs"));
+    EXPECT_THAT(run("start"), ended(0, "runs already"));
+    EXPECT_EQ(service(), first);
+    EXPECT_TRUE(first);
+}
+
+TEST_P(InitScript, stopsTheServiceBeforeItReturns) {
+    ASSERT_THAT(run("start"), ended(0, "started"));
+    const pid_t first = service().value_or(0);
+    EXPECT_THAT(run("stop"), ended(0, "stopped"));
+    EXPECT_FALSE(isRunning(first));
+    EXPECT_THAT(run("status"), ended(3, "does not run"));
+    EXPECT_TRUE(exists(kLockFile));
+    EXPECT_THAT(run("stop"), ended(0, "does not run"));
+}
+
+TEST_P(InitScript, restartsIntoAnotherLife) {
+    EXPECT_THAT(run("try-restart"), ended(0, ""));
+    EXPECT_FALSE(service());
+    EXPECT_THAT(run("restart"), ended(0, "started"));
+    const std::optional<pid_t> first = service();
+    EXPECT_THAT(run("force-reload"), ended(0, "started"));
+    const std::optional<pid_t> second = service();
+    EXPECT_TRUE(first && second && first != second);
+}
+
+TEST_P(InitScript, failsWhenTheNameIsTaken) {
+    const SystemBus owner;
+    ASSERT_TRUE(owner.ownName(kServiceName));
+    EXPECT_THAT(run("start"), ended(1, "not started"));
+    EXPECT_THAT(run("status"), ended(3, "does not run"));
+}
+
+TEST_P(InitScript, failsWithoutABus) {
+    const BusOutage outage;
+    EXPECT_THAT(run("start"), ended(1, "not started"));
+}
+
+TEST_P(InitScript, passesOnTheStatusOfAServiceThatDiesInItsStart) {
+    const TransferScript script("kill -KILL \"$(cat /var/lock/com.morvane.transfer.pid)\"");
+    EXPECT_THAT(run("start"), ended(1, "not started"));
+}
+
+TEST_P(InitScript, failsWithoutTheProgram) {
+    writeScript("/nonexistent/service");
+    EXPECT_THAT(run("start"), ended(5, "not installed"));
+    EXPECT_THAT(run("stop"), ended(0, "does not run"));
+}
+
+INSTANTIATE_TEST_SUITE_P(With, InitScript, testing::Values(Tools::kDpkg, Tools::kBusybox),
+                         [](const auto& tools) { return testing::PrintToString(tools.param); });
+
+}  // namespace
+}  // namespace test_support
