@@ -1,68 +1,85 @@
 # Completion of transferctl for bash: commands, options, sticks, and the files on them.
 # shellcheck shell=bash
 
-# Sets REPLY to a word without its quotes and backslashes.
-_transferctl_unquote() {
-    local word=$1 plain=
-    [[ $word != [\"\']* ]] || word=${word:1}
-    while [[ $word == *\\* ]]; do
-        plain+=${word%%\\*}
-        word=${word#*\\}
-        plain+=${word:0:1}
-        word=${word:1}
-    done
-    REPLY=$plain$word
-}
-
-# Sets `words`, the words before the cursor's, and `current`, what stands before the cursor of its own word.
-# bash has split them at the characters of COMP_WORDBREAKS, of which the colon belongs into a place: pieces
-# that nothing stands between belong together. `head` is the part of `current` that bash leaves alone when it
-# puts in a candidate.
+# Sets `words`, the words before the cursor's, and `current`, what stands before the cursor of its own word,
+# both as typed. bash has split them at the characters of COMP_WORDBREAKS, of which the colon belongs into a
+# place: pieces that nothing stands between belong together.
 _transferctl_read_line() {
-    local line=${COMP_LINE:0:COMP_POINT} i piece gap
-    words=() current='' head=''
+    local line=${COMP_LINE:0:COMP_POINT} i gap piece
+    words=() current=''
     for ((i = 0; i <= COMP_CWORD; i++)); do
-        piece=${COMP_WORDS[i]}
         gap=${line%%[![:blank:]]*}
         line=${line:${#gap}}
-        ((i < COMP_CWORD)) || piece=${line}
-        line=${line:${#piece}}
         if [[ -n $gap ]]; then
             words+=("$current")
-            current='' head=''
+            current=''
         fi
-        if ((i < COMP_CWORD)) || [[ $piece == : || $piece == = ]]; then
-            current+=$piece
-            head=$current
+        piece=${COMP_WORDS[i]}
+        ((i < COMP_CWORD)) || piece=$line
+        line=${line:${#piece}}
+        current+=$piece
+    done
+}
+
+# Takes the quotes and backslashes off `current`. Sets `plain`, the text meant; `head`, that part of it which
+# readline leaves alone when it puts in a candidate, because an unquoted character of COMP_WORDBREAKS, or a
+# quote that is still open, ends it; and `quote`, that quote.
+_transferctl_unquote() {
+    local i char before
+    plain='' head='' quote=''
+    for ((i = 0; i < ${#current}; i++)); do
+        char=${current:i:1}
+        if [[ $quote == "$char" ]]; then
+            quote='' head=$before
+        elif [[ -z $quote && $char == [\"\'] ]]; then
+            quote=$char before=$head head=$plain
+        elif [[ $char == \\ && $quote != \' ]] && _transferctl_is_escaped "${current:i+1:1}"; then
+            i=$((i + 1))
+            plain+=${current:i:1}
         else
-            current+=$piece
+            plain+=$char
+            [[ -n $quote || $COMP_WORDBREAKS != *"$char"* ]] || head=$plain
         fi
     done
 }
 
-# Puts the lines read from standard input that begin with `current` into COMPREPLY, each as bash wants it:
-# without the head, and quoted unless a quote is open.
+# Whether a backslash takes the meaning off the character: off any, but within double quotes off few.
+_transferctl_is_escaped() {
+    [[ -n $1 && ($quote != \" || $1 == [\"\\\`\$]) ]]
+}
+
+# Sets REPLY to the text as it has to be typed behind the quote that is open.
+_transferctl_quote() {
+    local char
+    case $quote in
+        \') REPLY=$1 ;;
+        \")
+            REPLY=$1
+            for char in \\ \" \` \$; do
+                REPLY=${REPLY//"$char"/\\"$char"}
+            done
+            ;;
+        *) printf -v REPLY %q "$1" ;;
+    esac
+}
+
+# Puts the lines read from standard input into COMPREPLY, each as readline wants it: without the head, quoted.
 _transferctl_offer() {
-    local candidate plainHead quoted=no
-    [[ $current != [\"\']* ]] || quoted=yes
-    _transferctl_unquote "$head"
-    plainHead=$REPLY
+    local candidate
     while IFS= read -r candidate; do
-        [[ $candidate != *[:/=] ]] || compopt -o nospace 2>/dev/null
-        candidate=${candidate#"$plainHead"}
-        [[ $quoted == yes ]] || printf -v candidate %q "$candidate"
-        COMPREPLY+=("$candidate")
+        [[ $candidate != *[:/] ]] || compopt -o nospace 2>/dev/null
+        _transferctl_quote "${candidate#"$head"}"
+        COMPREPLY+=("$REPLY")
     done
 }
 
-# Offers those of the words given that begin with `current`.
+# Offers those of the words given that begin with `plain`.
 _transferctl_offer_words() {
-    _transferctl_offer < <(compgen -W "$*" -- "$current")
+    _transferctl_offer < <(compgen -W "$*" -- "$plain")
 }
 
 _transferctl_offer_places() {
-    _transferctl_unquote "$current"
-    _transferctl_offer < <("${words[0]}" __complete "$1" "$REPLY" 2>/dev/null)
+    _transferctl_offer < <("${words[0]}" __complete "$1" "$plain" 2>/dev/null)
 }
 
 # Sets `command` to the command among the words; nothing before it has been typed.
@@ -102,19 +119,20 @@ _transferctl_offer_argument() {
 }
 
 _transferctl() {
-    local words current head command REPLY
+    local words current plain head quote command REPLY
     COMPREPLY=()
     _transferctl_read_line
+    _transferctl_unquote
     _transferctl_find_command
     case ${words[-1]} in
-        --type | -t) _transferctl_offer_words full recipes users && return ;;
+        --type | -t)
+            _transferctl_offer_words full recipes users
+            return
+            ;;
         --name | -n | --timeout) return ;;
     esac
-    case $current in
-        --type=*)
-            current=${current#--type=} head=''
-            _transferctl_offer_words full recipes users
-            ;;
+    case $plain in
+        --type=*) _transferctl_offer_words --type=full --type=recipes --type=users ;;
         -*) _transferctl_offer_options ;;
         *) _transferctl_offer_argument ;;
     esac

@@ -1,0 +1,81 @@
+// Owns the service's name and answers what a test tells it to, promised or not.
+#include "tests/transferctl/stand_in_service.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "tests/support/waiting.h"
+
+namespace test_support {
+namespace {
+
+const std::string kErrorPrefix = "error ";
+
+}  // namespace
+
+StandInService::StandInService(std::map<std::string, std::string> replies)
+    : replies_(std::move(replies)),
+      filter_(g_dbus_connection_add_filter(bus_.connection(), onMessage, this, nullptr)) {
+    if (!bus_.ownName(kServiceName)) {
+        throw std::runtime_error("cannot own the service's name");
+    }
+}
+
+StandInService::~StandInService() {
+    g_dbus_connection_remove_filter(bus_.connection(), filter_);
+    leave();
+}
+
+std::vector<std::string> StandInService::calls() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return calls_;
+}
+
+testing::AssertionResult StandInService::waitForCall(const std::string& method) const {
+    return eventually(
+        [&] {
+            const std::vector<std::string> now = calls();
+            return std::find(now.begin(), now.end(), method) != now.end();
+        },
+        method + " is called");
+}
+
+void StandInService::leave() {
+    g_dbus_connection_close_sync(bus_.connection(), nullptr, nullptr);
+}
+
+// On the connection's own thread, before anybody else sees the message.
+GDBusMessage* StandInService::onMessage(GDBusConnection* connection, GDBusMessage* message,
+                                        gboolean incoming, gpointer self) {
+    const bool isCall = g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL;
+    if (incoming == FALSE || !isCall) {
+        return message;
+    }
+    const ObjectPtr<GDBusMessage> reply(static_cast<StandInService*>(self)->replyTo(message));
+    g_object_unref(message);
+    if (reply) {
+        g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+                                       nullptr, nullptr);
+    }
+    return nullptr;
+}
+
+GDBusMessage* StandInService::replyTo(GDBusMessage* call) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    calls_.emplace_back(g_dbus_message_get_member(call));
+    const auto found = replies_.find(calls_.back());
+    if (found == replies_.end()) {
+        return nullptr;
+    }
+    const std::string& text = found->second;
+    if (text.compare(0, kErrorPrefix.size(), kErrorPrefix) == 0) {
+        return g_dbus_message_new_method_error_literal(
+            call, text.substr(kErrorPrefix.size()).c_str(), "\x1b[31mno\nway");
+    }
+    GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
+    g_dbus_message_set_body(reply,
+                            g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr));
+    return reply;
+}
+
+}  // namespace test_support

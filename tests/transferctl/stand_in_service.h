@@ -1,0 +1,46 @@
+// Owns the service's name and answers what a test tells it to, promised or not.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tests/support/system_bus.h"
+
+namespace test_support {
+
+class StandInService {
+public:
+    // The replies by method, tuples in GVariant's text form; "error NAME" answers with that D-Bus
+    // error. Calls of other methods get no answer. Throws std::runtime_error when it cannot own the
+    // name.
+    explicit StandInService(std::map<std::string, std::string> replies);
+    ~StandInService();
+    StandInService(const StandInService&) = delete;
+    StandInService& operator=(const StandInService&) = delete;
+
+    // Methods called by now, in order.
+    std::vector<std::string> calls() const;
+
+    // Waits until the method has been called.
+    testing::AssertionResult waitForCall(const std::string& method) const;
+
+    // Leaves the bus, with all calls unanswered.
+    void leave();
+
+private:
+    static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message,
+                                   gboolean incoming, gpointer self);
+    GDBusMessage* replyTo(GDBusMessage* call);
+
+    std::map<std::string, std::string> replies_;
+    mutable std::mutex mutex_;
+    std::vector<std::string> calls_;
+    SystemBus bus_;
+    guint filter_;
+};
+
+}  // namespace test_support
