@@ -82,7 +82,7 @@ BackupTarget targetOf(const Options& options) {
 }
 
 std::string nameOrProposal(TransferClient& client, const BackupTarget& target) {
-    const std::string name = target.name ? *target.name : client.backupName();
+    std::string name = target.name ? *target.name : client.backupName();
     if (name.empty()) {
         throw Failure(ExitStatus::kRefused,
                       "the device's name cannot be read, so there is no proposal: give --name");
@@ -106,7 +106,7 @@ void makeRoom(TransferClient& client, const StickPath& file, bool force) {
 }
 
 StickPath existingFile(TransferClient& client, const Options& options) {
-    const StickPath file = parseStickPath(options.arguments.front());
+    StickPath file = parseStickPath(options.arguments.front());
     requireMounted(client, file.stick);
     return file;
 }
