@@ -11,12 +11,16 @@
 namespace test_support {
 namespace {
 
-// Stands in for transferctl on the line that is completed, and shows what it would be given.
-constexpr const char* kShowArguments = R"(
-transferctl() {
-    if [[ $1 == __complete ]]; then command "$TRANSFERCTL" "$@"; else printf '<%s>' "$@"; echo; fi
+// A function that stands in for transferctl on the line that is completed, and shows what it is
+// given.
+std::string shownArguments() {
+    std::string command;
+    for (const std::string& word : transferctlCommand({})) {
+        command += " '" + word + "'";
+    }
+    return "transferctl() { if [[ $1 == __complete ]]; then" + command +
+           " \"$@\"; else printf '<%s>' \"$@\"; echo; fi; }\n";
 }
-)";
 
 class Completion : public testing::Test {
 protected:
@@ -24,12 +28,11 @@ protected:
 
     // What transferctl is given when these keys are typed behind its name; \t asks for completion.
     std::string completed(const std::string& keys) const {
-        writeFile(folder_.path("keys"), ". " +
-                                            sourcePath("transferctl/completion/transferctl.bash") +
-                                            kShowArguments + "transferctl " + keys + "\n");
+        const std::string completion = sourcePath("transferctl/completion/transferctl.bash");
+        writeFile(folder_.path("keys"),
+                  ". " + completion + "\n" + shownArguments() + "transferctl " + keys + "\n");
         ChildOptions options;
-        options.environment = {"INPUTRC=/dev/null", "PS1=", "TERM=dumb", "LC_ALL=C.UTF-8",
-                               "TRANSFERCTL=" + buildPath("transferctl")};
+        options.environment = {"INPUTRC=/dev/null", "PS1=", "TERM=dumb", "LC_ALL=C.UTF-8"};
         const CommandResult result = runCommand(
             {"sh", "-c", "exec bash --norc --noprofile -i <\"$1\"", "sh", folder_.path("keys")},
             options);

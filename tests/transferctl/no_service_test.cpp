@@ -9,6 +9,7 @@
 #include "tests/support/bus_daemon.h"
 #include "tests/support/files.h"
 #include "tests/support/unique_fd.h"
+#include "tests/support/waiting.h"
 #include "tests/transferctl/client.h"
 #include "tests/transferctl/stand_in_service.h"
 
@@ -90,6 +91,16 @@ TEST(AServiceThatGoes, isNotWaitedFor) {
     ASSERT_TRUE(service.waitForCall("GetUSBStickDetails"));
     service.leave();
     EXPECT_EQ(asking.waitForEnd(), exited(3));
+}
+
+TEST(AServiceThatHasJustComeUp, isAskedAgainUntilItsObjectsAreThere) {
+    StandInService service(std::map<std::string, std::string>{
+        {"GetUSBStickDetails", "error org.freedesktop.DBus.Error.UnknownMethod"}});
+    ChildProcess asking(transferctlCommand({"sticks"}));
+    ASSERT_TRUE(eventually([&] { return service.calls().size() > 1; }, "it is asked again"));
+    service.answer("GetUSBStickDetails", kSticks);
+    EXPECT_EQ(asking.waitForEnd(), exited(0));
+    EXPECT_TRUE(asking.waitForOutput("USB_X60.1\t1\t1\t0\n"));
 }
 
 TEST(AServiceThatLies, isNotBelieved) {

@@ -26,6 +26,11 @@ StandInService::~StandInService() {
     leave();
 }
 
+void StandInService::answer(const std::string& method, const std::string& reply) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    replies_[method] = reply;
+}
+
 std::vector<std::string> StandInService::calls() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return calls_;

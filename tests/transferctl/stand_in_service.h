@@ -22,6 +22,9 @@ public:
     StandInService(const StandInService&) = delete;
     StandInService& operator=(const StandInService&) = delete;
 
+    // Changes the answer of a method from now on.
+    void answer(const std::string& method, const std::string& reply);
+
     // Methods called by now, in order.
     std::vector<std::string> calls() const;
 
