@@ -260,7 +260,6 @@ void DeviceManagerServer::run(const Call& call) {
 
 void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
                                  const Outcome& outcome) {
-    behaviour_.waitToAnswer();
     const auto number = static_cast<gint64>(status);
     const std::string text = printable(outcome.message);
     logAction(call.action, status == DeviceManagerStatus::done

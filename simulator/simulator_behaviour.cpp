@@ -155,10 +155,6 @@ bool LiveBehaviour::waitToAct() {
     });
 }
 
-void LiveBehaviour::waitToAnswer() {
-    waitUntil([](const SimulatorBehaviour& /*behaviour*/) { return Clock::time_point::min(); });
-}
-
 // A job that is late, because it was held up, keeps its pace and ends later.
 Pace LiveBehaviour::pace() {
     return [this, begin = Clock::now()](std::uint64_t done, std::uint64_t total) mutable {

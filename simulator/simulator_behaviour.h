@@ -16,7 +16,7 @@ struct SimulatorBehaviour {
     std::chrono::milliseconds jobTime{};  // what a backup, restore or update takes at least
     std::chrono::milliseconds delay{};    // before each call is acted upon
     bool refuse = false;                  // turn every connection down
-    bool hang = false;                    // neither act nor answer
+    bool hang = false;                    // act on no call, go on with no job
     bool dieInJob = false;                // end the process half-way through a job
     std::optional<std::uint64_t> reportedSize;
 };
@@ -55,8 +55,6 @@ public:
 
     // Waits for the delay, and for as long as the device manager hangs. False: it stops.
     bool waitToAct();
-    // Waits for as long as the device manager hangs.
-    void waitToAnswer();
 
     // The pace of a job that begins now: throws DeviceError when the device manager stops, and
     // ends the process when it is to die in a job. To be used while this object lives.
