@@ -100,7 +100,7 @@ enterDevice() {
     # What is said here is no output of the device's, and the caller stays in the folder where he is.
     (
         ensurePackages build run
-        build dev com-morvane-transfer-service device-manager-simulator applet-control room
+        build dev com-morvane-transfer-service transferctl device-manager-simulator applet-control room
     ) >&2
     exec "$project/tests/sandbox/sandbox" "${options[@]}" -- "$project/scripts/inside/$2" "$project/build/dev" "${@:3}"
 }

@@ -30,6 +30,7 @@ completeDevice() {
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
 }
 complete -F completeDevice device
+. "${BASH_SOURCE[0]%/*}/../../transferctl/completion/transferctl.bash"
 
 cat <<'END'
 
@@ -48,6 +49,7 @@ Try:
   device applet 256                               another applet: the service ends, and is started again
   device log -f                                   what happens
   device help                                     everything that the device can be told
+  transferctl status                              the service's command-line client; transferctl --help
   gdbus introspect --system -d com.morvane.transfer -o /sacIntf
   gdbus monitor --system -d com.morvane.transfer
 
