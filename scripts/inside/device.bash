@@ -257,7 +257,7 @@ startService() {
 
 # The name is owned a moment before the objects are there, so ask the object.
 serviceAnswers() {
-    gdbus call --system --timeout 2 -d com.morvane.transfer -o /sacIntf -m org.freedesktop.DBus.Properties.Get \
+    gdbus call --system --timeout 5 -d com.morvane.transfer -o /sacIntf -m org.freedesktop.DBus.Properties.Get \
         com.morvane.transfer.sac organizationName >/dev/null 2>&1
 }
 
