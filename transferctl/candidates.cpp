@@ -10,8 +10,6 @@
 namespace transferctl {
 namespace {
 
-// Somebody waits at a prompt.
-constexpr std::chrono::seconds kPatience{3};
 constexpr const char* kReplacement = "\uFFFD";  // what came from bytes that cannot be passed back
 
 bool beginsWith(std::string_view text, std::string_view beginning) {
@@ -67,7 +65,7 @@ void printCandidates(const Options& options) {
     const std::string& kind = options.arguments[0];
     const std::string& word = options.arguments[1];
     try {
-        TransferClient client{Deadline(options.timeout.value_or(kPatience))};
+        TransferClient client{Deadline(options.limit())};
         if (word.find(':') == std::string::npos) {
             printSticks(&client, word);
         } else {

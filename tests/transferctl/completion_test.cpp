@@ -18,7 +18,7 @@ std::string shownArguments() {
     for (const std::string& word : transferctlCommand({})) {
         command += " '" + word + "'";
     }
-    return "transferctl() { if [[ $1 == __complete ]]; then" + command +
+    return "transferctl() { if [[ $3 == __complete ]]; then" + command +
            " \"$@\"; else printf '<%s>' \"$@\"; echo; fi; }\n";
 }
 
@@ -32,7 +32,8 @@ protected:
         writeFile(folder_.path("keys"),
                   ". " + completion + "\n" + shownArguments() + "transferctl " + keys + "\n");
         ChildOptions options;
-        options.environment = {"INPUTRC=/dev/null", "PS1=", "TERM=dumb", "LC_ALL=C.UTF-8"};
+        options.environment = {"INPUTRC=/dev/null", "PS1=", "TERM=dumb", "LC_ALL=C.UTF-8",
+                               "TRANSFERCTL_PATIENCE=60"};
         const CommandResult result = runCommand(
             {"sh", "-c", "exec bash --norc --noprofile -i <\"$1\"", "sh", folder_.path("keys")},
             options);

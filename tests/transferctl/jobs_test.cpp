@@ -9,7 +9,6 @@
 #include "tests/support/service_process.h"
 #include "tests/support/simulator.h"
 #include "tests/support/stick.h"
-#include "tests/support/waiting.h"
 #include "tests/transferctl/client.h"
 #include "tests/transferctl/stand_in_service.h"
 
@@ -45,7 +44,7 @@ TEST_F(ClientJobs, waitForABackupOfTheTypeAndNameAskedFor) {
     const CommandResult result =
         transferctl({"backup", "--type", "users", "--name", "-a.psb", "--wait", "1:d"});
     EXPECT_EQ(result.end, exited(0)) << result.error;
-    EXPECT_THAT(result.output, StartsWith("backup done: USB_X60.1:d/-a.psb, 100 bytes in 0:0"));
+    EXPECT_THAT(result.output, StartsWith("backup done: USB_X60.1:d/-a.psb, 100 bytes in 0:"));
     EXPECT_THAT(device_.calls(),
                 Contains("BR2.backup(\"/media/usb/USB_X60.1/d/-a.psb\", \"userdatabase\")"));
 }
@@ -101,6 +100,14 @@ TEST_F(ClientJobs, replaceAFileOnlyWhenForced) {
     EXPECT_EQ(readFile(stick_.path("a.psb")), "old");
     EXPECT_EQ(transferctl({"backup", "--force", "--wait", "1:a.psb"}).end, exited(0));
     EXPECT_EQ(readFile(stick_.path("a.psb")).size(), 100U);
+}
+
+// Until the service came to remove it, it would pass for the finished backup.
+TEST_F(ClientJobs, removeAFileToBeReplacedBeforeTheyStart) {
+    stick_.addFile("a.psb", "old");
+    device_.orderStatus("BR.getBackupSize", 5);
+    EXPECT_EQ(transferctl({"backup", "--force", "1:a.psb"}).end, exited(1));
+    EXPECT_FALSE(exists(stick_.path("a.psb")));
 }
 
 TEST_F(ClientJobs, drawTheirProgressOnATerminalAndClearItAtTheEnd) {

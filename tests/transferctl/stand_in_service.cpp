@@ -22,13 +22,13 @@ StandInService::StandInService(std::map<std::string, std::string> replies)
 }
 
 StandInService::~StandInService() {
+    leave();  // from here on no message comes
     g_dbus_connection_remove_filter(bus_.connection(), filter_);
-    leave();
 }
 
-void StandInService::answer(const std::string& method, const std::string& reply) {
+void StandInService::answerOnce(const std::string& method, const std::string& reply) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    replies_[method] = reply;
+    once_[method] = reply;
 }
 
 std::vector<std::string> StandInService::calls() const {
@@ -65,14 +65,23 @@ GDBusMessage* StandInService::onMessage(GDBusConnection* connection, GDBusMessag
     return nullptr;
 }
 
-GDBusMessage* StandInService::replyTo(GDBusMessage* call) {
+std::optional<std::string> StandInService::nextReply(const std::string& method) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    calls_.emplace_back(g_dbus_message_get_member(call));
-    const auto found = replies_.find(calls_.back());
-    if (found == replies_.end()) {
+    calls_.push_back(method);
+    const auto once = once_.extract(method);
+    if (!once.empty()) {
+        return once.mapped();
+    }
+    const auto found = replies_.find(method);
+    return found != replies_.end() ? std::make_optional(found->second) : std::nullopt;
+}
+
+GDBusMessage* StandInService::replyTo(GDBusMessage* call) {
+    const std::optional<std::string> next = nextReply(g_dbus_message_get_member(call));
+    if (!next) {
         return nullptr;
     }
-    const std::string& text = found->second;
+    const std::string& text = *next;
     if (text.compare(0, kErrorPrefix.size(), kErrorPrefix) == 0) {
         return g_dbus_message_new_method_error_literal(
             call, text.substr(kErrorPrefix.size()).c_str(), "\x1b[31mno\nway");

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,8 +23,8 @@ public:
     StandInService(const StandInService&) = delete;
     StandInService& operator=(const StandInService&) = delete;
 
-    // Changes the answer of a method from now on.
-    void answer(const std::string& method, const std::string& reply);
+    // Answers the next call of a method differently.
+    void answerOnce(const std::string& method, const std::string& reply);
 
     // Methods called by now, in order.
     std::vector<std::string> calls() const;
@@ -38,8 +39,10 @@ private:
     static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message,
                                    gboolean incoming, gpointer self);
     GDBusMessage* replyTo(GDBusMessage* call);
+    std::optional<std::string> nextReply(const std::string& method);
 
     std::map<std::string, std::string> replies_;
+    std::map<std::string, std::string> once_;
     mutable std::mutex mutex_;
     std::vector<std::string> calls_;
     SystemBus bus_;

@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 Table example() {
     Table table({{"NAME", Column::Side::kLeft}, {"SIZE", Column::Side::kRight}});
     table.add({textCell("日本\n"), {"1.0 KiB", "1024"}});
-    table.add({textCell("a"), {"-", "-"}});
+    table.add({textCell("語"), {"-", "-"}});
     return table;
 }
 
@@ -22,11 +22,11 @@ TEST(Table, alignsByDisplayWidth) {
     EXPECT_EQ(example().aligned(),
               "NAME         SIZE\n"
               "日本\\x0a  1.0 KiB\n"
-              "a               -\n");
+              "語              -\n");
 }
 
 TEST(Table, separatesExactValuesByTabs) {
-    EXPECT_EQ(example().tabbed(), "日本\\x0a\t1024\na\t-\n");
+    EXPECT_EQ(example().tabbed(), "日本\\x0a\t1024\n語\t-\n");
 }
 
 TEST(Table, withoutRowsIsEmptyAndWithoutTrailingBlanks) {

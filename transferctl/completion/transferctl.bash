@@ -79,7 +79,8 @@ _transferctl_offer_words() {
 }
 
 _transferctl_offer_places() {
-    _transferctl_offer < <("${words[0]}" __complete "$1" "$plain" 2>/dev/null)
+    local limit=${TRANSFERCTL_PATIENCE:-3} # seconds
+    _transferctl_offer < <("${words[0]}" --timeout "$limit" __complete "$1" "$plain" 2>/dev/null)
 }
 
 # Sets `command` to the command among the words; nothing before it has been typed.
