@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/bus_policy.h"
 #include "tests/support/device_double.h"
 #include "tests/support/service_process.h"
 #include "tests/support/system_bus.h"
@@ -117,6 +118,7 @@ TEST_F(BusErrors, refuseArgumentsOfQuitAndInit) {
 }
 
 TEST_F(BusErrors, refuseMethodsThatTheInterfaceLacks) {
+    const OpenBusPolicy openPolicy;
     for (const char* const method : {"Eject", "getUSBStickDetails", "GetUsbStickDetails",
                                      "GetUSBStickDetail", "Quit", "Init"}) {
         EXPECT_EQ(bus_.transfer(method).error, kUnknownMethod) << method;

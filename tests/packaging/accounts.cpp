@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tests/support/bus_policy.h"
 #include "tests/support/files.h"
 
 namespace test_support {
@@ -123,15 +124,6 @@ std::unique_ptr<SystemBus> Accounts::connectAs(const std::string& name) const {
 gid_t Accounts::groupId(const std::string& name) const {
     return kFirstGroup +
            static_cast<gid_t>(std::find(groups_.begin(), groups_.end(), name) - groups_.begin());
-}
-
-void reloadBus() {
-    const SystemBus bus;
-    const Reply reply = bus.call("/org/freedesktop/DBus", "org.freedesktop.DBus", "ReloadConfig",
-                                 nullptr, "org.freedesktop.DBus");
-    if (!reply.error.empty()) {
-        throw std::runtime_error("the bus does not reload: " + reply.message);
-    }
 }
 
 }  // namespace test_support

@@ -45,7 +45,4 @@ private:
     std::vector<SavedFile> before_;
 };
 
-// Makes the system bus read its policy files and the user database anew.
-void reloadBus();
-
 }  // namespace test_support
