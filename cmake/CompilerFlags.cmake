@@ -1,6 +1,7 @@
 # Warnings, hardening and sanitizers: one interface target that all of the project's own code links.
 option(MORVANE_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 option(MORVANE_CXX11_ABI "Use the C++11 string ABI; must match the device's libVesk" ON)
+option(MORVANE_COVERAGE "Count what the service's own code runs through, for gcovr" OFF)
 set(MORVANE_SANITIZE "" CACHE STRING "Value for -fsanitize=, e.g. address,undefined or thread")
 
 add_library(morvane_flags INTERFACE)
@@ -25,6 +26,17 @@ else()
   target_compile_options(morvane_flags INTERFACE -fstack-protector-strong -fstack-clash-protection)
   target_compile_definitions(morvane_flags INTERFACE
     $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+
+# morvane_count_coverage(TARGET): its lines and branches are counted by each process that runs them, also where
+# several threads do. Whatever links it needs the counters, and the tests write them where a process ends early.
+function(morvane_count_coverage target)
+  if(MORVANE_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic -fprofile-abs-path)
+  endif()
+endfunction()
+if(MORVANE_COVERAGE)
+  add_link_options(--coverage)
 endif()
 
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)

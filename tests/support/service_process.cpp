@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "tests/support/coverage.h"
 #include "tests/support/paths.h"
 #include "tests/support/process_table.h"
 #include "tests/support/system_bus.h"
@@ -74,8 +75,8 @@ ServiceProcess::ServiceProcess(const ServiceOptions& options)
     : RoomProcess(commandFor(options), childOptionsFor(options, *this)) {}
 
 ServiceProcess::~ServiceProcess() {
-    // Killed, a process has no chance to look for its leaks.
-    if (sanitized() && processId()) {
+    // Killed, a process has no chance to look for its leaks or to write what it has counted.
+    if ((sanitized() || countsCoverage()) && processId()) {
         stop();
     }
     kill();
