@@ -3,9 +3,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <iterator>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 #include "transfer/package_markers.h"
 #include "transfer/tf_mngr.h"
@@ -40,14 +40,6 @@ std::string locationOf(const std::string& directory, const std::string& mntId) {
     return prefix.empty() ? "/" : TfMngr::parentPath(prefix);
 }
 
-FileEntry makeEntry(const char* name, const struct stat64& status, const std::string& location) {
-    return {isDirectory(status) ? FileEntry::kDirectory : FileEntry::kOther,
-            name,
-            status.st_size,
-            location,
-            {}};
-}
-
 // Reads the visible entries of one directory, each with its path and status. Entries that cannot be
 // stat'ed are skipped.
 class VisibleEntries {
@@ -73,7 +65,7 @@ public:
     }
 
     const std::string& path() const { return entryPath; }
-    const char* name() const { return entryPath.c_str() + prefix; }
+    std::string_view name() const { return std::string_view(entryPath).substr(prefix); }
     const struct stat64& status() const { return entryStatus; }
 
     // The directory that is being read; negative when it could not be opened.
@@ -86,24 +78,33 @@ private:
     struct stat64 entryStatus {};
 };
 
+void append(EntryList& entries, const VisibleEntries& visible, const std::string& location) {
+    entries.append(isDirectory(visible.status()) ? FileEntry::kDirectory : FileEntry::kOther,
+                   visible.name(), visible.status().st_size, location);
+}
+
 }  // namespace
 
-std::vector<FileEntry> TfMngr::getRestoreFilesList(const std::string& mntId,
-                                                   const std::string& dirPath) {
+const EntryList& TfMngr::listDirectory(const std::string& mntId, const std::string& dirPath) {
     entries.clear();
     scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
     return entries;
 }
 
+std::vector<FileEntry> TfMngr::getRestoreFilesList(const std::string& mntId,
+                                                   const std::string& dirPath) {
+    return listDirectory(mntId, dirPath).records();
+}
+
 std::vector<FileEntry> TfMngr::scanDirectories(const std::string& mntId,
                                                const std::string& dirPath) {
     scanLevel(mntId, dirPath, Level::Directories);
-    return entries;
+    return entries.records();
 }
 
 std::vector<FileEntry> TfMngr::scanFiles(const std::string& mntId, const std::string& dirPath) {
     scanLevel(mntId, dirPath, Level::Files);
-    return entries;
+    return entries.records();
 }
 
 void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Level level) {
@@ -112,19 +113,14 @@ void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Lev
         return;
     }
     const std::string location = locationOf(directory, mntId);
-    // Files go straight to their place; directories, of which there are few, are put before them.
-    const auto begin = static_cast<std::ptrdiff_t>(entries.size());
-    std::vector<FileEntry> directories;
+    const std::size_t begin = entries.size();
     for (VisibleEntries visible(directory); visible.next();) {
-        const bool isDir = isDirectory(visible.status());
-        if (isDir && level != Level::Files) {
-            directories.push_back(makeEntry(visible.name(), visible.status(), location));
-        } else if (!isDir && level != Level::Directories) {
-            entries.push_back(makeEntry(visible.name(), visible.status(), location));
+        const Level kind = isDirectory(visible.status()) ? Level::Directories : Level::Files;
+        if (level == kind || level == Level::DirectoriesThenFiles) {
+            append(entries, visible, location);
         }
     }
-    entries.insert(entries.begin() + begin, std::make_move_iterator(directories.begin()),
-                   std::make_move_iterator(directories.end()));
+    entries.putDirectoriesFirst(begin);
 }
 
 std::vector<FileEntry> TfMngr::getBackupFilesList(const std::string& mntId,
@@ -158,7 +154,7 @@ std::vector<FileEntry> TfMngr::scanTree(const std::string& mntId, const std::str
                                         const std::string& marker) {
     std::vector<FileId> enclosing;
     scanTreeLevel(mntId, directory, marker, enclosing);
-    return entries;
+    return entries.records();
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): at most as deep as a path can be long
@@ -189,7 +185,7 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
         if (!location) {
             location = locationOf(directory, mntId);
         }
-        entries.push_back(makeEntry(visible.name(), visible.status(), *location));
+        append(entries, visible, *location);
         // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
         if (entries.size() > kTreeListLimit) {
             break;

@@ -4,166 +4,237 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
+#include <iterator>
 #include <limits>
 #include <memory>
+#include <string_view>
 
 namespace reply {
 namespace {
 
 constexpr std::size_t kElementsPerRecord = 4;
-constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
 
-struct UnrefVariant {
-    void operator()(GVariant* value) const { g_variant_unref(value); }
+struct FreeText {
+    void operator()(char* text) const { g_free(text); }
 };
-using Variant = std::unique_ptr<GVariant, UnrefVariant>;
+using OwnedText = std::unique_ptr<char, FreeText>;
 
-enum class Layout { Array, Tuple };
-
-// One element of a record, with the room that it takes in a message.
-struct Element {
-    GVariant* value;
-    std::size_t alignment;
-    std::size_t bytes;
-};
-using Record = std::array<Element, kElementsPerRecord>;
-
-// An element of an array is a variant of its own; one of a tuple stands as it is.
-GVariant* wrap(Layout layout, GVariant* value) {
-    return layout == Layout::Array ? g_variant_new_variant(value) : value;
-}
-
-bool isValid(const std::string& bytes) {
+bool isValid(std::string_view bytes) {
     return g_utf8_validate(bytes.data(), static_cast<gssize>(bytes.size()), nullptr) != FALSE;
 }
 
-// The caller frees the text with g_free.
-char* replaceInvalid(const std::string& bytes) {
-    return g_utf8_make_valid(bytes.data(), static_cast<gssize>(bytes.size()));
+OwnedText replaceInvalid(std::string_view bytes) {
+    return OwnedText(g_utf8_make_valid(bytes.data(), static_cast<gssize>(bytes.size())));
 }
 
-Element text(Layout layout, const std::string& bytes) {
-    GVariant* const value = isValid(bytes) ? g_variant_new_string(bytes.c_str())
-                                           : g_variant_new_take_string(replaceInvalid(bytes));
-    // On the wire: the length, the bytes and a terminator, which g_variant_get_size counts too.
-    const std::size_t size = sizeof(std::uint32_t) + g_variant_get_size(value);
-    return {wrap(layout, value), sizeof(std::uint32_t), size};
-}
-
-Element quad(Layout layout, std::uint64_t number) {
-    return {wrap(layout, g_variant_new_uint64(number)), sizeof number, sizeof number};
-}
-
-Element kind(Layout layout, std::uint32_t kind, KindWord word) {
-    GVariant* const value = word == KindWord::Unsigned
-                                ? g_variant_new_uint32(kind)
-                                : g_variant_new_int32(static_cast<std::int32_t>(kind));
-    return {wrap(layout, value), sizeof kind, sizeof kind};
-}
-
-// Makes an element once for a run of records that have it in common, and keeps all that it made
-// until the list of these records is finished.
-template <typename Key>
-class SharedElement {
+// `bytes` as the bus carries them; refers to them where nothing had to be replaced.
+class Text {
 public:
-    template <typename Make>
-    Element get(const Key& wanted, Make make) {
-        if (made.empty() || !(wanted == key)) {
-            key = wanted;
-            element = make(key);
-            made.emplace_back(g_variant_ref_sink(element.value));
+    explicit Text(std::string_view bytes)
+        : mended(isValid(bytes) ? nullptr : replaceInvalid(bytes)),
+          text(mended ? std::string_view(mended.get()) : bytes) {}
+
+    std::string_view get() const { return text; }
+
+private:
+    OwnedText mended;
+    std::string_view text;
+};
+
+// One element of a record: its type's character and its value, which it refers to.
+struct Element {
+    char type;
+    std::string_view bytes;  // without the zero byte at the end of a text
+};
+using Record = std::array<Element, kElementsPerRecord>;
+
+constexpr char kText = 's';
+constexpr char kQuad = 't';
+
+Element element(const Text& text) {
+    return {kText, text.get()};
+}
+
+template <typename Number>
+Element element(char type, const Number& number) {
+    return {type, {reinterpret_cast<const char*>(&number), sizeof number}};
+}
+
+template <typename Number>
+Number numberIn(const Element& element) {
+    Number number;
+    std::memcpy(&number, element.bytes.data(), sizeof number);
+    return number;
+}
+
+std::size_t alignedTo(std::size_t alignment, std::size_t place) {
+    return (place + alignment - 1) / alignment * alignment;
+}
+
+// Where a marshalled array that ends at `place` ends with one more element: a variant, that is a
+// signature of one character with its length and terminator, and the aligned value.
+std::size_t marshalledEnd(std::size_t place, const Element& element) {
+    constexpr std::size_t kSignature = 3;
+    constexpr std::size_t kWord = sizeof(std::uint32_t);
+    const std::size_t value =
+        alignedTo(element.type == kQuad ? sizeof(std::uint64_t) : kWord, place + kSignature);
+    // A text has its length before it and a terminator behind.
+    return value + element.bytes.size() + (element.type == kText ? kWord + 1 : 0);
+}
+
+// An "av" written in one piece as GVariant serialises it: each element aligned to eight bytes, its
+// value followed by a zero byte and its type; behind all of them the places where they end. A
+// tenth of what a value of its own for each element takes, in time and in memory.
+class ArrayWriter {
+public:
+    ArrayWriter(std::size_t records, std::size_t maxBytes)
+        : byteLimit(maxBytes), bytes(g_byte_array_new()) {
+        ends.reserve(records * kElementsPerRecord);
+    }
+
+    // Returns false, having written nothing, when the record does not fit any more.
+    bool add(const Record& record) {
+        std::size_t end = marshalled;
+        for (const Element& element : record) {
+            end = marshalledEnd(end, element);
         }
-        return element;
+        if (end > byteLimit) {
+            return false;
+        }
+        marshalled = end;
+        for (const Element& element : record) {
+            write(element);
+        }
+        return true;
+    }
+
+    EncodedList finish() {
+        const std::size_t records = ends.size() / kElementsPerRecord;
+        writeEnds();
+        const GBytesPtr whole(g_byte_array_free_to_bytes(bytes.release()));
+        return {g_variant_new_from_bytes(G_VARIANT_TYPE("av"), whole.get(), TRUE), records};
     }
 
 private:
-    Key key{};
-    Element element{};
-    std::vector<Variant> made;
-};
+    struct UnrefArray {
+        void operator()(GByteArray* array) const { g_byte_array_unref(array); }
+    };
+    struct UnrefBytes {
+        void operator()(GBytes* bytes) const { g_bytes_unref(bytes); }
+    };
+    using GBytesPtr = std::unique_ptr<GBytes, UnrefBytes>;
 
-// Collects records up to what a reply can carry and makes one value of them.
-class RecordList {
-public:
-    RecordList(Layout layout, std::size_t records, std::size_t maxBytes)
-        : listLayout(layout),
-          recordLimit(layout == Layout::Tuple ? kMaxTupleRecords : kUnlimited),
-          byteLimit(layout == Layout::Array ? maxBytes : kUnlimited) {
-        elements.reserve(kElementsPerRecord * std::min(records, recordLimit));
+    // So many further bytes, all zero up to where they are written.
+    guint8* grow(std::size_t size) {
+        const std::size_t before = bytes->len;
+        g_byte_array_set_size(bytes.get(), static_cast<guint>(before + size));
+        return bytes->data + before;
     }
 
-    bool isFull() const { return full || count == recordLimit; }
+    void write(const Element& element) {
+        constexpr std::size_t kAlignment = 8;
+        constexpr std::size_t kZeroAndType = 2;
+        const std::size_t padding = alignedTo(kAlignment, bytes->len) - bytes->len;
+        const std::size_t value = element.bytes.size();
+        const std::size_t terminator = element.type == kText ? 1 : 0;
+        guint8* at = grow(padding + value + terminator + kZeroAndType);
+        std::memset(at, 0, padding);
+        std::memcpy(at + padding, element.bytes.data(), value);
+        at += padding + value;
+        std::memset(at, 0, terminator + 1);
+        at[terminator + 1] = static_cast<guint8>(element.type);
+        ends.push_back(bytes->len);
+    }
 
-    // Takes the record's floating values over; a record that does not fit is dropped and ends the
-    // list.
-    void add(const Record& record) {
-        const std::size_t size = sizeWith(record);
-        if (size > byteLimit) {
-            full = true;
-            std::for_each(record.begin(), record.end(), [](const Element& element) {
-                const Variant dropped(g_variant_ref_sink(element.value));
-            });
-            return;
+    // In words just wide enough for the size of the whole.
+    void writeEnds() {
+        const auto wholeWith = [this](std::size_t width) {
+            return bytes->len + width * ends.size();
+        };
+        const std::size_t width = wholeWith(1) <= std::numeric_limits<std::uint8_t>::max()    ? 1
+                                  : wholeWith(2) <= std::numeric_limits<std::uint16_t>::max() ? 2
+                                                                                              : 4;
+        guint8* at = grow(width * ends.size());
+        for (const std::uint32_t end : ends) {
+            const std::uint32_t word = GUINT32_TO_LE(end);
+            std::memcpy(at, &word, width);
+            at += width;
         }
-        bytes = size;
-        ++count;
-        for (const Element& element : record) {
-            elements.push_back(element.value);
+    }
+
+    std::size_t byteLimit;
+    std::size_t marshalled = sizeof(std::uint32_t);  // the length word of the array
+    std::unique_ptr<GByteArray, UnrefArray> bytes;
+    std::vector<std::uint32_t> ends;  // 32 bits: a message is far smaller
+};
+
+// A tuple, of one value for each element: it never holds many.
+class TupleWriter {
+public:
+    bool add(const Record& record) {
+        if (records == kMaxTupleRecords) {
+            return false;
         }
+        ++records;
+        std::transform(record.begin(), record.end(), std::back_inserter(elements), valueOf);
+        return true;
     }
 
     EncodedList finish() const {
-        GVariant* const value =
-            listLayout == Layout::Array
-                ? g_variant_new_array(G_VARIANT_TYPE_VARIANT, elements.data(), elements.size())
-                : g_variant_new_tuple(elements.data(), elements.size());
-        return {value, count};
+        return {g_variant_new_tuple(elements.data(), elements.size()), records};
     }
 
 private:
-    // The bytes of the marshalled array with `record` at its end: each element is a variant, that
-    // is a signature of one character with its length and terminator, and the aligned value.
-    std::size_t sizeWith(const Record& record) const {
-        std::size_t size = bytes;
-        for (const Element& element : record) {
-            size += 3;
-            size = (size + element.alignment - 1) / element.alignment * element.alignment;
-            size += element.bytes;
+    static GVariant* valueOf(const Element& element) {
+        switch (element.type) {
+            case kText:
+                return g_variant_new_take_string(
+                    g_strndup(element.bytes.data(), element.bytes.size()));
+            case kQuad:
+                return g_variant_new_uint64(numberIn<std::uint64_t>(element));
+            case static_cast<char>(KindWord::Signed):
+                return g_variant_new_int32(numberIn<std::int32_t>(element));
+            default:
+                return g_variant_new_uint32(numberIn<std::uint32_t>(element));
         }
-        return size;
     }
 
-    Layout listLayout;
-    std::size_t recordLimit;
-    std::size_t byteLimit;
     std::vector<GVariant*> elements;
-    std::size_t count = 0;
-    std::size_t bytes = sizeof(std::uint32_t);  // the length word of the array
-    bool full = false;
+    std::size_t records = 0;
 };
 
-EncodedList encodeSticks(const std::vector<UsbStickInfo>& sticks, Layout layout) {
-    RecordList list(layout, sticks.size(), kMaxArrayBytes);
-    for (auto stick = sticks.begin(); stick != sticks.end() && !list.isFull(); ++stick) {
-        list.add({text(layout, stick->name), text(layout, stick->mountName),
-                  quad(layout, stick->totalBytes), quad(layout, stick->freeBytes)});
-    }
-    return list.finish();
+template <typename Writer>
+EncodedList encodeSticks(const std::vector<UsbStickInfo>& sticks, Writer writer) {
+    const auto add = [&writer](const UsbStickInfo& stick) {
+        const Text name(stick.name);
+        const Text mountName(stick.mountName);
+        return writer.add({element(name), element(mountName), element(kQuad, stick.totalBytes),
+                           element(kQuad, stick.freeBytes)});
+    };
+    static_cast<void>(std::all_of(sticks.begin(), sticks.end(), add));
+    return writer.finish();
 }
 
-EncodedList encodeFiles(const std::vector<FileEntry>& entries, Layout layout, KindWord word,
-                        std::size_t maxBytes) {
-    RecordList list(layout, entries.size(), maxBytes);
-    SharedElement<std::uint32_t> sharedKind;
-    SharedElement<std::string> sharedLocation;
-    const auto makeKind = [&](std::uint32_t value) { return kind(layout, value, word); };
-    const auto makeLocation = [&](const std::string& value) { return text(layout, value); };
-    for (auto entry = entries.begin(); entry != entries.end() && !list.isFull(); ++entry) {
-        list.add({sharedKind.get(entry->kind, makeKind), text(layout, entry->name),
-                  quad(layout, static_cast<std::uint64_t>(entry->size)),
-                  sharedLocation.get(entry->location, makeLocation)});
+FileEntryView viewOf(const FileEntry& entry) {
+    return {entry.kind, entry.name, entry.size, entry.location};
+}
+
+FileEntryView viewOf(const FileEntryView& entry) {
+    return entry;
+}
+
+template <typename Entries, typename Writer>
+EncodedList encodeFiles(const Entries& entries, KindWord word, Writer writer) {
+    bool fits = true;
+    for (std::size_t i = 0; i < entries.size() && fits; ++i) {
+        const FileEntryView entry = viewOf(entries[i]);
+        const Text name(entry.name);
+        const Text location(entry.location);
+        fits = writer.add({element(static_cast<char>(word), entry.kind), element(name),
+                           element(kQuad, entry.size), element(location)});
     }
-    return list.finish();
+    return writer.finish();
 }
 
 // Kept: clients that see no entry still find a tuple of one record's shape.
@@ -171,34 +242,43 @@ EncodedList placeholder(GVariant* tuple) {
     return {tuple, 0};
 }
 
+template <typename Entries>
+EncodedList encodeTuple(const Entries& entries, KindWord word) {
+    return entries.empty()
+               ? placeholder(g_variant_new("(usts)", std::uint32_t{0}, "", std::uint64_t{0}, ""))
+               : encodeFiles(entries, word, TupleWriter());
+}
+
 }  // namespace
 
 EncodedList stickArray(const std::vector<UsbStickInfo>& sticks) {
-    return encodeSticks(sticks, Layout::Array);
-}
-
-EncodedList fileArray(const std::vector<FileEntry>& entries, std::size_t maxBytes) {
-    return encodeFiles(entries, Layout::Array, KindWord::Unsigned, maxBytes);
+    return encodeSticks(sticks, ArrayWriter(sticks.size(), kMaxArrayBytes));
 }
 
 EncodedList stickTuple(const std::vector<UsbStickInfo>& sticks) {
     return sticks.empty()
                ? placeholder(g_variant_new("(sstt)", "", "", std::uint64_t{0}, std::uint64_t{0}))
-               : encodeSticks(sticks, Layout::Tuple);
+               : encodeSticks(sticks, TupleWriter());
+}
+
+EncodedList fileArray(const EntryList& entries, std::size_t maxBytes) {
+    return encodeFiles(entries, KindWord::Unsigned, ArrayWriter(entries.size(), maxBytes));
+}
+
+EncodedList fileArray(const std::vector<FileEntry>& entries, std::size_t maxBytes) {
+    return encodeFiles(entries, KindWord::Unsigned, ArrayWriter(entries.size(), maxBytes));
+}
+
+EncodedList fileTuple(const EntryList& entries, KindWord kindWord) {
+    return encodeTuple(entries, kindWord);
 }
 
 EncodedList fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord) {
-    return entries.empty()
-               ? placeholder(g_variant_new("(usts)", std::uint32_t{0}, "", std::uint64_t{0}, ""))
-               : encodeFiles(entries, Layout::Tuple, kindWord, kUnlimited);
+    return encodeTuple(entries, kindWord);
 }
 
 std::string validText(const std::string& bytes) {
-    if (isValid(bytes)) {
-        return bytes;
-    }
-    const g_autofree char* valid = replaceInvalid(bytes);
-    return valid;
+    return std::string(Text(bytes).get());
 }
 
 }  // namespace reply

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "transfer/entry_list.h"
 #include "transfer/records.h"
 
 namespace reply {
@@ -22,8 +23,8 @@ struct EncodedList {
 };
 
 // Whether a file's kind goes out as a 32-bit unsigned or signed value. Kept: clients rely on the
-// difference.
-enum class KindWord { Unsigned, Signed };
+// difference. The values are the characters of the types.
+enum class KindWord : char { Unsigned = 'u', Signed = 'i' };
 
 // The most records that a tuple holds: its signature, of at most 255 bytes, spells out every
 // element.
@@ -36,11 +37,13 @@ inline constexpr std::size_t kMaxArrayBytes = 32U * 1024 * 1024 - 1024;
 // An "av" of (s, s, t, t) and of (u, s, t, s) runs; empty without records. `maxBytes` bounds the
 // marshalled size of the array.
 EncodedList stickArray(const std::vector<UsbStickInfo>& sticks);
+EncodedList fileArray(const EntryList& entries, std::size_t maxBytes = kMaxArrayBytes);
 EncodedList fileArray(const std::vector<FileEntry>& entries, std::size_t maxBytes = kMaxArrayBytes);
 
 // One tuple of (s, s, t, t, ...) and of (u or i, s, t, s, ...) runs; a placeholder of one empty
 // record, its kind always unsigned, without records.
 EncodedList stickTuple(const std::vector<UsbStickInfo>& sticks);
+EncodedList fileTuple(const EntryList& entries, KindWord kindWord);
 EncodedList fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord);
 
 // `bytes` with each invalid byte replaced by U+FFFD.

@@ -18,13 +18,15 @@ void logOmitted(std::size_t listed, const EncodedList& encoded, GDBusMethodInvoc
     }
 }
 
-GVariant* encodeIndex(const std::vector<FileEntry>& entries, GDBusMethodInvocation* invocation) {
+template <typename Entries>
+GVariant* encodeIndex(const Entries& entries, GDBusMethodInvocation* invocation) {
     const EncodedList encoded = reply::fileArray(entries);
     logOmitted(entries.size(), encoded, invocation);
     return encoded.value;
 }
 
-EncodedList encodeFilesList(const std::vector<FileEntry>& entries, KindWord kindWord,
+template <typename Entries>
+EncodedList encodeFilesList(const Entries& entries, KindWord kindWord,
                             GDBusMethodInvocation* invocation) {
     const EncodedList encoded = reply::fileTuple(entries, kindWord);
     logOmitted(entries.size(), encoded, invocation);
@@ -64,7 +66,7 @@ void DBusInterface::getRestoreFilesList(MorvaneTransferSac* skeleton,
                                         GDBusMethodInvocation* invocation, const gchar* mntId,
                                         const gchar* path) {
     const EncodedList list =
-        encodeFilesList(tfMngr->getRestoreFilesList(mntId, path), KindWord::Unsigned, invocation);
+        encodeFilesList(tfMngr->listDirectory(mntId, path), KindWord::Unsigned, invocation);
     morvane_transfer_sac_complete_get_restore_files_list(skeleton, invocation, list.value,
                                                          static_cast<gint>(list.records));
 }
@@ -122,7 +124,7 @@ void DBusInterface::getDirectoryIndex(MorvaneTransferSac* skeleton,
                                       GDBusMethodInvocation* invocation, const gchar* mntId,
                                       const gchar* path) {
     morvane_transfer_sac_complete_get_directory_index(
-        skeleton, invocation, encodeIndex(tfMngr->getRestoreFilesList(mntId, path), invocation));
+        skeleton, invocation, encodeIndex(tfMngr->listDirectory(mntId, path), invocation));
 }
 
 void DBusInterface::getDirectoryIndexForUpdate(MorvaneTransferSac* skeleton,

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "transfer/entry_list.h"
 #include "transfer/records.h"
 
 class IBRController;
@@ -64,6 +65,8 @@ public:
     // --- Listings (file_lists.cpp); an empty list is the answer to every failure ---
 
     // One directory level: sub-directories first, then the rest, each in the file system's order.
+    // The working list itself, good until the next listing or scan; and a copy of it.
+    const EntryList& listDirectory(const std::string& mntId, const std::string& dirPath);
     std::vector<FileEntry> getRestoreFilesList(const std::string& mntId,
                                                const std::string& dirPath);
 
@@ -196,5 +199,5 @@ private:
     std::string updateFile;
     pid_t quitSignalTarget = -1;  // never assigned: every process that may be signalled
     std::vector<UsbStickInfo> sticks;
-    std::vector<FileEntry> entries;  // the working list of the listings
+    EntryList entries;  // the working list of the listings
 };

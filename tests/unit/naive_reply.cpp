@@ -98,7 +98,7 @@ std::string naiveValidText(const std::string& bytes) {
     return text;
 }
 
-std::size_t marshalledSize(GVariant* body) {
+std::string marshalledBody(GVariant* body) {
     const ObjectPtr<GDBusMessage> message(
         g_dbus_message_new_method_call(nullptr, "/a", "a.b", "c"));
     g_dbus_message_set_serial(message.get(), 1);
@@ -109,10 +109,14 @@ std::size_t marshalledSize(GVariant* body) {
     guint32 bodySize = 0;
     if (blob == nullptr || size < 8) {
         ADD_FAILURE() << "a message that cannot be marshalled";
-        return 0;
+        return {};
     }
     std::memcpy(&bodySize, blob + 4, sizeof bodySize);  // its place in the header
-    return bodySize;
+    return {reinterpret_cast<const char*>(blob + size - bodySize), bodySize};
+}
+
+std::size_t marshalledSize(GVariant* body) {
+    return marshalledBody(body).size();
 }
 
 }  // namespace test_support

@@ -21,8 +21,9 @@ GVariant* naiveTuple(const std::vector<FileEntry>& entries, reply::KindWord kind
 // U+FFFD for each byte that is not part of a well-formed character; a zero byte is none either.
 std::string naiveValidText(const std::string& bytes);
 
-// The bytes that the body of a message with the one value `body` really takes on the wire; a
-// floating value is taken over.
+// The body of a message with the one value `body` as it goes over the wire, and how many bytes it
+// takes there; a floating value is taken over.
+std::string marshalledBody(GVariant* body);
 std::size_t marshalledSize(GVariant* body);
 
 }  // namespace test_support
