@@ -70,6 +70,11 @@ void awaitDaemon(int id, pid_t daemon) {
     }
 }
 
+// Without /dev/null there is nowhere left to report a failure to.
+void toNowhere(const char* mode, FILE* stream) {
+    [[maybe_unused]] const FILE* const reopened = std::freopen("/dev/null", mode, stream);
+}
+
 // Leaves the launcher's session, directory and standard streams. Whatever standard output still
 // holds unflushed is written to the old stream first, by the launcher and here.
 void detach() {
@@ -80,10 +85,9 @@ void detach() {
     if (chdir("/") < 0) {
         std::exit(1);
     }
-    // Without /dev/null there is nowhere left to report a failure to.
-    static_cast<void>(std::freopen("/dev/null", "r", stdin));
-    static_cast<void>(std::freopen("/dev/null", "w", stdout));
-    static_cast<void>(std::freopen("/dev/null", "w", stderr));
+    toNowhere("r", stdin);
+    toNowhere("w", stdout);
+    toNowhere("w", stderr);
 }
 
 }  // namespace

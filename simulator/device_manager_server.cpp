@@ -220,10 +220,9 @@ DeviceManagerServer::DeviceManagerServer(SimulatedDevice& device, SimulatorBehav
 DeviceManagerServer::~DeviceManagerServer() {
     behaviour_.stop();
     g_dbus_server_stop(server_.get());
-    for (gpointer each :
-         {gpointer(server_.get()), gpointer(skeleton_.get()), gpointer(control_.get())}) {
-        g_signal_handlers_disconnect_by_data(each, this);
-    }
+    g_signal_handlers_disconnect_by_data(server_.get(), this);
+    g_signal_handlers_disconnect_by_data(skeleton_.get(), this);
+    g_signal_handlers_disconnect_by_data(control_.get(), this);
     calls_.clear();  // waits for each
     unexport(G_DBUS_INTERFACE_SKELETON(skeleton_.get()));
     unexport(G_DBUS_INTERFACE_SKELETON(control_.get()));

@@ -34,11 +34,11 @@ TfMngr::TfMngr() {
 }
 
 TfMngr::~TfMngr() {
-    static_cast<void>(std::system(kScriptStop));
+    [[maybe_unused]] const int status = std::system(kScriptStop);
 }
 
 int TfMngr::announceStart() {
-    static_cast<void>(std::system(kMakeMarker));
+    [[maybe_unused]] const int status = std::system(kMakeMarker);
     return std::system(kScriptStart);
 }
 
