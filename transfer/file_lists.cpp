@@ -3,9 +3,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
-#include <string_view>
 
 #include "transfer/package_markers.h"
 #include "transfer/tf_mngr.h"
@@ -40,6 +40,14 @@ std::string locationOf(const std::string& directory, const std::string& mntId) {
     return prefix.empty() ? "/" : TfMngr::parentPath(prefix);
 }
 
+FileEntry makeEntry(const char* name, const struct stat64& status, const std::string& location) {
+    return {isDirectory(status) ? FileEntry::kDirectory : FileEntry::kOther,
+            name,
+            status.st_size,
+            location,
+            {}};
+}
+
 // Reads the visible entries of one directory, each with its path and status. Entries that cannot be
 // stat'ed are skipped.
 class VisibleEntries {
@@ -65,7 +73,7 @@ public:
     }
 
     const std::string& path() const { return entryPath; }
-    std::string_view name() const { return std::string_view(entryPath).substr(prefix); }
+    const char* name() const { return entryPath.c_str() + prefix; }
     const struct stat64& status() const { return entryStatus; }
 
     // The directory that is being read; negative when it could not be opened.
@@ -78,33 +86,29 @@ private:
     struct stat64 entryStatus {};
 };
 
-void append(EntryList& entries, const VisibleEntries& visible, const std::string& location) {
-    entries.append(isDirectory(visible.status()) ? FileEntry::kDirectory : FileEntry::kOther,
-                   visible.name(), visible.status().st_size, location);
-}
-
 }  // namespace
 
-const EntryList& TfMngr::listDirectory(const std::string& mntId, const std::string& dirPath) {
-    entries.clear();
+const std::vector<FileEntry>& TfMngr::listDirectory(const std::string& mntId,
+                                                    const std::string& dirPath) {
+    entries = {};  // gives the memory of a long list back
     scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
     return entries;
 }
 
 std::vector<FileEntry> TfMngr::getRestoreFilesList(const std::string& mntId,
                                                    const std::string& dirPath) {
-    return listDirectory(mntId, dirPath).records();
+    return listDirectory(mntId, dirPath);
 }
 
 std::vector<FileEntry> TfMngr::scanDirectories(const std::string& mntId,
                                                const std::string& dirPath) {
     scanLevel(mntId, dirPath, Level::Directories);
-    return entries.records();
+    return entries;
 }
 
 std::vector<FileEntry> TfMngr::scanFiles(const std::string& mntId, const std::string& dirPath) {
     scanLevel(mntId, dirPath, Level::Files);
-    return entries.records();
+    return entries;
 }
 
 void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Level level) {
@@ -113,14 +117,19 @@ void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Lev
         return;
     }
     const std::string location = locationOf(directory, mntId);
-    const std::size_t begin = entries.size();
+    // Files go straight to their place; directories, of which there are few, are put before them.
+    const auto begin = static_cast<std::ptrdiff_t>(entries.size());
+    std::vector<FileEntry> directories;
     for (VisibleEntries visible(directory); visible.next();) {
-        const Level kind = isDirectory(visible.status()) ? Level::Directories : Level::Files;
-        if (level == kind || level == Level::DirectoriesThenFiles) {
-            append(entries, visible, location);
+        const bool isDir = isDirectory(visible.status());
+        if (isDir && level != Level::Files) {
+            directories.push_back(makeEntry(visible.name(), visible.status(), location));
+        } else if (!isDir && level != Level::Directories) {
+            entries.push_back(makeEntry(visible.name(), visible.status(), location));
         }
     }
-    entries.putDirectoriesFirst(begin);
+    entries.insert(entries.begin() + begin, std::make_move_iterator(directories.begin()),
+                   std::make_move_iterator(directories.end()));
 }
 
 std::vector<FileEntry> TfMngr::getBackupFilesList(const std::string& mntId,
@@ -154,7 +163,7 @@ std::vector<FileEntry> TfMngr::scanTree(const std::string& mntId, const std::str
                                         const std::string& marker) {
     std::vector<FileId> enclosing;
     scanTreeLevel(mntId, directory, marker, enclosing);
-    return entries.records();
+    return entries;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): at most as deep as a path can be long
@@ -185,7 +194,7 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
         if (!location) {
             location = locationOf(directory, mntId);
         }
-        append(entries, visible, *location);
+        entries.push_back(makeEntry(visible.name(), visible.status(), *location));
         // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
         if (entries.size() > kTreeListLimit) {
             break;

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 // One mounted USB stick.
 struct UsbStickInfo {
@@ -24,12 +23,4 @@ struct FileEntry {
 
     static constexpr std::uint32_t kDirectory = 0;
     static constexpr std::uint32_t kOther = 1;
-};
-
-// The same without the texts' memory: good for as long as the entry that it was made of.
-struct FileEntryView {
-    std::uint32_t kind;
-    std::string_view name;
-    std::int64_t size;
-    std::string_view location;
 };

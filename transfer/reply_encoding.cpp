@@ -206,33 +206,24 @@ private:
 
 template <typename Writer>
 EncodedList encodeSticks(const std::vector<UsbStickInfo>& sticks, Writer writer) {
-    const auto add = [&writer](const UsbStickInfo& stick) {
-        const Text name(stick.name);
-        const Text mountName(stick.mountName);
-        return writer.add({element(name), element(mountName), element(kQuad, stick.totalBytes),
-                           element(kQuad, stick.freeBytes)});
-    };
-    static_cast<void>(std::all_of(sticks.begin(), sticks.end(), add));
+    bool fits = true;
+    for (auto stick = sticks.begin(); stick != sticks.end() && fits; ++stick) {
+        const Text name(stick->name);
+        const Text mountName(stick->mountName);
+        fits = writer.add({element(name), element(mountName), element(kQuad, stick->totalBytes),
+                           element(kQuad, stick->freeBytes)});
+    }
     return writer.finish();
 }
 
-FileEntryView viewOf(const FileEntry& entry) {
-    return {entry.kind, entry.name, entry.size, entry.location};
-}
-
-FileEntryView viewOf(const FileEntryView& entry) {
-    return entry;
-}
-
-template <typename Entries, typename Writer>
-EncodedList encodeFiles(const Entries& entries, KindWord word, Writer writer) {
+template <typename Writer>
+EncodedList encodeFiles(const std::vector<FileEntry>& entries, KindWord word, Writer writer) {
     bool fits = true;
-    for (std::size_t i = 0; i < entries.size() && fits; ++i) {
-        const FileEntryView entry = viewOf(entries[i]);
-        const Text name(entry.name);
-        const Text location(entry.location);
-        fits = writer.add({element(static_cast<char>(word), entry.kind), element(name),
-                           element(kQuad, entry.size), element(location)});
+    for (auto entry = entries.begin(); entry != entries.end() && fits; ++entry) {
+        const Text name(entry->name);
+        const Text location(entry->location);
+        fits = writer.add({element(static_cast<char>(word), entry->kind), element(name),
+                           element(kQuad, entry->size), element(location)});
     }
     return writer.finish();
 }
@@ -240,13 +231,6 @@ EncodedList encodeFiles(const Entries& entries, KindWord word, Writer writer) {
 // Kept: clients that see no entry still find a tuple of one record's shape.
 EncodedList placeholder(GVariant* tuple) {
     return {tuple, 0};
-}
-
-template <typename Entries>
-EncodedList encodeTuple(const Entries& entries, KindWord word) {
-    return entries.empty()
-               ? placeholder(g_variant_new("(usts)", std::uint32_t{0}, "", std::uint64_t{0}, ""))
-               : encodeFiles(entries, word, TupleWriter());
 }
 
 }  // namespace
@@ -261,20 +245,14 @@ EncodedList stickTuple(const std::vector<UsbStickInfo>& sticks) {
                : encodeSticks(sticks, TupleWriter());
 }
 
-EncodedList fileArray(const EntryList& entries, std::size_t maxBytes) {
-    return encodeFiles(entries, KindWord::Unsigned, ArrayWriter(entries.size(), maxBytes));
-}
-
 EncodedList fileArray(const std::vector<FileEntry>& entries, std::size_t maxBytes) {
     return encodeFiles(entries, KindWord::Unsigned, ArrayWriter(entries.size(), maxBytes));
 }
 
-EncodedList fileTuple(const EntryList& entries, KindWord kindWord) {
-    return encodeTuple(entries, kindWord);
-}
-
 EncodedList fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord) {
-    return encodeTuple(entries, kindWord);
+    return entries.empty()
+               ? placeholder(g_variant_new("(usts)", std::uint32_t{0}, "", std::uint64_t{0}, ""))
+               : encodeFiles(entries, kindWord, TupleWriter());
 }
 
 std::string validText(const std::string& bytes) {

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "transfer/entry_list.h"
 #include "transfer/records.h"
 
 namespace reply {
@@ -37,13 +36,11 @@ inline constexpr std::size_t kMaxArrayBytes = 32U * 1024 * 1024 - 1024;
 // An "av" of (s, s, t, t) and of (u, s, t, s) runs; empty without records. `maxBytes` bounds the
 // marshalled size of the array.
 EncodedList stickArray(const std::vector<UsbStickInfo>& sticks);
-EncodedList fileArray(const EntryList& entries, std::size_t maxBytes = kMaxArrayBytes);
 EncodedList fileArray(const std::vector<FileEntry>& entries, std::size_t maxBytes = kMaxArrayBytes);
 
 // One tuple of (s, s, t, t, ...) and of (u or i, s, t, s, ...) runs; a placeholder of one empty
 // record, its kind always unsigned, without records.
 EncodedList stickTuple(const std::vector<UsbStickInfo>& sticks);
-EncodedList fileTuple(const EntryList& entries, KindWord kindWord);
 EncodedList fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord);
 
 // `bytes` with each invalid byte replaced by U+FFFD.

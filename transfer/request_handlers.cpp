@@ -18,15 +18,13 @@ void logOmitted(std::size_t listed, const EncodedList& encoded, GDBusMethodInvoc
     }
 }
 
-template <typename Entries>
-GVariant* encodeIndex(const Entries& entries, GDBusMethodInvocation* invocation) {
+GVariant* encodeIndex(const std::vector<FileEntry>& entries, GDBusMethodInvocation* invocation) {
     const EncodedList encoded = reply::fileArray(entries);
     logOmitted(entries.size(), encoded, invocation);
     return encoded.value;
 }
 
-template <typename Entries>
-EncodedList encodeFilesList(const Entries& entries, KindWord kindWord,
+EncodedList encodeFilesList(const std::vector<FileEntry>& entries, KindWord kindWord,
                             GDBusMethodInvocation* invocation) {
     const EncodedList encoded = reply::fileTuple(entries, kindWord);
     logOmitted(entries.size(), encoded, invocation);

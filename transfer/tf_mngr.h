@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "transfer/entry_list.h"
 #include "transfer/records.h"
 
 class IBRController;
@@ -66,7 +65,8 @@ public:
 
     // One directory level: sub-directories first, then the rest, each in the file system's order.
     // The working list itself, good until the next listing or scan; and a copy of it.
-    const EntryList& listDirectory(const std::string& mntId, const std::string& dirPath);
+    const std::vector<FileEntry>& listDirectory(const std::string& mntId,
+                                                const std::string& dirPath);
     std::vector<FileEntry> getRestoreFilesList(const std::string& mntId,
                                                const std::string& dirPath);
 
@@ -199,5 +199,5 @@ private:
     std::string updateFile;
     pid_t quitSignalTarget = -1;  // never assigned: every process that may be signalled
     std::vector<UsbStickInfo> sticks;
-    EntryList entries;  // the working list of the listings
+    std::vector<FileEntry> entries;  // the working list of the listings
 };
