@@ -28,6 +28,13 @@ else()
     $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
 
+if(MORVANE_BUILD_FUZZERS)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    message(FATAL_ERROR "MORVANE_BUILD_FUZZERS takes clang")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # morvane_count_coverage(TARGET): its lines and branches are counted by each process that runs them, also where
 # several threads do. Whatever links it needs the counters, and the tests write them where a process ends early.
 function(morvane_count_coverage target)
@@ -37,6 +44,15 @@ function(morvane_count_coverage target)
 endfunction()
 if(MORVANE_COVERAGE)
   add_link_options(--coverage)
+endif()
+
+# On the device memory is what is short: the generated code, which is C, is made small, and what nothing calls
+# is left out.
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  set(CMAKE_C_FLAGS_RELEASE "-Os -DNDEBUG")
+  set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+  add_compile_options(-ffunction-sections -fdata-sections)
+  add_link_options(-Wl,--gc-sections)
 endif()
 
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)

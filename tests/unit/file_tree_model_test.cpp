@@ -1,12 +1,12 @@
 // The search of the tree compared with a second implementation of it, on generated trees.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <random>
 
+#include "tests/unit/file_tree_model.h"
 #include "tests/unit/listing.h"
 
 namespace test_support {
@@ -107,69 +107,6 @@ private:
     std::vector<std::string> rejected_;
 };
 
-// ---- the model --------------------------------------------------------------------------------
-
-struct Model {
-    std::string root;  // of the stick
-    std::vector<std::string> rejected;
-
-    std::vector<std::string> list{};     // the paths that are listed
-    std::vector<std::string> offered{};  // the paths that the device manager is asked about
-    std::vector<fs::path> inside{};      // the directories on the current path
-    int loops = 0;
-
-    bool accepts(const std::string& path) {
-        offered.push_back(path);
-        return std::none_of(rejected.begin(), rejected.end(), [&](const std::string& text) {
-            return path.find(text) != std::string::npos;
-        });
-    }
-
-    void enter(const std::string& directory) {
-        const fs::path real = fs::canonical(directory);
-        if (std::find(inside.begin(), inside.end(), real) != inside.end()) {
-            ++loops;
-            return;
-        }
-        inside.push_back(real);
-        for (const std::string& name : deliveredNames(directory)) {
-            const std::string path = directory + "/" + name;
-            std::error_code gone;
-            const fs::file_status status = fs::status(path, gone);
-            if (gone || !fs::exists(status)) {
-                continue;
-            }
-            if (fs::is_directory(status)) {
-                enter(path);
-            }
-            if (path.find(".psb") != std::string::npos && accepts(path)) {
-                list.push_back(path);
-                if (list.size() >= 30) {
-                    break;
-                }
-            }
-        }
-        inside.pop_back();
-    }
-
-    // The listed paths as the listing should describe them.
-    std::vector<FileEntry> entries() const {
-        std::vector<FileEntry> result;
-        for (const std::string& path : list) {
-            struct stat64 status {};
-            EXPECT_EQ(stat64(path.c_str(), &status), 0) << path;
-            const std::string relative = path.substr(root.size() + 1);
-            const std::size_t slash = relative.rfind('/');
-            result.push_back({S_ISDIR(status.st_mode) ? 0U : 1U,
-                              relative.substr(slash + 1),
-                              status.st_size,
-                              slash == std::string::npos ? "/" : relative.substr(0, slash),
-                              {}});
-        }
-        return result;
-    }
-};
-
 // ---- the comparison ---------------------------------------------------------------------------
 
 // Whether the trees have had what they are there for.
@@ -182,7 +119,7 @@ struct Coverage {
     int rejected = 0;
     int directories = 0;
 
-    void add(const Model& model) {
+    void add(const TreeModel& model) {
         const std::size_t size = model.list.size();
         empty += size == 0 ? 1 : 0;
         below += size > 0 && size < 30 ? 1 : 0;
@@ -204,7 +141,7 @@ struct Coverage {
 class GeneratedTrees : public Listing, public testing::WithParamInterface<int> {
 protected:
     // Grows one tree, alone on the stick or in a directory, and compares. Returns the model.
-    Model compare(int seed) {
+    TreeModel compare(int seed) {
         const std::string directory = seed % 2 == 0 ? "" : "tree";
         const std::string root = directory.empty() ? stick_.path() : stick_.path(directory);
         Grower grower(static_cast<std::uint32_t>(seed), root);
@@ -214,7 +151,7 @@ protected:
         for (const std::string& text : grower.rejected()) {
             device_.order("BR.checkBackupFile", "reject", text);
         }
-        Model model{stick_.path(), grower.rejected()};
+        TreeModel model{stick_.path(), grower.rejected()};
         model.enter(root);
         EXPECT_EQ(wholly(backup(directory)), wholly(model.entries())) << "seed " << seed;
         EXPECT_EQ(offeredPaths(device_), model.offered) << "seed " << seed;

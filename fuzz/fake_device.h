@@ -1,0 +1,15 @@
+// The device libraries inside a fuzz target: answers at once and keeps no record.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace fuzz {
+
+struct FakeDevice {
+    static std::function<bool(const std::string& path)> accepts;  // asked for each file to check
+    static std::string name;                                      // of the device
+    static int controllers;                                       // created and not yet destroyed
+};
+
+}  // namespace fuzz

@@ -1,0 +1,69 @@
+// What every fuzz target is made with.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+// Called once for each input, by libFuzzer or by the replay of the stored inputs. Returns 0.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace fuzz {
+
+// Ends the process with what was violated: libFuzzer stores the input, a replay fails.
+inline void require(bool condition, const char* what) {
+    if (!condition) {
+        std::fprintf(stderr, "violated: %s\n", what);
+        std::abort();
+    }
+}
+
+// Reads choices and texts off an input; an input at its end gives zeros and empty texts.
+class Input {
+public:
+    Input(const std::uint8_t* data, std::size_t size) : at_(data), end_(data + size) {}
+
+    bool isEmpty() const { return at_ == end_; }
+    std::uint8_t byte() { return isEmpty() ? std::uint8_t{0} : *at_++; }
+
+    // From 0 to `most`.
+    std::size_t upTo(std::uint8_t most) { return byte() % (most + 1U); }
+
+    std::uint64_t number() {
+        std::uint64_t value = 0;
+        for (int i = 0; i < 8; ++i) {
+            value = value << 8U | byte();
+        }
+        return value;
+    }
+
+    // A length of one byte, then the text.
+    std::string text() {
+        std::string result;
+        for (std::size_t length = byte(); length > 0 && !isEmpty(); --length) {
+            result += static_cast<char>(byte());
+        }
+        return result;
+    }
+
+    // All that is left.
+    std::string rest() {
+        std::string result(reinterpret_cast<const char*>(at_),
+                           static_cast<std::size_t>(end_ - at_));
+        at_ = end_;
+        return result;
+    }
+
+private:
+    const std::uint8_t* at_;
+    const std::uint8_t* end_;
+};
+
+// As a C string ends: the interface takes these, whatever the input holds.
+inline std::string upToZero(const std::string& bytes) {
+    return bytes.c_str();
+}
+
+}  // namespace fuzz
