@@ -9,8 +9,7 @@ namespace transferctl {
 namespace {
 
 test_support::VariantPtr parsed(const char* text) {
-    return test_support::VariantPtr(
-        g_variant_ref_sink(g_variant_parse(nullptr, text, nullptr, nullptr, nullptr)));
+    return test_support::VariantPtr(g_variant_parse(nullptr, text, nullptr, nullptr, nullptr));
 }
 
 template <typename Decode>

@@ -87,8 +87,8 @@ GDBusMessage* StandInService::replyTo(GDBusMessage* call) {
             call, text.substr(kErrorPrefix.size()).c_str(), "\x1b[31mno\nway");
     }
     GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
-    g_dbus_message_set_body(reply,
-                            g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr));
+    const VariantPtr body(g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr));
+    g_dbus_message_set_body(reply, body.get());
     return reply;
 }
 
