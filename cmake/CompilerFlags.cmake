@@ -14,6 +14,9 @@ target_compile_options(morvane_flags INTERFACE
 target_compile_definitions(morvane_flags INTERFACE
   _GLIBCXX_USE_CXX11_ABI=$<BOOL:${MORVANE_CXX11_ABI}>)
 
+# Files beyond 2 GiB, and inode numbers beyond 32 bits, on a 32-bit processor, too.
+target_compile_definitions(morvane_flags INTERFACE _FILE_OFFSET_BITS=64)
+
 if(MORVANE_SANITIZE)
   add_compile_options(-fsanitize=${MORVANE_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)

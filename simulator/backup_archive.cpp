@@ -423,7 +423,7 @@ std::uint64_t requireSeal(std::FILE* file) {
     Sha256 checksum;
     std::array<char, kBlock> block{};
     for (std::uint64_t left = size - kSealBytes; left > 0;) {
-        const std::size_t wanted = std::min<std::uint64_t>(left, block.size());
+        const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, block.size()));
         if (std::fread(block.data(), 1, wanted, file) != wanted) {
             throw ArchiveError("cannot read the whole file");
         }
@@ -480,7 +480,7 @@ std::string readManifestText(archive* reader) {
     if (size > kMaxManifestBytes) {
         throw ArchiveError("the manifest is too long");
     }
-    std::string text(size, '\0');
+    std::string text(static_cast<std::size_t>(size), '\0');
     if (archive_read_data(reader, text.data(), text.size()) !=
         static_cast<la_ssize_t>(text.size())) {
         failWithLibrary("cannot read the manifest", reader);

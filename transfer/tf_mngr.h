@@ -154,7 +154,7 @@ private:
 
     struct FileId {
         dev_t device;
-        ino_t inode;
+        ino64_t inode;
     };
 
     // The backup type that marks a restore.

@@ -168,7 +168,7 @@ void writeTarget(const char* path, std::size_t size) {
 std::int64_t backup(Controller* self, const char* path, const char* kind) {
     const Orders orders = enter(self, "backup", quoted(path) + ", " + quoted(kind));
     if (orders.has("write")) {
-        writeTarget(path, orders.size("write"));
+        writeTarget(path, static_cast<std::size_t>(orders.size("write")));
     }
     return statusOf(orders);
 }

@@ -219,7 +219,7 @@ public:
     }
 
 private:
-    std::size_t below(std::size_t limit) { return random_() % limit; }
+    std::size_t below(std::size_t limit) { return static_cast<std::size_t>(random_() % limit); }
 
     std::mt19937_64 random_{20260101};
 };
