@@ -57,6 +57,14 @@ askForPackages() {
     exit "$kCannotInstall"
 }
 
+# prepareCrossBuild arm|arm64: compiler, emulator, libraries and headers for that processor.
+prepareCrossBuild() {
+    local architecture=$1
+    [[ $architecture != arm ]] || architecture=armhf
+    ensurePackages cross "$architecture"
+    "$project/scripts/sysroot" "$architecture"
+}
+
 # build PRESET [TARGET...]: configures once and builds into build/PRESET, everything or these targets.
 build() {
     local preset=$1

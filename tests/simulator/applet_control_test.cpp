@@ -24,9 +24,9 @@ protected:
     void SetUp() override {
         ASSERT_EQ(mkfifo(pipe_.c_str(), 0600), 0);
         input_.reset(open(pipe_.c_str(), O_RDWR | O_CLOEXEC));
-        process_.emplace(std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" <\"$1\"",
-                                                  test_support::buildPath("applet-control"),
-                                                  pipe_});
+        process_.emplace(test_support::runnableAfter(
+            {"/bin/sh", "-c", "input=$1; shift; exec \"$@\" <\"$input\"", "sh", pipe_},
+            test_support::buildPath("applet-control")));
         ASSERT_TRUE(process_->waitForOutput("owns com.morvane.scctrl"));
         g_autoptr(GError) error = nullptr;
         client_.reset(morvane_scctrl_proxy_new_for_bus_sync(

@@ -51,7 +51,7 @@ std::vector<sock_filter> programFor(const DeniedCall& call) {
 }  // namespace
 
 std::string whyCallsCannotBeDenied() {
-    return emulated() ? "an emulator does not filter system calls" : "";
+    return emulated() ? std::string(kEmulatorCannot) + "filter system calls" : "";
 }
 
 void denyCall(const DeniedCall& call) {

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <vector>
 
 #include "tests/support/paths.h"
@@ -18,8 +17,7 @@ constexpr std::size_t kReportStream = 2;
 std::vector<std::string> currentTestAlone() {
     const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
     const std::string name = std::string(test->test_suite_name()) + "." + test->name();
-    const std::string executable = std::filesystem::read_symlink("/proc/self/exe");
-    return runnable(executable, {"--gtest_filter=" + name});
+    return runnable(ownExecutable(), {"--gtest_filter=" + name});
 }
 
 ChildOptions marked() {

@@ -1,9 +1,12 @@
 // Where the tests find the project's sources and what was built.
 #include "tests/support/paths.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string_view>
+#include <system_error>
 
 namespace test_support {
 namespace {
@@ -34,6 +37,23 @@ std::vector<std::string> runnable(const std::string& program,
     command.push_back(program);
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
+}
+
+std::vector<std::string> runnableAfter(std::vector<std::string> words, const std::string& program,
+                                       const std::vector<std::string>& arguments) {
+    for (const std::string& word : runnable(program, arguments)) {
+        words.push_back(word);
+    }
+    return words;
+}
+
+std::string ownExecutable() {
+    std::error_code error;
+    // What an emulator executes is the loader, which gives the program its name.
+    const std::filesystem::path path =
+        emulated() ? std::filesystem::absolute(program_invocation_name, error)
+                   : std::filesystem::read_symlink("/proc/self/exe", error);
+    return path.string();
 }
 
 bool emulated() {

@@ -18,8 +18,18 @@ std::string buildPath(const std::string& relative);
 std::vector<std::string> runnable(const std::string& program,
                                   const std::vector<std::string>& arguments = {});
 
+// The same behind `words`, which are a command that runs another.
+std::vector<std::string> runnableAfter(std::vector<std::string> words, const std::string& program,
+                                       const std::vector<std::string>& arguments = {});
+
+// Absolute path of the running test executable; empty when it cannot be found out.
+std::string ownExecutable();
+
 // Whether built programs run under an emulator, where some checks cannot be made.
 bool emulated();
+
+// What the reason for a skip begins with when it is the emulator's; the only skips that CI accepts.
+constexpr const char* kEmulatorCannot = "the emulator cannot ";
 
 // Whether the build carries sanitizers.
 bool sanitized();

@@ -3,9 +3,7 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,14 +24,6 @@ constexpr const char* kEntering = "MORVANE_TEST_ENTERING_SANDBOX";
 [[noreturn]] void giveUp(const std::string& reason) {
     std::fprintf(stderr, "tests run inside the sandbox only: %s\n", reason.c_str());
     std::exit(kCannotTest);
-}
-
-std::string ownExecutable() {
-    std::array<char, PATH_MAX> path{};
-    if (readlink("/proc/self/exe", path.data(), path.size() - 1) <= 0) {
-        giveUp(std::string("cannot read /proc/self/exe: ") + std::strerror(errno));
-    }
-    return path.data();
 }
 
 // Sanitizer settings for the tests and everything that they start; what the caller set stays.
@@ -65,15 +55,16 @@ void enterSandbox(int argc, char** argv) {
     if (std::getenv(kEntering) != nullptr) {
         giveUp("the sandbox did not take us in: " + reason);
     }
+    const std::string executable = ownExecutable();
+    if (executable.empty()) {
+        giveUp("their own executable cannot be found");
+    }
     setenv(kEntering, "1", 1);
     setSanitizerDefaults();
-    std::vector<std::string> command{sourcePath("tests/sandbox/sandbox"), "--keep", buildPath("."),
-                                     "--"};
-    for (const std::string& word : runnable(ownExecutable(), {argv + 1, argv + argc})) {
-        command.push_back(word);
-    }
-    runThrough(command);
-    giveUp("cannot run " + command.front() + ": " + std::strerror(errno));
+    const std::string sandbox = sourcePath("tests/sandbox/sandbox");
+    runThrough(runnableAfter({sandbox, "--keep", buildPath("."), "--"}, executable,
+                             {argv + 1, argv + argc}));
+    giveUp("cannot run " + sandbox + ": " + std::strerror(errno));
 }
 
 }  // namespace test_support

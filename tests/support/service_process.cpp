@@ -19,12 +19,8 @@ constexpr rlim_t kGrowthWithoutThreads = 4 * kBytesPerKilobyte * kBytesPerKiloby
 constexpr rlim_t kStackWithoutLimit = 2 * kBytesPerKilobyte * kBytesPerKilobyte;
 
 std::vector<std::string> commandFor(const ServiceOptions& options) {
-    std::vector<std::string> command = options.prefix;
-    for (const std::string& word :
-         runnable(buildPath("com-morvane-transfer-service"), options.arguments)) {
-        command.push_back(word);
-    }
-    return command;
+    return runnableAfter(options.prefix, buildPath("com-morvane-transfer-service"),
+                         options.arguments);
 }
 
 ChildOptions childOptionsFor(const ServiceOptions& options, const SanitizerReports& reports) {

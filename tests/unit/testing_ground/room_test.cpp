@@ -61,8 +61,8 @@ TEST(Room, refusesWrongArguments) {
 
 TEST(Room, refusesOutsideTheSandbox) {
     // Another ipc namespace than the one that the sandbox's mark names.
-    const CommandResult result =
-        runCommand({"unshare", "--ipc", "--", buildPath("tests/room"), "--", "echo", "ran"});
+    const CommandResult result = runCommand(
+        runnableAfter({"unshare", "--ipc", "--"}, buildPath("tests/room"), {"--", "echo", "ran"}));
     EXPECT_EQ(result.end, exited(125));
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.error,
@@ -144,8 +144,8 @@ TEST(Room, diesAsAWholeWhenItIsKilled) {
 }
 
 TEST(Room, diesWithItsCaller) {
-    const std::string room = buildPath("tests/room");
-    ChildProcess caller(sh(room + " -- sh -c 'echo started; exec sleep infinity' & wait"));
+    ChildProcess caller(runnableAfter({"sh", "-c", "\"$@\" & wait", "sh"}, buildPath("tests/room"),
+                                      {"--", "sh", "-c", "echo started; exec sleep infinity"}));
     ASSERT_TRUE(caller.waitForOutput("started"));
     const std::vector<pid_t> rooms = childrenOf(caller.id());
     ASSERT_EQ(rooms.size(), 1U);
