@@ -20,9 +20,19 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 
+# dpkg-shlibdeps knows what is installed, and a cross build's libraries are not: what it finds natively, by hand.
+if(CMAKE_CROSSCOMPILING)
+  set(libraries "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 11)")
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE "${MORVANE_DEBIAN_ARCHITECTURE}")
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+endif()
+
 set(CPACK_DEBIAN_SERVICE_PACKAGE_NAME com-morvane-transfer-service)
 set(CPACK_DEBIAN_SERVICE_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS dbus)
+if(CMAKE_CROSSCOMPILING)
+  string(APPEND CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS ", ${libraries}, libglib2.0-0 (>= 2.51.0)")
+endif()
 set(CPACK_COMPONENT_SERVICE_DESCRIPTION
 "backup, restore and update by USB stick, on the system bus
 The service through which the user interface of a device works with USB
@@ -41,6 +51,10 @@ if(TARGET transferctl)
   list(APPEND CPACK_COMPONENTS_ALL transferctl)
   set(CPACK_DEBIAN_TRANSFERCTL_PACKAGE_NAME transferctl)
   set(CPACK_DEBIAN_TRANSFERCTL_PACKAGE_SECTION utils)
+  if(CMAKE_CROSSCOMPILING)
+    set(CPACK_DEBIAN_TRANSFERCTL_PACKAGE_DEPENDS
+      "${libraries}, libglib2.0-0 (>= 2.61.2), libjson-glib-1.0-0 (>= 1.5.2)")
+  endif()
   set(CPACK_DEBIAN_TRANSFERCTL_PACKAGE_SUGGESTS com-morvane-transfer-service)
   set(CPACK_COMPONENT_TRANSFERCTL_DESCRIPTION
 "command-line client of the transfer service
