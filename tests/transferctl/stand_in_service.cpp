@@ -24,6 +24,8 @@ StandInService::StandInService(std::map<std::string, std::string> replies)
 StandInService::~StandInService() {
     leave();  // from here on no message comes
     g_dbus_connection_remove_filter(bus_.connection(), filter_);
+    // The connection's thread took it last: what it did comes before the end of the members.
+    const std::lock_guard<std::mutex> lock(mutex_);
 }
 
 void StandInService::answerOnce(const std::string& method, const std::string& reply) {
