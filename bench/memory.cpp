@@ -31,7 +31,7 @@ double privateOf(pid_t process) {
 
 std::vector<Row> measureIdle() {
     say("idle memory");
-    const std::string floorIs = "the floor service, linked with the C++ library";
+    const std::string floorIs = "the floor service, with the C++ and the device libraries";
     Row resident{"idle, resident", floorIs, "kB", Compared::Ratio, 1.1, {}, 0, {}, {}};
     Row own{"idle, private", floorIs, "kB", Compared::Ratio, 1.1, {}, 0, {}, {}};
     const SystemBus bus;

@@ -93,7 +93,7 @@ def write_plot(rows, folder):
     blocks = ("\n".join([f'"{name}"'] + [f"{size:g} {cost:.3f}" for size, cost in sorted(points.items())])
               for name, points in curves.items())
     (folder / "cost.dat").write_text("\n\n\n".join(blocks) + "\n", encoding="utf-8")
-    subprocess.run(["gnuplot", "-e", PLOT.format(last=len(curves) - 1)], cwd=folder, check=True)
+    subprocess.run(["gnuplot"], input=PLOT.format(last=len(curves) - 1), text=True, cwd=folder, check=True)
 
 
 def main():
