@@ -63,7 +63,7 @@ private:
 
 // As a C string ends: the interface takes these, whatever the input holds.
 inline std::string upToZero(const std::string& bytes) {
-    return bytes.c_str();
+    return bytes.substr(0, bytes.find('\0'));
 }
 
 }  // namespace fuzz

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <memory>
 #include <vector>
 
 #include "fuzz/fake_device.h"
@@ -84,15 +85,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     test_support::TreeModel model{kStick, {rejected}};
     model.enter(root);
-    std::vector<std::string> offered;
-    fuzz::FakeDevice::accepts = [&](const std::string& path) {
-        offered.push_back(path);
+    const auto offered = std::make_shared<std::vector<std::string>>();
+    fuzz::FakeDevice::accepts = [offered, rejected](const std::string& path) {
+        offered->push_back(path);
         return path.find(rejected) == std::string::npos;
     };
     const std::vector<FileEntry> listed = tested.getBackupFilesList("USB_X60.1", directory);
     fuzz::require(test_support::wholly(listed) == test_support::wholly(model.entries()),
                   "what is listed");
-    fuzz::require(offered == model.offered, "what the device manager is asked");
+    fuzz::require(*offered == model.offered, "what the device manager is asked");
     fuzz::require(fuzz::FakeDevice::controllers == 0, "every controller is given back");
     for (const fs::directory_entry& entry : fs::directory_iterator(kStick)) {
         fs::remove_all(entry.path());
