@@ -14,8 +14,11 @@ const std::string kErrorPrefix = "error ";
 }  // namespace
 
 StandInService::StandInService(std::map<std::string, std::string> replies)
-    : replies_(std::move(replies)),
-      filter_(g_dbus_connection_add_filter(bus_.connection(), onMessage, this, nullptr)) {
+    : replies_(std::move(replies)) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        filter_ = g_dbus_connection_add_filter(bus_.connection(), onMessage, this, nullptr);
+    }
     if (!bus_.ownName(kServiceName)) {
         throw std::runtime_error("cannot own the service's name");
     }

@@ -43,10 +43,11 @@ private:
 
     std::map<std::string, std::string> replies_;
     std::map<std::string, std::string> once_;
-    mutable std::mutex mutex_;
+    // Not a member: the thread sanitizer does not see how GLib hands one over to the other thread.
+    inline static std::mutex mutex_;
     std::vector<std::string> calls_;
     SystemBus bus_;
-    guint filter_;
+    guint filter_ = 0;
 };
 
 }  // namespace test_support
