@@ -1,6 +1,7 @@
 // The start-up sequence of the transfer service.
 #include <getopt.h>
 #include <glib.h>
+#include <malloc.h>
 #include <syslog.h>
 
 #include <vector>
@@ -20,6 +21,10 @@ constexpr const char* kBusName = "com.morvane.transfer";
 constexpr const char* kControlPath = "/ctrl";
 constexpr const char* kTransferPath = "/sacIntf";
 
+// What a large reply took goes back to the system with it. Left to itself the C library moves this
+// limit up with the first large block that is freed and keeps the next ones for itself.
+constexpr int kLargeBlock = 128 * 1024;
+
 // Acts on each -d and returns the id of the start-up semaphore set, or -1 without -d. getopt works
 // on a copy, so the caller's argument vector stays in its order.
 int readOptions(int argc, char** argv) {
@@ -38,6 +43,7 @@ int readOptions(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    mallopt(M_MMAP_THRESHOLD, kLargeBlock);
     const int startSemaphore = readOptions(argc, argv);
 
     // The descriptor is kept to the end of the process: it holds the lock.

@@ -90,7 +90,7 @@ private:
 
 const std::vector<FileEntry>& TfMngr::listDirectory(const std::string& mntId,
                                                     const std::string& dirPath) {
-    entries = {};  // gives the memory of a long list back
+    std::vector<FileEntry>().swap(entries);  // gives the memory of a long list back
     scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
     return entries;
 }

@@ -24,6 +24,7 @@ constexpr const char* kStickDevicePrefix = "/dev/sd";
 
 constexpr std::size_t kFormatBufferSize = 1024;
 constexpr std::size_t kMountEntrySize = 4096;
+constexpr std::size_t kMountTableBuffer = 16UL * 1024;  // most tables in one read
 
 bool startsWith(const char* text, const char* prefix) {
     return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
@@ -37,10 +38,12 @@ struct CloseMountTable {
 // table cannot be read.
 std::vector<std::string> readStickMounts() {
     std::vector<std::string> directories;
+    char buffer[kMountTableBuffer];
     const std::unique_ptr<FILE, CloseMountTable> table(setmntent(kMountTable, "r"));
     if (!table) {
         return directories;
     }
+    std::setvbuf(table.get(), buffer, _IOFBF, sizeof buffer);
     struct mntent entry {};
     char texts[kMountEntrySize];
     while (getmntent_r(table.get(), &entry, texts, sizeof texts) != nullptr) {
@@ -87,7 +90,8 @@ bool TfMngr::isMountedUsbDevice(const std::string& path) {
 }
 
 std::string TfMngr::formatString(const char* format, ...) {
-    char buffer[kFormatBufferSize] = {};
+    char buffer[kFormatBufferSize];
+    buffer[0] = '\0';
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(buffer, sizeof buffer, format, arguments);
