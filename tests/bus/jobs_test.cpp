@@ -99,6 +99,9 @@ TEST_F(Jobs, keepEveryCallerWaitingForTheSecondOfTheLaunchAndNoLonger) {
 }
 
 TEST_F(Jobs, withoutAThreadAnswerMinus1AfterASecondAndLeaveTheirTextsBehind) {
+    if (const std::string reason = whyThreadsCannotBeForbidden(); !reason.empty()) {
+        GTEST_SKIP() << reason;
+    }
     stick_.addFile("u.fwf");
     ASSERT_TRUE(service_.forbidThreads());
     EXPECT_GE(durationOf([&] { EXPECT_EQ(doBackup(bus_, "USB_X60.1", 1, "a.psb"), -1); }), 1s);
@@ -117,6 +120,9 @@ TEST_F(Jobs, withoutAThreadAnswerMinus1AfterASecondAndLeaveTheirTextsBehind) {
 // Nobody joins the workers, so a small device runs out of address space after some hundreds of
 // jobs.
 TEST_F(Jobs, thatHaveEndedKeepTheirStacksUntilThereIsNoThreadLeft) {
+    if (const std::string reason = whyThreadsCannotBeForbidden(); !reason.empty()) {
+        GTEST_SKIP() << reason;
+    }
     const int atRest = service_.threads();
     ASSERT_TRUE(service_.forbidThreads(1));
     EXPECT_EQ(doRestore(bus_, "USB_X60.1", "a.psb"), 0);

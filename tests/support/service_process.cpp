@@ -67,6 +67,10 @@ testing::AssertionResult limitAddressSpace(pid_t pid, rlim_t limit) {
 const std::vector<std::string> kWithoutPowers{"setpriv", "--bounding-set=-all", "--inh-caps=-all",
                                               "--"};
 
+std::string whyThreadsCannotBeForbidden() {
+    return emulated() ? std::string(kEmulatorCannot) + "be kept from starting threads" : "";
+}
+
 ServiceProcess::ServiceProcess(const ServiceOptions& options)
     : RoomProcess(commandFor(options), childOptionsFor(options, *this)) {}
 

@@ -25,6 +25,9 @@ struct ServiceOptions {
 // A prefix under which the service is root without root's powers, so that file modes count.
 extern const std::vector<std::string> kWithoutPowers;
 
+// Empty when forbidThreads() works here, else the reason why not.
+std::string whyThreadsCannotBeForbidden();
+
 // Standard output goes through a raw pseudo-terminal, so that it arrives line by line and byte for
 // byte. The destructor ends the room and fails the test when a sanitizer reported anything; in
 // sanitizer builds it first lets the service exit, so that leaks are looked for.
