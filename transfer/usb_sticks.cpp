@@ -90,8 +90,7 @@ bool TfMngr::isMountedUsbDevice(const std::string& path) {
 }
 
 std::string TfMngr::formatString(const char* format, ...) {
-    char buffer[kFormatBufferSize];
-    buffer[0] = '\0';
+    char buffer[kFormatBufferSize] = {};
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(buffer, sizeof buffer, format, arguments);
