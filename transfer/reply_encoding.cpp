@@ -84,8 +84,8 @@ std::size_t marshalledEnd(std::size_t place, const Element& element) {
 }
 
 // An "av" written in one piece as GVariant serialises it: each element aligned to eight bytes, its
-// value followed by a zero byte and its type; behind all of them the places where they end. A
-// tenth of what a value of its own for each element takes, in time and in memory.
+// value followed by a zero byte and its type; behind all of them the places where they end. Takes
+// a fraction of the memory of a value of its own for each element.
 class ArrayWriter {
 public:
     ArrayWriter(std::size_t records, std::size_t maxBytes)
