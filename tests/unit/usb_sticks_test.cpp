@@ -159,6 +159,12 @@ TEST_F(UsbSticks, AreOnlyDevicesWhoseNameBeginsWithDevSd) {
     }
 }
 
+TEST_F(UsbSticks, AreFoundInLongLinesOfTheMountTable) {
+    const Stick stick(1, {"1m", "/dev/sd" + std::string(3'000, 'a'), false});
+    makeDirectories(stickPath(2));  // a line cut before its directory would count for this one, too
+    EXPECT_THAT(names(), ElementsAre("USB_X60.1"));
+}
+
 TEST_F(UsbSticks, AreFoundBehindOtherDevicesOnTheSameDirectory) {
     const Mount parent("/media/usb", "/dev/mmcblk0p3", "tmpfs", 0, "size=1m");
     const Stick below(1, {"1m", "/dev/mmcblk0p1", false});
