@@ -47,9 +47,17 @@ std::vector<std::string> machineMounts() {
     return directories;
 }
 
-void changeMount(const std::string& directory, const mount_attr& attributes) {
-    mount_attr copy = attributes;
-    if (mount_setattr(AT_FDCWD, directory.c_str(), 0, &copy, sizeof copy) != 0) {
+// Makes a mount read-only, or writable again, and leaves its other flags alone: an ordinary user
+// could not change them.
+void changeMount(const std::string& directory, unsigned long readOnly) {
+    struct statvfs status {};
+    if (statvfs(directory.c_str(), &status) != 0) {
+        giveUp("cannot look at the mount " + directory);
+    }
+    constexpr unsigned long kKept = MS_NOSUID | MS_NODEV | MS_NOEXEC;
+    static_assert(kKept == (ST_NOSUID | ST_NODEV | ST_NOEXEC), "both have the same bits");
+    const unsigned long flags = MS_REMOUNT | MS_BIND | (status.f_flag & kKept) | readOnly;
+    if (mount(nullptr, directory.c_str(), nullptr, flags, nullptr) != 0) {
         giveUp("cannot change the mount " + directory);
     }
 }
@@ -58,15 +66,11 @@ void makeMachineReadOnly(const char* output) {
     if (output != nullptr && mount(output, output, nullptr, MS_BIND, nullptr) != 0) {
         giveUp(std::string("cannot keep ") + output);
     }
-    mount_attr readOnly{};
-    readOnly.attr_set = MOUNT_ATTR_RDONLY;
     for (const std::string& directory : machineMounts()) {
-        changeMount(directory, readOnly);
+        changeMount(directory, MS_RDONLY);
     }
     if (output != nullptr) {
-        mount_attr writable{};
-        writable.attr_clr = MOUNT_ATTR_RDONLY;
-        changeMount(output, writable);
+        changeMount(output, 0);
     }
 }
 

@@ -12,6 +12,9 @@ readonly kLimit=30       # seconds until something that should happen is given u
 readonly kLeftBytes=4096 # on a stick that is nearly full
 # shellcheck disable=SC2034 # for those who source this
 readonly kJobSeconds=3 # long enough to be watched
+# What has to stand in front of the programs of this build, which is nothing unless it is for another processor.
+read -ra emulator <"$build/emulator" || true
+readonly simulator=("${emulator[@]}" "$build/device-manager-simulator")
 
 explain() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
@@ -213,18 +216,18 @@ stopPart() {
 
 # startDeviceManager SECONDS: what a job takes.
 startDeviceManager() {
-    startPart device-manager "listens on" "$build/device-manager-simulator" --state "$kState" \
+    startPart device-manager "listens on" "${simulator[@]}" --state "$kState" \
         --job-seconds "$1" </dev/null
 }
 
 # orderDeviceManager ORDER [VALUE]: prints the behaviour after that. Status 2 for what is no order.
 orderDeviceManager() {
-    "$build/device-manager-simulator" --order "$1" -- "${@:2}"
+    "${simulator[@]}" --order "$1" -- "${@:2}"
 }
 
 startAppletControl() {
     mkfifo "$kApplets"
-    startPart applet-control "owns com.morvane.scctrl" "$build/applet-control" <>"$kApplets"
+    startPart applet-control "owns com.morvane.scctrl" "${emulator[@]}" "$build/applet-control" <>"$kApplets"
 }
 
 tellAppletControl() {
@@ -234,9 +237,9 @@ tellAppletControl() {
 # Sets the name of the device, or prints it when there is none.
 deviceName() {
     if (($# == 0)); then
-        "$build/device-manager-simulator" --state "$kState" --print-name
+        "${simulator[@]}" --state "$kState" --print-name
     else
-        "$build/device-manager-simulator" --state "$kState" --set-name="$1"
+        "${simulator[@]}" --state "$kState" --set-name="$1"
     fi
 }
 
@@ -246,7 +249,8 @@ deviceName() {
 # whose end is the service's; the service's output is in the log "service", line by line. The room dies with
 # the process that calls this.
 startService() {
-    "$build/tests/room" -- stdbuf -oL "$build/com-morvane-transfer-service" >>"$kLogs/service" 2>&1 &
+    "${emulator[@]}" "$build/tests/room" --terminal -- \
+        "${emulator[@]}" "$build/com-morvane-transfer-service" >>"$kLogs/service" 2>&1 &
     room=$!
     printf '%d\n' "$room" >"$kRun/room.pid"
     if ! waitUntil "$kLimit" serviceAnswersOrEnded "$room" || isGone "$room"; then
@@ -330,8 +334,14 @@ layOut() {
     mkdir -p "$kRun/bin" "$kState"
     ln -s "$build" "$kRun/build"
     ln -s "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/device" "$kRun/bin/device"
-    ln -s "$build/device-manager-simulator" "$kRun/bin/" # makes update files
-    [[ ! -x $build/transferctl ]] || ln -s "$build/transferctl" "$kRun/bin/"
+    provideProgram device-manager-simulator # makes update files
+    [[ ! -x $build/transferctl ]] || provideProgram transferctl
+}
+
+# provideProgram NAME: makes a program of the build a command of the device's.
+provideProgram() {
+    printf '#!/bin/bash\nexec%s "$@"\n' "$(printf ' %q' "${emulator[@]}" "$build/$1")" >"$kRun/bin/$1"
+    chmod +x "$kRun/bin/$1"
 }
 
 # useState FOLDER: keeps the device's state in FOLDER, which one device may do at a time: as long as a process
@@ -349,5 +359,5 @@ plugFirstSticks() {
     plugStick 1 32M
     plugStick 2 16M
     read -r version <"$kState/firmware/version"
-    "$build/device-manager-simulator" --make-update "$((${version%%.*} + 1)).0.0" "$(stickPath 2)/device.fwf"
+    "${simulator[@]}" --make-update "$((${version%%.*} + 1)).0.0" "$(stickPath 2)/device.fwf"
 }

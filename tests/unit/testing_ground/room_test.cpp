@@ -40,6 +40,21 @@ TEST(Room, handsTheStreamsThrough) {
     EXPECT_EQ(result.error, "to error\n");
 }
 
+TEST(Room, passesOnUnchangedWhatGoesToATerminal) {
+    const CommandResult result = runRoom(
+        {"--terminal", "--", "sh", "-c", "test -t 1 && printf 'one\\ntwo\\tthree' && exit 4"});
+    EXPECT_EQ(result.output, "one\ntwo\tthree");
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.end, exited(4));
+}
+
+TEST(Room, goesOnWhenNobodyReadsTheTerminalAnyMore) {
+    const CommandResult result = runCommand(runnableAfter(
+        {"sh", "-c", "{ \"$@\"; echo \"status $?\" >&2; } | true", "sh"}, buildPath("tests/room"),
+        {"--terminal", "--", "sh", "-c", "seq 100000; exit 4"}));
+    EXPECT_EQ(result.error, "status 4\n");
+}
+
 TEST(Room, saysWhatItCannotRun) {
     const CommandResult result = runRoom({"--", "/no/such/program"});
     EXPECT_EQ(result.end, exited(127));
