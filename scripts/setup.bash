@@ -35,11 +35,15 @@ ensurePackages() {
 missingPackages() {
     local group line wanted=()
     for group in "$@"; do
-        line=$(sed -n "s/^$group: *//p" "$project/scripts/packages")
-        read -ra line <<<"$line"
+        read -ra line <<<"$(packagesOf "$group")"
         wanted+=("${line[@]}")
     done
     comm -23 <(printf '%s\n' "${wanted[@]}" | sort -u) <(installedOf "${wanted[@]}" | sort -u)
+}
+
+# packagesOf GROUP: prints what that group of scripts/packages names, in one line.
+packagesOf() {
+    sed -n "s/^$1: *//p" "$project/scripts/packages"
 }
 
 installedOf() {
