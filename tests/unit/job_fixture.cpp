@@ -74,7 +74,7 @@ void JobTest::during(const std::string& operation, const std::function<void()>& 
 
 void JobTest::waitForWorkers() {
     // Every launch sleeps once.
-    const auto launched = static_cast<std::ptrdiff_t>(clock_.sleeps().size());
+    const auto launched = static_cast<std::ptrdiff_t>(clock_.sleeps().size() - forgotten_);
     const auto allHaveGone = [&] {
         const std::vector<DoubleRecord> records = device_.records();
         return std::count_if(records.begin(), records.end(), isLastCall) == launched &&
@@ -83,6 +83,11 @@ void JobTest::waitForWorkers() {
                });
     };
     EXPECT_TRUE(eventually(allHaveGone, "the workers end"));
+}
+
+void JobTest::forgetJobs() {
+    forgotten_ = clock_.sleeps().size();
+    device_.clearRecord();
 }
 
 }  // namespace test_support

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -36,10 +37,15 @@ protected:
 
     // Waits until every worker that was started has gone.
     void waitForWorkers();
+    // Empties the record of a device that has seen many jobs; none may be running.
+    void forgetJobs();
 
     DeviceDouble device_;
     ControlledClock clock_;
     TfMngr manager_;
+
+private:
+    std::size_t forgotten_ = 0;  // launches
 };
 
 }  // namespace test_support
