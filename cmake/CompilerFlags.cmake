@@ -1,10 +1,13 @@
-# Warnings, hardening and sanitizers: one interface target that all of the project's own code links.
+# Warnings, hardening and sanitizers: one interface target that all of the project's own code links, and within it
+# one of the hardening alone, for generated code.
 option(MORVANE_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 option(MORVANE_CXX11_ABI "Use the C++11 string ABI; must match the device's libVesk" ON)
 option(MORVANE_COVERAGE "Count what the service's own code runs through, for gcovr" OFF)
 set(MORVANE_SANITIZE "" CACHE STRING "Value for -fsanitize=, e.g. address,undefined or thread")
 
+add_library(morvane_hardening INTERFACE)
 add_library(morvane_flags INTERFACE)
+target_link_libraries(morvane_flags INTERFACE morvane_hardening)
 
 target_compile_options(morvane_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2
@@ -30,9 +33,18 @@ if(MORVANE_SANITIZE)
     add_compile_options(-fno-sanitize=vptr)
   endif()
 else()
-  target_compile_options(morvane_flags INTERFACE -fstack-protector-strong -fstack-clash-protection)
-  target_compile_definitions(morvane_flags INTERFACE
-    $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+  target_compile_options(morvane_hardening INTERFACE
+    -fstack-protector-strong -fstack-clash-protection)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)")
+    target_compile_options(morvane_hardening INTERFACE -mbranch-protection=standard)
+  endif()
+  # The third level, which also knows sizes that are computed, takes gcc 12 or clang 9; older ones warn of it.
+  set(fortify_level 3)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 12)
+    set(fortify_level 2)
+  endif()
+  target_compile_definitions(morvane_hardening INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=${fortify_level}>)
 endif()
 
 if(MORVANE_BUILD_FUZZERS)
@@ -65,4 +77,4 @@ endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
 check_pie_supported()
-add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,--as-needed -Wl,--enable-new-dtags)
+add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--as-needed -Wl,--enable-new-dtags)
