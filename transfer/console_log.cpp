@@ -26,6 +26,7 @@ int CConsoleLog::readCredential(const char** out) {
     if (!file) {
         return -1;
     }
+    std::setvbuf(file.get(), nullptr, _IONBF, 0);  // no copy of it stays behind in freed memory
     const std::size_t length = std::fread(record, 1, kRecordSize, file.get());
     file.reset();
     record[kRecordSize] = '\0';

@@ -1,15 +1,20 @@
 // The log object that the service hands to the device library: the credential it reads on demand.
 #include "transfer/console_log.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include "tests/support/files.h"
 #include "tests/support/persistent_record.h"
 #include "tests/support/process_table.h"
+#include "tests/support/unique_fd.h"
 
 namespace test_support {
 namespace {
@@ -107,6 +112,61 @@ TEST_F(Credential, leavesNoDescriptorOpen) {
     const PersistentRecord record(recordWith(credential()));
     read();
     EXPECT_EQ(openDescriptorsOf(getpid()), before);
+}
+
+// ---- what stays in memory ---------------------------------------------------------------------
+
+constexpr std::ptrdiff_t kSecretSize = 64;
+
+// The credential of this test, byte by byte: the test itself must not leave it in the heap.
+char byteOfSecret(std::size_t at) {
+    return static_cast<char>('0' + at * at % 61);
+}
+
+bool isSecret(const char* bytes) {
+    std::size_t at = 0;
+    while (at < kSecretSize && bytes[at] == byteOfSecret(at)) {
+        ++at;
+    }
+    return at == kSecretSize;
+}
+
+// Where the heap of this process begins; null where a sanitizer has one of its own.
+const char* beginOfHeap() {
+    for (const std::string& line : readLines("/proc/self/maps")) {
+        if (line.find("[heap]") != std::string::npos) {
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): that is how the kernel names memory
+            return reinterpret_cast<const char*>(std::stoull(line, nullptr, 16));
+        }
+    }
+    return nullptr;
+}
+
+// How often the secret lies in the heap, in memory that was given back, too: takes none itself.
+int copiesInHeap(const char* begin) {
+    int copies = 0;
+    const auto* const end = static_cast<const char*>(sbrk(0));
+    for (const char* at = begin; at != nullptr && at + kSecretSize <= end; ++at) {
+        copies += isSecret(at) ? 1 : 0;
+    }
+    return copies;
+}
+
+TEST_F(Credential, hasNoCopyButTheOneInItsLog) {
+    const PersistentRecord record(std::string(2 * kSecretSize, '-'));
+    std::array<char, kSecretSize> secret{};
+    for (std::size_t at = 0; at < secret.size(); ++at) {
+        secret[at] = byteOfSecret(at);
+    }
+    const UniqueFd file(open(PersistentRecord::kPath, O_WRONLY | O_CLOEXEC));
+    ASSERT_EQ(pwrite(file.get(), secret.data(), secret.size(), kSecretSize), kSecretSize);
+    const auto log = std::make_unique<CConsoleLog>();
+    const char* const heap = beginOfHeap();
+    const int result = log->readCredential(&out_);
+    const int copies = copiesInHeap(heap);
+    ASSERT_EQ(result, kRead);
+    EXPECT_TRUE(isSecret(out_));
+    EXPECT_EQ(copies, heap == nullptr ? 0 : 1);
 }
 
 }  // namespace
