@@ -1,6 +1,7 @@
 // The service under the settings of its systemd unit, as far as they need no systemd (see as-unit).
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -117,6 +118,15 @@ TEST_F(UnitSettings, leaveTheServiceThreePowersAndNoWayToMore) {
         EXPECT_EQ(statusField(daemon, field), "000000000000002a") << field;
     }
     EXPECT_EQ(statusField(daemon, "NoNewPrivs"), "1");
+}
+
+TEST_F(UnitSettings, keepTheMemoryOfTheServiceOutOfCoreDumps) {
+    UnitService service;
+    ASSERT_TRUE(service.waitUntilStarted());
+    rlimit limit{1, 1};
+    ASSERT_EQ(prlimit(service->processId().value_or(-1), RLIMIT_CORE, nullptr, &limit), 0);
+    EXPECT_EQ(limit.rlim_cur, 0U);
+    EXPECT_EQ(limit.rlim_max, 0U);
 }
 
 TEST_F(UnitSettings, showSticksThatArePluggedLaterAndLetThemGo) {
