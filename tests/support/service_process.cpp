@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
+#include <sstream>
 
 #include "tests/support/coverage.h"
 #include "tests/support/paths.h"
@@ -19,8 +21,12 @@ constexpr rlim_t kGrowthWithoutThreads = 4 * kBytesPerKilobyte * kBytesPerKiloby
 constexpr rlim_t kStackWithoutLimit = 2 * kBytesPerKilobyte * kBytesPerKilobyte;
 
 std::vector<std::string> commandFor(const ServiceOptions& options) {
-    return runnableAfter(options.prefix, buildPath("com-morvane-transfer-service"),
-                         options.arguments);
+    std::vector<std::string> words = options.prefix;
+    if (const char* runner = std::getenv("MORVANE_SERVICE_RUNNER")) {
+        std::istringstream runnerWords(runner);
+        words.insert(words.end(), std::istream_iterator<std::string>(runnerWords), {});
+    }
+    return runnableAfter(words, buildPath("com-morvane-transfer-service"), options.arguments);
 }
 
 ChildOptions childOptionsFor(const ServiceOptions& options, const SanitizerReports& reports) {

@@ -28,6 +28,9 @@ extern const std::vector<std::string> kWithoutPowers;
 // Empty when forbidThreads() works here, else the reason why not.
 std::string whyThreadsCannotBeForbidden();
 
+// The words of the environment variable MORVANE_SERVICE_RUNNER, when set, are a command that is put
+// in front of the service; see scripts/checks/memcheck.
+//
 // Standard output goes through a raw pseudo-terminal, so that it arrives line by line and byte for
 // byte. The destructor ends the room and fails the test when a sanitizer reported anything; in
 // sanitizer builds it first lets the service exit, so that leaks are looked for.
