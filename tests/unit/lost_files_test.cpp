@@ -24,21 +24,28 @@ constexpr int kLives = 160;        // of the service, each with sticks of its ow
 constexpr int kCallsInALife = 24;  // few, for the texts of jobs are joined
 constexpr int kShards = 8;         // each a test of its own, so that they can run side by side
 
+// One life of the service.
+struct Life {
+    explicit Life(std::uint32_t seed) : caller(seed, HostileCaller::Text::AnyBytes) {}
+
+    HostileCaller caller;
+    ModelledSticks sticks{caller};
+    ModelService model{sticks.model()};
+    TfMngr manager;
+};
+
 class GeneratedCalls : public JobTest, public testing::WithParamInterface<int> {
 protected:
-    // A life of the service: random calls, and sticks that come and go in between.
+    // Random calls, and sticks that come and go in between.
     void live(std::uint32_t seed);
 
     std::map<std::string, int> answers_;  // how often each answer was given
 
 private:
-    void call(TfMngr& manager, ModelService& model, const Operation& operation);
-    JobCircumstances arrange(const ModelService& model, const Operation& operation);
-    void refuseJob();
+    void call(Life& life, const Operation& operation);
+    JobCircumstances arrange(Life& life, const Operation& operation);
+    void refuseJob(HostileCaller& caller);
     int callOnMachine(TfMngr& manager, const Operation& operation);
-
-    HostileCaller* caller_ = nullptr;
-    ModelledSticks* sticks_ = nullptr;
 };
 
 int performed(TfMngr& manager, const Operation& operation) {
@@ -68,8 +75,8 @@ int performed(TfMngr& manager, const Operation& operation) {
 }
 
 // The calls of the device manager that a backup asks for room with, each failing.
-void GeneratedCalls::refuseJob() {
-    switch (caller_->number(1, 4)) {
+void GeneratedCalls::refuseJob(HostileCaller& caller) {
+    switch (caller.number(1, 4)) {
         case 1:
             device_.order("BR.create", "null");
             break;
@@ -84,19 +91,19 @@ void GeneratedCalls::refuseJob() {
     }
 }
 
-JobCircumstances GeneratedCalls::arrange(const ModelService& model, const Operation& operation) {
+JobCircumstances GeneratedCalls::arrange(Life& life, const Operation& operation) {
     JobCircumstances job;
     device_.clearOrders();
     if (operation.request != Request::Backup) {
         return job;
     }
-    job.refused = caller_->happens(35);
+    job.refused = life.caller.happens(35);
     if (job.refused) {
-        refuseJob();
-    } else if (caller_->happens(80) && !model.wouldWriteIntoAPipe(operation)) {
-        job.writes = std::string(static_cast<std::size_t>(caller_->number(0, 50)), 'b');
+        refuseJob(life.caller);
+    } else if (life.caller.happens(80) && !life.model.wouldWriteIntoAPipe(operation)) {
+        job.writes = std::string(static_cast<std::size_t>(life.caller.number(0, 50)), 'b');
         device_.order("BR.backup", "write", std::to_string(job.writes->size()));
-        device_.orderStatus("BR.backup", caller_->number(0, 1));
+        device_.orderStatus("BR.backup", life.caller.number(0, 1));
     }
     return job;
 }
@@ -108,15 +115,15 @@ int GeneratedCalls::callOnMachine(TfMngr& manager, const Operation& operation) {
     return answer;
 }
 
-void GeneratedCalls::call(TfMngr& manager, ModelService& model, const Operation& operation) {
-    JobCircumstances job = arrange(model, operation);
+void GeneratedCalls::call(Life& life, const Operation& operation) {
+    JobCircumstances job = arrange(life, operation);
     // The size of a stick is the last that is asked: it may fail, or the stick may go just then.
-    const bool fails = !job.refused && caller_->happens(10);
-    const bool goes = !job.refused && !fails && caller_->happens(8);
-    const int pulled = goes ? caller_->number(1, 2) : 0;
+    const bool fails = !job.refused && life.caller.happens(10);
+    const bool goes = !job.refused && !fails && life.caller.happens(8);
+    const int pulled = goes ? life.caller.number(1, 2) : 0;
     job.lastCheck = [&] {
         if (pulled != 0) {
-            sticks_->pullFromModel(pulled);
+            life.sticks.pullFromModel(pulled);
         }
         return !fails;
     };
@@ -127,35 +134,30 @@ void GeneratedCalls::call(TfMngr& manager, ModelService& model, const Operation&
                 return 0;
             }
             if (pulled != 0) {
-                sticks_->pullFromMachine(pulled);
+                life.sticks.pullFromMachine(pulled);
             }
             return fails ? EIO : 0;
         });
-        answer = callOnMachine(manager, operation);
+        answer = callOnMachine(life.manager, operation);
     });
-    EXPECT_EQ(answer, model.answer(operation, job));
-    EXPECT_EQ(printed, model.takePrinted());
-    EXPECT_TRUE(sticks_->agree());
+    EXPECT_EQ(answer, life.model.answer(operation, job));
+    EXPECT_EQ(printed, life.model.takePrinted());
+    EXPECT_TRUE(life.sticks.agree());
     ++answers_[std::to_string(static_cast<int>(operation.request)) + ":" + std::to_string(answer)];
 }
 
 void GeneratedCalls::live(std::uint32_t seed) {
-    HostileCaller caller(seed, HostileCaller::Text::AnyBytes);
-    ModelledSticks sticks(caller);
-    ModelService model(sticks.model());
-    TfMngr manager;
-    caller_ = &caller;
-    sticks_ = &sticks;
+    Life life(seed);
     for (int number = 0; number < kCallsInALife && !HasFailure(); ++number) {
-        if (caller.happens(8)) {
-            sticks.exchange(caller.number(1, 2));
-        } else if (caller.happens(8)) {
-            sticks.setReadOnly(caller.number(1, 2), caller.happens(50));
+        if (life.caller.happens(8)) {
+            life.sticks.exchange(life.caller.number(1, 2));
+        } else if (life.caller.happens(8)) {
+            life.sticks.setReadOnly(life.caller.number(1, 2), life.caller.happens(50));
         }
-        const Operation operation = caller.next(sticks.model());
+        const Operation operation = life.caller.next(life.sticks.model());
         SCOPED_TRACE("seed " + std::to_string(seed) + ", call " + std::to_string(number) + ": " +
                      describe(operation));
-        call(manager, model, operation);
+        call(life, operation);
     }
 }
 
