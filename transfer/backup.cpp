@@ -18,7 +18,7 @@ constexpr const char* kDeviceNameKey = "DEVICE_INFO/transfername";
 std::string TfMngr::getDeviceName() {
     std::string name;
     VeskServiceInterface* const settings = VeskServiceInterface::getSingleton();
-    if (settings->startTransaction(true, true) != 0) {
+    if (settings == nullptr || settings->startTransaction(true, true) != 0) {
         return name;
     }
     // Kept: a failed read leaves the transaction open.

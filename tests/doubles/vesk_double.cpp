@@ -8,6 +8,8 @@ using device_double::record;
 
 namespace {
 
+constexpr const char* kSingleton = "Vesk.getSingleton";
+
 const char* asText(bool value) {
     return value ? "true" : "false";
 }
@@ -26,12 +28,15 @@ public:
 
 VeskServiceInterface* VeskServiceInterface::getSingleton() {
     static VeskServiceInterface theOnlyOne;
-    return &theOnlyOne;
+    return Orders(kSingleton).has("null") ? nullptr : &theOnlyOne;
 }
 
 int VeskServiceInterface::startTransaction(bool first, bool second) {
     record("call",
            std::string("Vesk.startTransaction(") + asText(first) + ", " + asText(second) + ")");
+    if (Orders(kSingleton).has("null")) {
+        record("violation", "Vesk.startTransaction without an object");
+    }
     const Orders orders("Vesk.startTransaction");
     orders.waitOrExit();
     return static_cast<int>(orders.number("status"));

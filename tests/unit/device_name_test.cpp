@@ -31,6 +31,12 @@ TEST_F(DeviceName, isEmptyWithoutATransaction) {
     EXPECT_THAT(device_.calls(), testing::ElementsAre(nameReading().front()));
 }
 
+TEST_F(DeviceName, isEmptyWithoutASettingsObject) {
+    device_.order("Vesk.getSingleton", "null");
+    EXPECT_EQ(manager_.getDeviceName(), "");
+    EXPECT_THAT(device_.calls(), testing::IsEmpty());
+}
+
 TEST_F(DeviceName, leavesTheTransactionOpenWhenItCannotBeRead) {
     device_.orderStatus("Vesk.getValue", -1);
     device_.order("Vesk.getValue", "value", "");
