@@ -1,0 +1,192 @@
+// Starts during which something fails.
+#include "faults/start_trials.h"
+
+#include <chrono>
+#include <cstdio>
+#include <set>
+
+#include "faults/call_faults.h"
+#include "faults/request_trials.h"
+#include "tests/support/paths.h"
+#include "tests/support/start_semaphores.h"
+#include "tests/support/system_bus.h"
+#include "tests/support/waiting.h"
+
+namespace faults {
+namespace {
+
+using test_support::Reply;
+using test_support::ServiceOptions;
+using test_support::ServiceProcess;
+using test_support::StartSemaphores;
+
+// The documented statuses; the loader's, when a library cannot be loaded; how GLib and the C
+// library end a process that cannot go on; a bus connection that GLib has given up.
+const std::set<std::string> kDefinedEnds{"status 1",   "status 2", "status 3", "status 255",
+                                         "status 127", "SIGABRT",  "SIGTRAP",  "SIGTERM"};
+
+using namespace std::chrono_literals;
+
+// Far longer than a start takes; then it is taken for one that waits for ever.
+constexpr auto kStartPatience = 20s;
+
+// GLib connects to the bus on a thread of its own, waits for it without a limit, and does not
+// notice when that thread cannot be made. A hazard that is documented, not a defect that this is to
+// find.
+bool isForWantOfAThread(const Fault& fault) {
+    static const std::set<std::string> kForThreads{"`clone`", "`clone3`", "`mmap`", "`mprotect`"};
+    return fault.error != kKill && kForThreads.count(fault.row) != 0 &&
+           !test_support::SystemBus::hasOwner(test_support::kServiceName);
+}
+
+const Method& asked() {
+    return methodNamed("GetDirectoryIndex");
+}
+
+Reply ask() {
+    return call(test_support::SystemBus(), asked());
+}
+
+// Whether the service comes up before it ends.
+bool comesUp(ServiceProcess& service) {
+    bool up = false;
+    test_support::waitUntil(
+        [&] {
+            up = service.processId() && ask().error.empty();
+            return up || service.hasEnded();
+        },
+        kStartPatience);
+    return up;
+}
+
+}  // namespace
+
+StartTrials::StartTrials(bool asDaemon, const Scene& scene, Selection& selection, Report& report)
+    : asDaemon_(asDaemon),
+      group_(asDaemon ? group::kDaemon : group::kForeground),
+      scene_(scene),
+      selection_(selection),
+      report_(report) {}
+
+ServiceOptions StartTrials::options(const std::vector<std::string>& prefix) const {
+    ServiceOptions options;
+    options.environment = {"LD_LIBRARY_PATH=" + test_support::buildPath("faults")};
+    options.prefix = prefix;
+    if (asDaemon_) {
+        options.arguments = {"-d"};
+    }
+    return options;
+}
+
+void StartTrials::run() {
+    if (!selection_.mayWant(group_)) {
+        return;
+    }
+    scene_.prepare();
+    const std::vector<Fault> possible = possibleFaults();
+    std::size_t tried = 0;
+    for (const Fault& fault : possible) {
+        if (selection_.wants(group_, fault.row, fault.name)) {
+            report_.add(group_, fault.row, fault.name, tryFault(fault));
+            // So that every start makes the same calls.
+            StartSemaphores().remove();
+            ++tried;
+        }
+    }
+    std::printf("%s: %zu of %zu faults\n", group_.c_str(), tried, possible.size());
+    std::fflush(stdout);
+}
+
+std::vector<Fault> StartTrials::possibleFaults() const {
+    CallWatch watch;
+    watch.arm();
+    ServiceProcess service(options(watch.prefix()));
+    const bool up = comesUp(service);
+    const std::string fault = up ? faultOf(service) : "the service does not come up";
+    watch.disarm();
+    if (!fault.empty()) {
+        report_.complain(group_ + ": " + fault);
+    }
+    return likeliestFaultsOf(watch.calls());
+}
+
+Verdict StartTrials::tryFault(const Fault& fault) const {
+    CallWatch watch;
+    watch.arm(WatchedCall{fault.caller, fault.what, fault.nth}, fault.error);
+    ServiceProcess service(options(watch.prefix()));
+    const bool up = comesUp(service);
+    const bool happened = watch.disarm();
+    if (!up && !service.hasEnded()) {
+        return whenNeither(service, fault);
+    }
+    Verdict verdict = up ? whenUp(service) : whenEnded(service, fault);
+    if (service.hasEnded()) {
+        verdict = whenEnded(service, fault);  // killed behind its first answer
+    }
+    if (!happened && verdict.outcome != Outcome::Wrong) {
+        verdict.outcome = Outcome::NotReached;
+    }
+    return verdict;
+}
+
+Verdict StartTrials::whenUp(ServiceProcess& service) const {
+    const std::string fault = faultOf(service);
+    if (fault == "the launcher ends by status 1" || fault == "the launcher ends by SIGKILL") {
+        return {Outcome::Served, fault};
+    }
+    return fault.empty() ? Verdict{Outcome::Served, ""} : Verdict{Outcome::Wrong, fault};
+}
+
+std::string StartTrials::faultOf(ServiceProcess& service) const {
+    const Reply reply = ask();
+    if (!reply.error.empty()) {
+        return "answers " + reply.text();
+    }
+    if (!asDaemon_) {
+        return "";
+    }
+    const auto end = service.waitForCommandEnd();
+    if (!end) {
+        return "the launcher does not end";
+    }
+    if (*end != test_support::exited(0)) {
+        return "the launcher ends by " + endName(*end);
+    }
+    return test_support::waitUntil([] { return !StartSemaphores::exists(); })
+               ? ""
+               : "the semaphore set stays";
+}
+
+Verdict StartTrials::whenEnded(ServiceProcess& service, const Fault& fault) const {
+    const auto end = service.waitForCommandEnd();
+    const std::string how = (asDaemon_ ? "launcher " : "") + (end ? endName(*end) : "nothing");
+    if (!end || !endIsDefined(endName(*end), fault)) {
+        return {Outcome::Wrong, "ended by " + how + ": " + service.standardError()};
+    }
+    const std::string next = cleanStartFault();
+    return next.empty() ? Verdict{Outcome::Ended, how}
+                        : Verdict{Outcome::Wrong, "ended by " + how + ", and then " + next};
+}
+
+Verdict StartTrials::whenNeither(ServiceProcess& service, const Fault& fault) const {
+    const bool known = isForWantOfAThread(fault);
+    service.kill();
+    const std::string next = cleanStartFault();
+    if (!known || !next.empty()) {
+        return {Outcome::Wrong,
+                "neither answers nor ends" + (next.empty() ? "" : ", and then " + next)};
+    }
+    return {Outcome::Waits, "waits for ever"};
+}
+
+bool StartTrials::endIsDefined(const std::string& end, const Fault& fault) const {
+    return kDefinedEnds.count(end) != 0 || (fault.error == kKill && end == "SIGKILL") ||
+           (asDaemon_ && end == "status 0") || (fault.caller == "loader" && end == "SIGSEGV");
+}
+
+std::string StartTrials::cleanStartFault() const {
+    ServiceProcess next(options());
+    return comesUp(next) ? faultOf(next) : "the next start does not come up";
+}
+
+}  // namespace faults
