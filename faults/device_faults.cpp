@@ -113,6 +113,11 @@ std::vector<Fault> FailingDevice::noted() const {
     return faults;
 }
 
+std::string FailingDevice::misuse() const {
+    const std::vector<std::string> violations = device_.violations();
+    return violations.empty() ? "" : violations.front();
+}
+
 std::set<std::string> FailingDevice::definedEnds() const {
     return {std::string("status ") + kEndStatus};
 }

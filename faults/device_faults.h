@@ -14,6 +14,7 @@ public:
     void arm(const Fault* fault) override;
     bool disarm() override;
     std::vector<Fault> noted() const override;
+    std::string misuse() const override;
     std::set<std::string> definedEnds() const override;
 
 private:

@@ -43,6 +43,9 @@ public:
     // that is not known.
     virtual std::optional<bool> jobBegan() const { return std::nullopt; }
 
+    // What the service has done since arm() that it may not do; empty when nothing is known.
+    virtual std::string misuse() const { return ""; }
+
     // How the service may end for it, such as "status 2" or "SIGABRT".
     virtual std::set<std::string> definedEnds() const = 0;
 };

@@ -2,6 +2,7 @@
 #include "faults/request_trials.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,10 @@ using test_support::Reply;
 // The name that was lost with the bus; memory that GLib or a string could not have; a bus
 // connection that GLib has given up.
 const std::set<std::string> kDefinedEnds{"status 2", "SIGABRT", "SIGTRAP", "SIGTERM"};
+
+using namespace std::chrono_literals;
+
+constexpr auto kSettling = 20s;  // far longer than a job takes here
 
 // What the bus says to a call whose answerer has gone.
 bool isOfNobody(const Reply& reply) {
@@ -81,11 +86,11 @@ bool Life::isSettled() const {
 }
 
 std::string Life::settle() const {
-    if (test_support::waitUntil([this] { return !runs() || isSettled(); })) {
+    if (test_support::waitUntil([this] { return !runs() || isSettled(); }, kSettling)) {
         return "";
     }
-    std::string left = std::to_string(test_support::threadsOf(process_) - threads_) +
-                       " threads more, descriptors:";
+    std::string left = std::to_string(test_support::threadsOf(process_)) + " threads, " +
+                       std::to_string(threads_) + " before, descriptors:";
     for (const std::string& descriptor : descriptors()) {
         left += " " + descriptor;
     }
@@ -179,6 +184,9 @@ Verdict RequestTrials::afterRequest(const Method& method, const Reply& reply) {
     const std::string damage = scene_.damage(method);
     if (!damage.empty()) {
         return {Outcome::Wrong, damage};
+    }
+    if (!injector_.misuse().empty()) {
+        return {Outcome::Wrong, injector_.misuse()};
     }
     if (contradictsDeeds(method, reply)) {
         return {Outcome::Wrong, "answered " + reply.text() + " against what was done"};

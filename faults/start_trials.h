@@ -25,7 +25,7 @@ private:
     test_support::ServiceOptions options(const std::vector<std::string>& prefix = {}) const;
     std::vector<Fault> possibleFaults() const;
     Verdict tryFault(const Fault& fault) const;
-    Verdict whenUp(test_support::ServiceProcess& service) const;
+    Verdict whenUp(test_support::ServiceProcess& service, const Fault& fault) const;
     Verdict whenEnded(test_support::ServiceProcess& service, const Fault& fault) const;
     Verdict whenNeither(test_support::ServiceProcess& service, const Fault& fault) const;
     bool endIsDefined(const std::string& end, const Fault& fault) const;

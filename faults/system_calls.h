@@ -13,8 +13,6 @@ const std::vector<int>& errorsOf(long number);
 // "openat"; the number itself for a call that system_calls.cpp does not list.
 std::string systemCallName(long number);
 
-bool isListed(long number);
-
 // "EMFILE".
 std::string errorName(int error);
 
