@@ -19,7 +19,7 @@ constexpr const char* kEndStatus = "7";
 
 constexpr Kind kKinds[] = {
     {"returns null", "null", "", ".create"},
-    {"returns null", "null", "", ".getSingleton"},
+    {"returns null", "absent", "", ".getSingleton"},
     {"fails", "status", "1", "."},
     {"fails with a status beyond 32 bits", "status", "4294967296", "R."},
     {"fails with a status beyond 32 bits", "status", "4294967296", "U."},
@@ -40,7 +40,7 @@ bool givesNoStatus(const std::string& operation) {
 }
 
 bool canDo(const std::string& operation, const Kind& kind) {
-    if (operation == "Vesk.getSingleton" && std::strcmp(kind.key, "null") != 0) {
+    if (operation == "Vesk.getSingleton" && std::strcmp(kind.key, "absent") != 0) {
         return false;
     }
     return operation.find(kind.operations) != std::string::npos &&

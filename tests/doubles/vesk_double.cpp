@@ -28,13 +28,13 @@ public:
 
 VeskServiceInterface* VeskServiceInterface::getSingleton() {
     static VeskServiceInterface theOnlyOne;
-    return Orders(kSingleton).has("null") ? nullptr : &theOnlyOne;
+    return Orders(kSingleton).has("absent") ? nullptr : &theOnlyOne;
 }
 
 int VeskServiceInterface::startTransaction(bool first, bool second) {
     record("call",
            std::string("Vesk.startTransaction(") + asText(first) + ", " + asText(second) + ")");
-    if (Orders(kSingleton).has("null")) {
+    if (Orders(kSingleton).has("absent")) {
         record("violation", "Vesk.startTransaction without an object");
     }
     const Orders orders("Vesk.startTransaction");

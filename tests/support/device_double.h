@@ -27,9 +27,9 @@ struct DoubleRecord {
 // Operations: BR.create BR.connect BR.disconnect BR.setLog BR.backup BR.restore BR.getBackupSize
 // BR.checkBackupFile BR.setWorkDirectory BR.destroy, FU.create FU.connect FU.disconnect FU.setLog
 // FU.update FU.checkFirmwareFile FU.setWorkDirectory FU.destroy, Vesk.startTransaction
-// Vesk.getValue Vesk.stopTransaction, and "*" for all. Vesk.getSingleton knows "null" alone.
+// Vesk.getValue Vesk.stopTransaction, and "*" for all. Vesk.getSingleton knows "absent" alone.
 //
-// Keys: "status N" result; "null" creation fails, or there is no object; "bytes N" size that
+// Keys: "status N" result; "null" creation fails; "absent" there is no object; "bytes N" size that
 // getBackupSize gives (untouched without); "value TEXT" setting that getValue gives; "reject TEXT"
 // a check of a path that holds TEXT fails, may stand several times; "write N" backup writes a file
 // of N bytes; "log DIGITS" log slots to call, "012345" unless said, 6 is readCredential and

@@ -32,7 +32,7 @@ TEST_F(DeviceName, isEmptyWithoutATransaction) {
 }
 
 TEST_F(DeviceName, isEmptyWithoutASettingsObject) {
-    device_.order("Vesk.getSingleton", "null");
+    device_.order("Vesk.getSingleton", "absent");
     EXPECT_EQ(manager_.getDeviceName(), "");
     EXPECT_THAT(device_.calls(), testing::IsEmpty());
 }
