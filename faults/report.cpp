@@ -24,8 +24,8 @@ std::size_t countOf(const std::map<Outcome, std::size_t>& counts, Outcome outcom
 }  // namespace
 
 bool Selection::wants(const std::string& group, const std::string& row, const std::string& name) {
-    if (!word_.empty()) {
-        return (group + " " + name).find(word_) != std::string::npos;
+    if ((group + " " + name).find(word_) == std::string::npos) {
+        return false;
     }
     const bool first = rows_.insert(group + " " + row).second;
     return offered_[group]++ % every_ == 0 || first;

@@ -32,8 +32,8 @@ struct Verdict {
     std::string how;  // how the process ended, or what is wrong
 };
 
-// Which faults are tried: those whose whole name holds the word or, without a word, each `every`th
-// and the first of each row.
+// Which faults are tried: of those whose whole name holds the word each `every`th, and the first of
+// each row.
 class Selection {
 public:
     Selection(std::string word, unsigned every) : word_(std::move(word)), every_(every) {}

@@ -70,6 +70,8 @@ const Table& failing() {
         {SYS_recvfrom, {"recvfrom", kReceiving}},
         {SYS_recvmsg, {"recvmsg", kReceiving}},
         {SYS_rmdir, {"rmdir", kRemoving}},
+        {SYS_sched_getattr, {"sched_getattr", {EPERM, ENOSYS}}},
+        {SYS_sched_setattr, {"sched_setattr", {EPERM, ENOSYS}}},
         {SYS_semctl, {"semctl", {EIDRM, EACCES, EPERM}}},
         {SYS_semget, {"semget", {ENOSPC, EACCES, ENOMEM}}},
         {SYS_semop, {"semop", {EIDRM, EINTR, ENOMEM, ENOSPC}}},
