@@ -40,12 +40,14 @@ std::vector<Fault> faultsOf(const std::vector<WatchedCall>& calls) {
     return faults;
 }
 
-std::vector<Fault> likeliestFaultsOf(const std::vector<WatchedCall>& calls) {
+std::vector<Fault> startFaultsOf(const std::vector<WatchedCall>& calls) {
     std::vector<Fault> faults;
     for (const WatchedCall& call : calls) {
-        const std::vector<int>& errors = errorsAt(call);
-        if (!errors.empty()) {
-            faults.push_back(faultOf(call, errors.front()));
+        for (const int error : errorsAt(call)) {
+            faults.push_back(faultOf(call, error));
+            if (call.caller == kLoader) {
+                break;
+            }
         }
         faults.push_back(faultOf(call, kKill));
     }

@@ -11,8 +11,8 @@ namespace faults {
 // Every error of every call among `calls`.
 std::vector<Fault> faultsOf(const std::vector<WatchedCall>& calls);
 
-// The likeliest error of each call, and that its caller is killed there.
-std::vector<Fault> likeliestFaultsOf(const std::vector<WatchedCall>& calls);
+// Every error of every call, but for the loader the likeliest; and that the caller is killed there.
+std::vector<Fault> startFaultsOf(const std::vector<WatchedCall>& calls);
 
 // One system call of the service fails.
 class FailingCalls : public Injector {

@@ -28,7 +28,6 @@ namespace {
 using test_support::UniqueFd;
 
 constexpr const char* kService = "com-morvane-transfer-service";
-const std::string kLoader = "loader";
 constexpr std::size_t kKernelName = 15;  // bytes of a thread's name that the kernel keeps
 
 [[noreturn]] void fail(const char* what) {
@@ -162,7 +161,7 @@ std::optional<seccomp_notif_resp> CallWatch::decide(const seccomp_notif& request
         return response;
     }
     const std::lock_guard lock(mutex_);
-    const std::string& name = loaded_ ? caller.name : kLoader;
+    const std::string name = loaded_ ? caller.name : kLoader;
     loaded_ = loaded_ || number == SYS_munmap;  // the last that the loader does
     if (armed_) {
         const WatchedCall call{name, number, ++counts_[{name, number}],

@@ -28,6 +28,7 @@ struct WatchedCall {
 };
 
 inline constexpr const char* kJob = "job";
+inline constexpr const char* kLoader = "loader";
 inline constexpr int kKill = -1;  // in place of an error number: the caller is killed instead
 
 // Calls of a program that the service has started and that is another one are let through. The

@@ -111,7 +111,7 @@ std::vector<Fault> StartTrials::possibleFaults() const {
     if (!fault.empty()) {
         report_.complain(group_ + ": " + fault);
     }
-    return likeliestFaultsOf(watch.calls());
+    return startFaultsOf(watch.calls());
 }
 
 Verdict StartTrials::tryFault(const Fault& fault) const {
@@ -186,7 +186,7 @@ Verdict StartTrials::whenNeither(ServiceProcess& service, const Fault& fault) co
 
 bool StartTrials::endIsDefined(const std::string& end, const Fault& fault) const {
     return kDefinedEnds.count(end) != 0 || (fault.error == kKill && end == "SIGKILL") ||
-           (asDaemon_ && end == "status 0") || (fault.caller == "loader" && end == "SIGSEGV");
+           (asDaemon_ && end == "status 0") || (fault.caller == kLoader && end == "SIGSEGV");
 }
 
 std::string StartTrials::cleanStartFault() const {

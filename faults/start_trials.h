@@ -18,7 +18,7 @@ public:
     // All outlive it.
     StartTrials(bool asDaemon, const Scene& scene, Selection& selection, Report& report);
 
-    // Each system call fails in its likeliest way, and the process is killed at each.
+    // Each system call fails in each way, and the process is killed at each.
     void run();
 
 private:
