@@ -188,13 +188,14 @@ Verdict RequestTrials::afterRequest(const Method& method, const Reply& reply) {
     if (!injector_.misuse().empty()) {
         return {Outcome::Wrong, injector_.misuse()};
     }
-    if (contradictsDeeds(method, reply)) {
-        return {Outcome::Wrong, "answered " + reply.text() + " against what was done"};
-    }
+    const bool contradiction = contradictsDeeds(method, reply);
     const Method& nextMethod = method.startsJob ? harmlessMethod() : method;
     const Reply next = callAgain(nextMethod);
     if (isOfNobody(next)) {
         return afterEnd(method);  // what failed came behind the answer
+    }
+    if (contradiction) {
+        return {Outcome::Wrong, "answered " + reply.text() + " against what was done"};
     }
     if (!isUsual(nextMethod, next)) {
         return {Outcome::Wrong, "the next call is answered by " + next.text()};
