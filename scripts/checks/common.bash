@@ -14,5 +14,5 @@ testUnder() {
     shift
     . scripts/setup.bash
     build "$preset"
-    "$@" ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure
+    "$@" ctest --test-dir "build/$preset" --output-on-failure
 }
