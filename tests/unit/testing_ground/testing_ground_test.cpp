@@ -191,7 +191,8 @@ TEST(ProcessTable, countsDescriptorsAndThreads) {
     const std::size_t before = openDescriptorsOf(getpid()).size();
     const UniqueFd fd(dup(0));
     EXPECT_EQ(openDescriptorsOf(getpid()).size(), before + 1);
-    const ChildProcess other({"sleep", "infinity"});
+    const ChildProcess other({"sh", "-c", "echo begun; exec sleep infinity"});
+    ASSERT_TRUE(other.waitForOutput("begun"));  // before, it is this program, with its threads
     EXPECT_EQ(threadsOf(other.id()), 1);
 }
 
