@@ -13,7 +13,8 @@ readonly kLeftBytes=4096 # on a stick that is nearly full
 # shellcheck disable=SC2034 # for those who source this
 readonly kJobSeconds=3 # long enough to be watched
 # What has to stand in front of the programs of this build, which is nothing unless it is for another processor.
-read -ra emulator <"$build/emulator" || true # an empty line is no failure
+emulator=()
+[[ ! -s $build/emulator ]] || read -ra emulator <"$build/emulator"
 readonly simulator=("${emulator[@]}" "$build/device-manager-simulator")
 
 explain() {
