@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tests/bus/job_calls.h"
 #include "tests/bus/steady_service.h"
 #include "tests/support/files.h"
@@ -54,6 +56,7 @@ TEST_F(DeviceManager, thatRefusedIsAskedAgainByTheNextRequest) {
 }
 
 TEST_F(DeviceManager, thatAsksForTheCredentialAcceptsNobodyWithoutOne) {
+    std::filesystem::remove(PersistentRecord::kPath);  // of the simulator before
     Simulator simulator(state_.path(), {"--job-seconds", "0"});
     // The port is bound before the record is made.
     ASSERT_TRUE(eventually([] { return readFile(PersistentRecord::kPath).size() == 128; },
