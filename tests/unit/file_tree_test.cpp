@@ -41,6 +41,8 @@ TEST_F(PackageListing, FindsBackupFilesOrUpdateFiles) {
     stick_.addFile("a/d.PSB");
     stick_.addFile("a/e.FWF");
     stick_.addFile("a/psb");
+    stick_.addFile("a/f.fw");
+    stick_.addFile("a/g.ps");
     EXPECT_THAT(placesOf(backup("")), ElementsAre("a b.psb"));
     EXPECT_THAT(placesOf(update("")), ElementsAre("a c.fwf"));
 }

@@ -27,7 +27,7 @@ protected:
 
 TEST_F(OsUpdate, refusesANameWithoutTheMarker) {
     stick_.addFile("update.psb");
-    for (const char* name : {"", "update.psb", "a.FWF", "fwf", "a.txt"}) {
+    for (const char* name : {"", "update.psb", "a.FWF", "a.fw", "fwf", "a.txt"}) {
         EXPECT_EQ(update(stick_.name(), name), 1) << name;
         EXPECT_EQ(update("USB_X60.9", name), 1) << name;
     }
