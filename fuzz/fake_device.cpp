@@ -1,15 +1,13 @@
-// The device libraries inside a fuzz target.
+// The device manager's library inside a fuzz target.
 #include "fuzz/fake_device.h"
 
 #include "platform/device_manager_client.h"
-#include "platform/vesk_service_interface.h"
 
 namespace fuzz {
 
 std::function<bool(const std::string& path)> FakeDevice::accepts = [](const std::string&) {
     return true;
 };
-std::string FakeDevice::name;
 int FakeDevice::controllers = 0;
 
 namespace {
@@ -75,16 +73,3 @@ void FUDestroyController(IFUController* controller) {
     }
 }
 }
-
-VeskServiceInterface* VeskServiceInterface::getSingleton() {
-    static VeskServiceInterface singleton;
-    return &singleton;
-}
-int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
-    return 0;
-}
-int VeskServiceInterface::getValue(const std::string& /*key*/, std::string& value) {
-    value = FakeDevice::name;
-    return 0;
-}
-void VeskServiceInterface::stopTransaction() {}

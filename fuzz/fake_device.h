@@ -1,4 +1,4 @@
-// The device libraries inside a fuzz target: answers at once and keeps no record.
+// The device manager's library inside a fuzz target: answers at once and keeps no record.
 #pragma once
 
 #include <functional>
@@ -8,7 +8,6 @@ namespace fuzz {
 
 struct FakeDevice {
     static std::function<bool(const std::string& path)> accepts;  // asked for each file to check
-    static std::string name;                                      // of the device
     static int controllers;                                       // created and not yet destroyed
 };
 

@@ -7,8 +7,8 @@
 #include <ctime>
 #include <limits>
 
-#include "fuzz/fake_device.h"
 #include "fuzz/target.h"
+#include "tests/doubles/plain_vesk.h"
 #include "tests/unit/controlled_clock.h"
 #include "transfer/reply_encoding.h"
 #include "transfer/tf_mngr.h"
@@ -40,8 +40,8 @@ bool tellsTime(const std::string& stamp, std::time_t now) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const auto now = static_cast<std::time_t>(input.number() % kSeconds);
-    fuzz::FakeDevice::name = input.rest();
-    const std::string& device = fuzz::FakeDevice::name;
+    const std::string device = input.rest();
+    plain_vesk::deviceName = device;  // set anew before each use
     TfMngr& tested = manager();
 
     test_support::ControlledClock clock;

@@ -1,11 +1,10 @@
-// Both device libraries, without a system call or an allocation of their own: whatever fails is the
-// service's. Every operation succeeds, and connecting reads the credential as the libraries may.
+// The device manager's library, without a system call or an allocation of its own: whatever fails
+// is the service's. Every operation succeeds, and connecting reads the credential as the library
+// may.
 #include <array>
 #include <cstdint>
-#include <string>
 
 #include "platform/device_manager_client.h"
-#include "platform/vesk_service_interface.h"
 
 namespace {
 
@@ -57,16 +56,3 @@ IFUController* FUCreateController() {
 }
 void FUDestroyController(IFUController* /*controller*/) {}
 }
-
-VeskServiceInterface* VeskServiceInterface::getSingleton() {
-    static VeskServiceInterface settings;
-    return &settings;
-}
-int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
-    return 0;
-}
-int VeskServiceInterface::getValue(const std::string& /*key*/, std::string& value) {
-    value = "DEVICE";  // short enough to need no memory
-    return 0;
-}
-void VeskServiceInterface::stopTransaction() {}

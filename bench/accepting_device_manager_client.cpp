@@ -1,7 +1,6 @@
-// Device libraries that answer at once, so that the service's own cost shows: every package is
-// accepted.
+// A device manager's library that answers at once, so that the service's own cost shows: every
+// package is accepted.
 #include "platform/device_manager_client.h"
-#include "platform/vesk_service_interface.h"
 
 namespace {
 
@@ -39,19 +38,3 @@ IFUController* FUCreateController() {
 }
 
 void FUDestroyController(IFUController* /*controller*/) {}
-
-VeskServiceInterface* VeskServiceInterface::getSingleton() {
-    static VeskServiceInterface settings;
-    return &settings;
-}
-
-int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
-    return 0;
-}
-
-int VeskServiceInterface::getValue(const std::string& /*key*/, std::string& value) {
-    value = "DEVICE";
-    return 0;
-}
-
-void VeskServiceInterface::stopTransaction() {}

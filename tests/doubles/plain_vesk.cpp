@@ -1,0 +1,24 @@
+// The settings library at its plainest.
+#include "tests/doubles/plain_vesk.h"
+
+#include <string>
+
+#include "platform/vesk_service_interface.h"
+
+std::string_view plain_vesk::deviceName = "DEVICE";
+
+VeskServiceInterface* VeskServiceInterface::getSingleton() {
+    static VeskServiceInterface settings;
+    return &settings;
+}
+
+int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
+    return 0;
+}
+
+int VeskServiceInterface::getValue(const std::string& /*key*/, std::string& value) {
+    value = plain_vesk::deviceName;
+    return 0;
+}
+
+void VeskServiceInterface::stopTransaction() {}
