@@ -99,12 +99,18 @@ void ModelService::makePath(const std::string& path) {
     files_.makeDirectory(whole, kMadeMode);
 }
 
-int ModelService::backup(const Operation& operation, const JobCircumstances& job) {
-    if (!holds(operation.path, ".psb")) {
+// What every job is refused for: a path without `marker`, a stick that is not there. 0: for
+// neither.
+int ModelService::refusalOf(const Operation& operation, const char* marker) const {
+    if (!holds(operation.path, marker)) {
         return 1;
     }
-    if (!stickExists(operation.mount)) {
-        return 2;
+    return stickExists(operation.mount) ? 0 : 2;
+}
+
+int ModelService::backup(const Operation& operation, const JobCircumstances& job) {
+    if (const int refusal = refusalOf(operation, ".psb"); refusal != 0) {
+        return refusal;
     }
     if (job.refused || !job.lastCheck()) {
         return 3;
@@ -115,11 +121,8 @@ int ModelService::backup(const Operation& operation, const JobCircumstances& job
 }
 
 int ModelService::restore(const Operation& operation) {
-    if (!holds(operation.path, ".psb")) {
-        return 1;
-    }
-    if (!stickExists(operation.mount)) {
-        return 2;
+    if (const int refusal = refusalOf(operation, ".psb"); refusal != 0) {
+        return refusal;
     }
     store(0, operation.mount, operation.path);
     work({});
@@ -127,11 +130,8 @@ int ModelService::restore(const Operation& operation) {
 }
 
 int ModelService::update(const Operation& operation) {
-    if (!holds(operation.path, ".fwf")) {
-        return 1;
-    }
-    if (!stickExists(operation.mount)) {
-        return 2;
+    if (const int refusal = refusalOf(operation, ".fwf"); refusal != 0) {
+        return refusal;
     }
     if (!files_.kindOf(kBase + operation.mount + "/" + operation.path)) {
         return 5;

@@ -60,6 +60,7 @@ private:
     bool deleteFile(const std::string& mount, const std::string& path);
     bool createDirectory(const std::string& mount, const std::string& path);
     void makePath(const std::string& path);
+    int refusalOf(const Operation& operation, const char* marker) const;
     int backup(const Operation& operation, const JobCircumstances& job);
     int restore(const Operation& operation);
     int update(const Operation& operation);
