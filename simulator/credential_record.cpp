@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "simulator/simulated_device.h"
+#include "simulator/device_error.h"
 
 namespace {
 

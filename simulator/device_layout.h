@@ -9,5 +9,9 @@ constexpr const char* kDefaultCredentialRecord = "/mnt/usrdata/persistent/pdata.
 constexpr const char* kDataFolder = "data";
 constexpr const char* kFirmwareFolder = "firmware";
 
+// Relative to the firmware folder.
+constexpr const char* kVersionFile = "version";
+constexpr const char* kPayloadFile = "payload";
+
 // Relative to the data folder. A GKeyFile: the setting "GROUP/key" is `key` in [GROUP].
 constexpr const char* kSettingsFile = "settings/settings.ini";

@@ -2,9 +2,9 @@
 #include "simulator/device_manager_order.h"
 
 #include "com.morvane.devicemanager/com.morvane.devicemanager.h"
+#include "simulator/device_error.h"
 #include "simulator/gobject_pointer.h"
 #include "simulator/peer_protocol.h"
-#include "simulator/simulated_device.h"
 
 namespace {
 

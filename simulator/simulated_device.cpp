@@ -1,24 +1,21 @@
-// The simulated device: default contents, jobs, checks.
+// The jobs and checks of the simulated device.
 #include "simulator/simulated_device.h"
 
-#include <fcntl.h>
 #include <glib.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <fstream>
-#include <iterator>
-#include <memory>
-#include <random>
 #include <regex>
 #include <sstream>
 #include <system_error>
 #include <utility>
 
+#include "simulator/default_contents.h"
 #include "simulator/device_layout.h"
+#include "simulator/device_name.h"
+#include "simulator/state_folder.h"
 
 namespace {
 
@@ -26,15 +23,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kFullBackup = "fullbackup";
 constexpr const char* kFirmwareKind = "firmware";
-constexpr const char* kVersionFile = "version";
-constexpr const char* kPayloadFile = "payload";
-constexpr const char* kDefaultVersion = "1.4.0";
-constexpr const char* kStagingPrefix = ".incoming-";
-constexpr const char* kDeviceGroup = "DEVICE_INFO";
-constexpr const char* kDeviceNameKey = "transfername";
-constexpr std::size_t kRecipeCount = 12;
-constexpr std::size_t kPictureBytes = 65536;
-constexpr std::size_t kPayloadBytes = 262144;
 
 // Archive members of these kinds are named relative to the data folder.
 const std::vector<ArchiveKind>& backupKinds() {
@@ -74,90 +62,10 @@ auto withStatus(DeviceManagerStatus archiveStatus, Work work) {
     }
 }
 
-[[noreturn]] void failWith(const GError* error) {
-    throw DeviceError(DeviceManagerStatus::failed, error->message);
-}
-
-struct KeyFileUnref {
-    void operator()(GKeyFile* file) const { g_key_file_unref(file); }
-};
-using KeyFile = std::unique_ptr<GKeyFile, KeyFileUnref>;
-
-fs::path settingsPath(const fs::path& state) {
-    return state / kDataFolder / kSettingsFile;
-}
-
-KeyFile loadSettings(const fs::path& state) {
-    g_autoptr(GError) error = nullptr;
-    KeyFile settings(g_key_file_new());
-    if (g_key_file_load_from_file(settings.get(), settingsPath(state).c_str(),
-                                  G_KEY_FILE_KEEP_COMMENTS, &error) == FALSE) {
-        failWith(error);
-    }
-    return settings;
-}
-
-std::string readFile(const fs::path& path) {
-    g_autoptr(GError) error = nullptr;
-    g_autofree char* bytes = nullptr;
-    gsize count = 0;
-    if (g_file_get_contents(path.c_str(), &bytes, &count, &error) == FALSE) {
-        failWith(error);
-    }
-    return {bytes, count};
-}
-
-void writeFile(const fs::path& path, const std::string& bytes) {
-    g_autoptr(GError) error = nullptr;
-    fs::create_directories(path.parent_path());
-    if (g_file_set_contents(path.c_str(), bytes.data(), static_cast<gssize>(bytes.size()),
-                            &error) == FALSE) {
-        failWith(error);
-    }
-}
-
-// Bytes that do not compress, the same for the same seed.
-std::string noise(std::size_t count, unsigned seed) {
-    std::mt19937 generator(seed);
-    std::string bytes(count, '\0');
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(generator()); });
-    return bytes;
-}
-
 std::string now() {
     g_autoptr(GDateTime) time = g_date_time_new_now_utc();
     g_autofree char* text = g_date_time_format_iso8601(time);
     return text;
-}
-
-// A folder beside the contents that goes away with everything that is still in it.
-class StagingFolder {
-public:
-    explicit StagingFolder(const fs::path& state)
-        : path_((state / (std::string(kStagingPrefix) + "XXXXXX")).string()) {
-        if (mkdtemp(path_.data()) == nullptr) {
-            throw fs::filesystem_error("mkdtemp", path_,
-                                       std::error_code(errno, std::generic_category()));
-        }
-    }
-    StagingFolder(const StagingFolder&) = delete;
-    StagingFolder& operator=(const StagingFolder&) = delete;
-    ~StagingFolder() {
-        std::error_code ignored;  // the next start clears what is left
-        fs::remove_all(path_, ignored);
-    }
-    fs::path path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-// The one step that makes a restore or an update count: nobody ever sees half of it.
-void exchange(const fs::path& left, const fs::path& right) {
-    if (renameat2(AT_FDCWD, left.c_str(), AT_FDCWD, right.c_str(), RENAME_EXCHANGE) != 0) {
-        throw fs::filesystem_error("exchange", left, right,
-                                   std::error_code(errno, std::generic_category()));
-    }
 }
 
 class FolderReceiver final : public MemberReceiver {
@@ -202,8 +110,8 @@ std::vector<ArchiveMember> collect(const fs::path& base, const ArchiveKind& kind
             if (!entry.is_regular_file() || entry.is_symlink()) {
                 throw ArchiveError("not a plain file in the state folder");
             }
-            members.push_back(
-                {entry.path().lexically_relative(base).generic_string(), readFile(entry.path())});
+            members.push_back({entry.path().lexically_relative(base).generic_string(),
+                               readStateFile(entry.path())});
         }
     }
     std::sort(members.begin(), members.end(),
@@ -229,51 +137,6 @@ std::array<unsigned long, 4> parseVersion(const std::string& text) {
         numbers.at(i) = std::stoul(number);
     }
     return numbers;
-}
-
-void createData(const fs::path& data) {
-    writeFile(data / kSettingsFile,
-              "[DEVICE_INFO]\n"
-              "transfername=Morvane-X60\n"
-              "serial=X60-000042\n"
-              "\n"
-              "[DISPLAY]\n"
-              "brightness=80\n"
-              "language=en\n");
-    writeFile(data / "users/users.ini",
-              "[operator]\nlevel=1\n\n[service]\nlevel=5\n\n[admin]\nlevel=9\n");
-    for (std::size_t i = 1; i <= kRecipeCount; ++i) {
-        const std::string stem = "recipe-" + std::to_string(i);
-        std::ostringstream recipe;
-        recipe << "[Recipe]\nname=Recipe " << i << "\ntemperature=" << 60 + i
-               << "\npicture=" << stem << ".picture\n";
-        writeFile(data / "recipes" / (stem + ".ini"), recipe.str());
-        writeFile(data / "recipes" / (stem + ".picture"),
-                  noise(kPictureBytes, static_cast<unsigned>(i)));
-    }
-}
-
-void createFirmware(const fs::path& firmware) {
-    writeFile(firmware / kVersionFile, std::string(kDefaultVersion) + "\n");
-    writeFile(firmware / kPayloadFile, noise(kPayloadBytes, 0));
-}
-
-// Makes `folder` in one step, so that an interrupted start leaves nothing half filled.
-void createOnce(const fs::path& state, const char* folder, void (*create)(const fs::path&)) {
-    if (fs::exists(state / folder)) {
-        return;
-    }
-    const StagingFolder staging(state);
-    create(staging.path() / folder);
-    fs::rename(staging.path() / folder, state / folder);
-}
-
-void clearStaging(const fs::path& state) {
-    for (const auto& entry : fs::directory_iterator(state)) {
-        if (entry.path().filename().string().rfind(kStagingPrefix, 0) == 0) {
-            fs::remove_all(entry.path());
-        }
-    }
 }
 
 std::string summary(const ArchiveManifest& manifest) {
@@ -316,39 +179,15 @@ void writeUpdateFile(const std::string& path, const std::string& version) {
     const std::string name = std::string(kFirmwareFolder) + "/" + kPayloadFile;
     const auto seed = g_str_hash(version.c_str());
     withStatus(DeviceManagerStatus::failed, [&] {
-        return writeArchive(path, head, {{name, noise(kPayloadBytes, seed)}});
+        return writeArchive(path, head, {{name, firmwarePayload(seed)}});
     });
-}
-
-std::string deviceName(const fs::path& state) {
-    g_autoptr(GError) error = nullptr;
-    const KeyFile settings = loadSettings(state);
-    g_autofree char* name =
-        g_key_file_get_string(settings.get(), kDeviceGroup, kDeviceNameKey, &error);
-    if (name == nullptr) {
-        failWith(error);
-    }
-    return name;
-}
-
-void setDeviceName(const fs::path& state, const std::string& name) {
-    g_autoptr(GError) error = nullptr;
-    if (g_utf8_validate(name.data(), static_cast<gssize>(name.size()), nullptr) == FALSE) {
-        throw DeviceError(DeviceManagerStatus::failed, "a device name has to be UTF-8");
-    }
-    const KeyFile settings = loadSettings(state);
-    g_key_file_set_string(settings.get(), kDeviceGroup, kDeviceNameKey, name.c_str());
-    if (g_key_file_save_to_file(settings.get(), settingsPath(state).c_str(), &error) == FALSE) {
-        failWith(error);
-    }
 }
 
 SimulatedDevice::SimulatedDevice(fs::path state) : state_(std::move(state)) {
     withStatus(DeviceManagerStatus::failed, [&] {
         fs::create_directories(state_);
         clearStaging(state_);
-        createOnce(state_, kDataFolder, createData);
-        createOnce(state_, kFirmwareFolder, createFirmware);
+        createDefaultContents(state_);
     });
 }
 
@@ -377,7 +216,7 @@ std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) 
             fs::create_directories(staging.path() / kDataFolder / folder);
         }
         fs::create_directories(state_ / covered);
-        exchange(staging.path() / covered, state_ / covered);
+        exchangeFolders(staging.path() / covered, state_ / covered);
         return manifest.kind;
     });
 }
@@ -392,8 +231,8 @@ std::string SimulatedDevice::update(const std::string& path, const Pace& pace) {
         const ArchiveManifest manifest = readArchive(path, updateKinds(), &receiver, pace);
         requireInstallable(manifest, firmwareVersion());
         const fs::path firmware = staging.path() / kFirmwareFolder;
-        writeFile(firmware / kVersionFile, manifest.firmware + "\n");
-        exchange(firmware, state_ / kFirmwareFolder);
+        writeStateFile(firmware / kVersionFile, manifest.firmware + "\n");
+        exchangeFolders(firmware, state_ / kFirmwareFolder);
         return manifest.firmware;
     });
 }
@@ -422,7 +261,7 @@ std::string SimulatedDevice::checkFirmwareFile(const std::string& path) const {
 
 std::string SimulatedDevice::firmwareVersion() const {
     return withStatus(DeviceManagerStatus::failed, [&] {
-        std::istringstream text(readFile(state_ / kFirmwareFolder / kVersionFile));
+        std::istringstream text(readStateFile(state_ / kFirmwareFolder / kVersionFile));
         std::string version;
         std::getline(text, version);
         return version;

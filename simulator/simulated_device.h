@@ -5,19 +5,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 
 #include "simulator/backup_archive.h"
-#include "simulator/device_manager_status.h"
-
-// Why the device did not do what it was asked; what() says it in words.
-class DeviceError : public std::runtime_error {
-public:
-    DeviceError(DeviceManagerStatus statusValue, const std::string& text)
-        : std::runtime_error(text), status(statusValue) {}
-    DeviceManagerStatus status;
-};
+#include "simulator/device_error.h"
 
 // True when version `left` ("1.10.2": up to four numbers with dots) is newer than `right`; absent
 // numbers count as 0. Throws DeviceError for anything that is not a version.
@@ -25,12 +16,6 @@ bool isNewerVersion(const std::string& left, const std::string& right);
 
 // Writes an update file that installs `version`. Throws DeviceError.
 void writeUpdateFile(const std::string& path, const std::string& version);
-
-// The name in the settings of the device in the state folder. Throws DeviceError when it has none.
-std::string deviceName(const std::filesystem::path& state);
-// Gives it another; every other setting is kept. Throws DeviceError, also for a name that is not
-// UTF-8.
-void setDeviceName(const std::filesystem::path& state, const std::string& name);
 
 // Settings, recipes, users and firmware live in the state folder and nowhere else, so that they
 // outlast the process. All operations may be called from any thread; every failure is a

@@ -9,7 +9,7 @@
 #include <system_error>
 
 #include "simulator/action_log.h"
-#include "simulator/simulated_device.h"
+#include "simulator/device_error.h"
 
 namespace {
 

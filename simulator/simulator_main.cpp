@@ -13,6 +13,7 @@
 #include "simulator/device_layout.h"
 #include "simulator/device_manager_order.h"
 #include "simulator/device_manager_server.h"
+#include "simulator/device_name.h"
 #include "simulator/peer_protocol.h"
 #include "simulator/simulated_device.h"
 

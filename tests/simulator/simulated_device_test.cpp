@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "simulator/device_layout.h"
+#include "simulator/device_name.h"
 #include "tests/simulator/crafted_archive.h"
 #include "tests/support/files.h"
 

@@ -8,7 +8,7 @@
 #include <limits>
 #include <thread>
 
-#include "simulator/simulated_device.h"
+#include "simulator/device_error.h"
 
 namespace {
 
