@@ -1,0 +1,248 @@
+// A device manager that refuses, delays, hangs or dies on demand, and sticks pulled during its
+// jobs: what the client library hands on, and what is left behind.
+#include <gio/gio.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "simulator/peer_protocol.h"
+#include "tests/simulator/device_manager_fixture.h"
+#include "tests/support/files.h"
+#include "tests/support/stick.h"
+#include "tests/support/waiting.h"
+
+namespace test_support {
+namespace {
+
+using testing::HasSubstr;
+
+TEST_F(DeviceManagerClient, IsRefusedOnDemand) {
+    start({"--refuse"});
+    EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kRefused);
+}
+
+TEST_F(DeviceManagerClient, GetsTheReportedSize) {
+    start({"--report-size", "123456789012"});
+    std::uint64_t bytes = 0;
+    EXPECT_EQ(connected()->getBackupSize("recipes", &bytes), 0);
+    EXPECT_EQ(bytes, 123456789012U);
+}
+
+TEST_F(DeviceManagerClient, WaitsAsLongAsTheDeviceDelays) {
+    start({"--delay-ms", "200"});
+    const BackupRestore controller = connected();
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnusable);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
+}
+
+TEST_F(DeviceManagerClient, JobsTakeTheirTimeAtLeast) {
+    start({"--job-seconds", "0.3"});
+    makeUpdateFile();
+    const BackupRestore controller = connected();
+    const Update update = connectedUpdate();
+    for (const auto& job :
+         {std::function<std::int64_t()>(
+              [&] { return controller->backup(file_.c_str(), "userdatabase"); }),
+          std::function<std::int64_t()>([&] { return controller->restore(file_.c_str()); }),
+          std::function<std::int64_t()>([&] { return update->update(updateFile_.c_str()); })}) {
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(job(), 0);
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
+    }
+}
+
+TEST_F(DeviceManagerClient, FollowsOrdersWhileItRuns) {
+    start();
+    EXPECT_THAT(order("refuse"), HasSubstr("refuses connections"));
+    EXPECT_TRUE(simulator_->waitForOutput("device manager: refuses connections"));
+    EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kRefused);
+    EXPECT_THAT(order("accept"), HasSubstr("accepts connections"));
+    const BackupRestore controller = connected();
+
+    std::uint64_t real = 0;
+    std::uint64_t bytes = 0;
+    EXPECT_EQ(controller->getBackupSize("recipes", &real), 0);
+    order("report-size", "123456789012");
+    EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
+    EXPECT_EQ(bytes, 123456789012U);
+    order("real-size");
+    EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
+    EXPECT_EQ(bytes, real);
+
+    order("delay", "0.2");
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnusable);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
+}
+
+TEST_F(DeviceManagerClient, CallsThatHangGoOnOnceTheHangIsLifted) {
+    start({"--hang"});
+    const BackupRestore controller = backupRestore();
+    auto call = std::async(std::launch::async, [&] { return controller->connect(kEndpoint, ""); });
+    EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
+    EXPECT_THAT(order("status"), HasSubstr("hangs"));
+    order("accept");
+    EXPECT_EQ(call.get(), 0);
+
+    order("hang");
+    auto size = std::async(std::launch::async,
+                           [&] { return controller->getBackupSize("recipes", nullptr); });
+    EXPECT_TRUE(simulator_->waitForOutput("size of backup recipes: waits"));
+    order("accept");
+    EXPECT_EQ(size.get(), 0);
+}
+
+TEST_F(DeviceManagerClient, AHangHoldsUpARunningJob) {
+    start({"--job-seconds", "3600"});
+    const BackupRestore controller = connected();
+    auto job = std::async(std::launch::async,
+                          [&] { return controller->backup(file_.c_str(), "recipes"); });
+    ASSERT_TRUE(waitUntil([&] { return exists(file_) && std::filesystem::file_size(file_) > 0; }));
+    order("hang");
+    order("job-seconds", "0");
+    EXPECT_FALSE(simulator_->standardOutput().find(": done, ") != std::string::npos);
+    order("accept");
+    EXPECT_EQ(job.get(), 0);
+}
+
+TEST_F(DeviceManagerClient, CanBeToldInAJobToDie) {
+    start({"--job-seconds", "3600"});
+    const BackupRestore controller = connected();
+    auto job = std::async(std::launch::async,
+                          [&] { return controller->backup(file_.c_str(), "recipes"); });
+    EXPECT_TRUE(simulator_->waitForOutput("backup recipes to " + file_ + ": started"));
+    order("die-in-job");
+    give("job-seconds", "0");  // may die before it has answered
+    EXPECT_EQ(job.get(), kUnreachable);
+    EXPECT_EQ(simulator_->waitForEnd(), exited(3));
+}
+
+TEST_F(DeviceManagerClient, DropsWhatACallerThatHasGoneHadAskedFor) {
+    start();
+    const GObjectPointer<GDBusConnection> peer = openPeer();
+    ASSERT_NE(peer, nullptr);
+    order("hang");
+    g_dbus_connection_call(peer.get(), nullptr, kDeviceManagerObject, "com.morvane.devicemanager",
+                           "Connect", g_variant_new("(^ay)", log_.credential->c_str()), nullptr,
+                           G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+    EXPECT_TRUE(simulator_->waitForOutput("connect: waits"));
+    g_dbus_connection_close_sync(peer.get(), nullptr, nullptr);
+    order("accept");
+    EXPECT_TRUE(simulator_->waitForOutput("connect: FAILED (status 1): the caller has gone"));
+}
+
+TEST_F(DeviceManagerClient, ABackupFailsWhenItsStickIsPulled) {
+    Stick stick(1);
+    const std::string file = stick.path("a.psb");
+    start({"--job-seconds", "3600"});
+    const BackupRestore controller = connected();
+    auto job =
+        std::async(std::launch::async, [&] { return controller->backup(file.c_str(), "recipes"); });
+    ASSERT_TRUE(waitUntil([&] { return exists(file); }));
+    stick.pull();
+    const Stick other(1);
+    writeFile(file, "on another stick");
+    order("job-seconds", "0");
+    EXPECT_EQ(job.get(), number(DeviceManagerStatus::failed));
+    EXPECT_THAT(log_.messages, HasSubstr("the file is gone"));
+    EXPECT_EQ(readFile(file), "on another stick");
+}
+
+TEST_F(DeviceManagerClient, ARestoreFailsWhenItsStickIsPulledAndChangesNothing) {
+    Stick stick(1);
+    const std::string file = stick.path("a.psb");
+    start();
+    const BackupRestore controller = connected();
+    ASSERT_EQ(controller->backup(file.c_str(), "recipes"), 0);
+    writeFile(recipe(), "changed");
+    order("job-seconds", "3600");
+    auto job = std::async(std::launch::async, [&] { return controller->restore(file.c_str()); });
+    ASSERT_TRUE(waitUntil([&] { return isUnpacking(); }));
+    stick.pull();
+    order("job-seconds", "0");
+    EXPECT_EQ(job.get(), kUnusable);
+    EXPECT_THAT(log_.messages, HasSubstr("the file is gone"));
+    EXPECT_EQ(readFile(recipe()), "changed");
+}
+
+TEST_F(DeviceManagerClient, FailsWhenTheDeviceHangsAndThenDies) {
+    start({"--hang"});
+    std::thread end([&] {
+        EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
+        ::kill(simulator_->id(), SIGKILL);
+    });
+    EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kUnreachable);
+    end.join();
+}
+
+TEST_F(DeviceManagerClient, FailsWhenTheDeviceDiesInAJob) {
+    start({"--die-in-job"});
+    const BackupRestore controller = connected();
+    EXPECT_EQ(controller->backup(file_.c_str(), "fullbackup"), kUnreachable);
+    EXPECT_EQ(simulator_->waitForEnd(), exited(3));
+    EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnreachable);
+    EXPECT_GT(std::filesystem::file_size(file_), 0U);
+
+    start();
+    EXPECT_EQ(connected()->checkBackupFile(file_.c_str()), kUnusable);
+}
+
+TEST_F(DeviceManagerClient, DeathInARestoreOrUpdateChangesNothing) {
+    start();
+    ASSERT_EQ(connected()->backup(file_.c_str(), "fullbackup"), 0);
+    makeUpdateFile();
+    writeFile(recipe(), "changed");
+
+    simulator_->kill();
+    start({"--die-in-job"});
+    EXPECT_EQ(connected()->restore(file_.c_str()), kUnreachable);
+    EXPECT_EQ(simulator_->waitForEnd(), exited(3));
+    start({"--die-in-job"});
+    EXPECT_EQ(connectedUpdate()->update(updateFile_.c_str()), kUnreachable);
+    EXPECT_EQ(simulator_->waitForEnd(), exited(3));
+
+    start();
+    EXPECT_EQ(readFile(recipe()), "changed");
+    EXPECT_EQ(readFile(folder_.path("state/firmware/version")), "1.4.0\n");
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path("state"))) {
+        EXPECT_THAT(entry.path().filename().string(), testing::AnyOf("data", "firmware"));
+    }
+}
+
+TEST_F(DeviceManagerClient, ChecksAreAnsweredWhileAJobRuns) {
+    start();
+    const std::string small = folder_.path("small.psb");
+    ASSERT_EQ(connected()->backup(small.c_str(), "userdatabase"), 0);
+    simulator_->kill();
+    start({"--job-seconds", "3600"});
+
+    RecordingLog jobLog;
+    jobLog.credential = log_.credential;
+    const BackupRestore worker(BRCreateController());
+    worker->setLog(&jobLog);
+    ASSERT_EQ(worker->connect(kEndpoint, ""), 0);
+    auto job =
+        std::async(std::launch::async, [&] { return worker->backup(file_.c_str(), "fullbackup"); });
+    EXPECT_TRUE(simulator_->waitForOutput("backup fullbackup to " + file_ + ": started"));
+
+    const BackupRestore controller = connected();
+    EXPECT_EQ(controller->checkBackupFile(small.c_str()), 0);
+    EXPECT_EQ(controller->restore(small.c_str()), number(DeviceManagerStatus::busy));
+
+    // An orderly end gives the job up and takes its file away.
+    ::kill(simulator_->id(), SIGTERM);
+    EXPECT_NE(job.get(), 0);
+    EXPECT_EQ(simulator_->waitForEnd(), exited(0));
+    EXPECT_FALSE(exists(file_));
+}
+
+}  // namespace
+}  // namespace test_support
