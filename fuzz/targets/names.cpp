@@ -40,8 +40,9 @@ bool tellsTime(const std::string& stamp, std::time_t now) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const auto now = static_cast<std::time_t>(input.number() % kSeconds);
-    const std::string device = input.rest();
-    plain_vesk::deviceName = device;  // set anew before each use
+    static std::string device;  // as long as the settings library refers to it
+    device = input.rest();
+    plain_vesk::deviceName = device;
     TfMngr& tested = manager();
 
     test_support::ControlledClock clock;
