@@ -3,17 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <set>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "fuzz/bus_answers.h"
+#include "fuzz/bus_calls.h"
 #include "fuzz/hostile_text.h"
 #include "fuzz/private_world.h"
 #include "tests/support/files.h"
@@ -28,7 +29,6 @@ namespace {
 
 using test_support::SystemBus;
 
-constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 constexpr std::size_t kInFlight = 8;        // calls of one client
 constexpr std::size_t kRefillEvery = 2000;  // calls; the sticks are filled anew
 constexpr std::size_t kReportEvery = 50000;
@@ -69,204 +69,6 @@ Options readOptions(int argc, char** argv) {
     }
     return options;
 }
-
-// ---- what is called -------------------------------------------------------------------------
-
-struct Method {
-    const char* path;
-    const char* interface;
-    const char* name;
-    const char* in;   // signature, a character an argument
-    const char* out;  // type of the reply
-    bool startsJob;
-};
-
-constexpr const char* kTransfer = test_support::kTransferInterface;
-constexpr const char* kControl = test_support::kControlInterface;
-constexpr const char* kObject = test_support::kTransferPath;
-constexpr const char* kControlObject = test_support::kControlPath;
-
-constexpr std::array<Method, 22> kMethods{{
-    {kObject, kTransfer, "GetUSBStickDetails", "", "(av)", false},
-    {kObject, kTransfer, "GetStickDetailsWithCount", "", "(vu)", false},
-    {kObject, kTransfer, "ValidateBackupSize", "us", "(b)", false},
-    {kObject, kTransfer, "GetBackupFileName", "u", "(s)", false},
-    {kObject, kTransfer, "GetDirectoryIndex", "ss", "(av)", false},
-    {kObject, kTransfer, "GetDirectoryIndexForUpdate", "ss", "(av)", false},
-    {kObject, kTransfer, "GetDirectoryIndexForBackup", "ss", "(av)", false},
-    {kObject, kTransfer, "DeleteFile", "ss", "(b)", false},
-    {kObject, kTransfer, "CreateDirectory", "ss", "(b)", false},
-    {kObject, kTransfer, "DoOSUpdate", "ss", "(i)", true},
-    {kObject, kTransfer, "DoBackup", "sus", "(i)", true},
-    {kObject, kTransfer, "DoRestore", "ss", "(i)", true},
-    {kObject, kTransfer, "GetRestoreFilesList", "ss", "(vi)", false},
-    {kObject, kTransfer, "GetUpdateFilesList", "ss", "(vi)", false},
-    {kObject, kTransfer, "GetBackupFilesList", "ss", "(vi)", false},
-    {kControlObject, kControl, "Quit", "", "()", false},
-    {kControlObject, kControl, "Init", "", "()", false},
-    {kObject, kProperties, "GetAll", "i", "(a{sv})", false},
-    {kObject, kProperties, "Get", "ip", "(v)", false},
-    {kObject, "org.freedesktop.DBus.Introspectable", "Introspect", "", "(s)", false},
-    {kControlObject, "org.freedesktop.DBus.Introspectable", "Introspect", "", "(s)", false},
-    {kControlObject, "org.freedesktop.DBus.Peer", "Ping", "", "()", false},
-}};
-
-std::string without(std::string text, const std::string& part) {
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part)) {
-        text.erase(at, part.size());
-    }
-    return text;
-}
-
-// A search walks all that it can reach: from the root of the file system on, through /proc, that
-// takes for ever. One ".." leads to the sticks' parent at most.
-bool searches(const Method& method) {
-    const std::string name = method.name;
-    return name.rfind("GetDirectoryIndexFor", 0) == 0 || name == "GetBackupFilesList" ||
-           name == "GetUpdateFilesList";
-}
-
-void keepNearTheSticks(std::array<std::string, 2>& texts) {
-    bool climbed = false;
-    for (std::string& text : texts) {
-        for (std::size_t at = text.find(".."); at != std::string::npos; at = text.find("..", at)) {
-            if (climbed) {
-                text.erase(at, 2);
-            } else {
-                climbed = true;
-                at += 2;
-            }
-        }
-    }
-}
-
-// The arguments of one call.
-class Arguments {
-public:
-    Arguments(Random& random, const Method& method, bool mayStartJob)
-        : random_(random), method_(method) {
-        chooseTexts(mayStartJob);
-    }
-
-    GVariant* build() {
-        GVariantBuilder builder;
-        g_variant_builder_init(&builder, G_VARIANT_TYPE_TUPLE);
-        std::size_t text = 0;
-        for (const char* type = method_.in; *type != '\0'; ++type) {
-            g_variant_builder_add_value(&builder, argument(*type, text));
-        }
-        return g_variant_builder_end(&builder);
-    }
-
-private:
-    // The mount and the path. A job that must not start has a path that none starts with, or a
-    // stick that is not there.
-    void chooseTexts(bool mayStartJob) {
-        texts_ = {hostileMount(random_), hostilePath(random_)};
-        if (searches(method_)) {
-            keepNearTheSticks(texts_);
-        }
-        if (!method_.startsJob) {
-            return;
-        }
-        if (mayStartJob) {
-            texts_ = {"USB_X60.1", "../USB_X60.1/" + hostilePath(random_) + ".psb"};
-        } else if (upTo(random_, 1) == 0) {
-            texts_[0] = "USB_X60.9/" + texts_[0];
-        } else {
-            texts_[1] = without(without(texts_[1], ".psb"), ".fwf");
-        }
-    }
-
-    GVariant* argument(char type, std::size_t& text) {
-        switch (type) {
-            case 's':
-                return g_variant_new_string(texts_.at(text++).c_str());
-            case 'u':
-                return g_variant_new_uint32(
-                    static_cast<guint32>(upTo(random_, 3) == 0 ? random_() : upTo(random_, 4)));
-            case 'i':
-                return g_variant_new_string(
-                    method_.interface == std::string(kProperties) ? kTransfer : "");
-            default:
-                return g_variant_new_string(upTo(random_, 1) == 0 ? "organizationName"
-                                                                  : "organizationDomain");
-        }
-    }
-
-    Random& random_;
-    const Method& method_;
-    std::array<std::string, 2> texts_;
-};
-
-// Arguments of types that no method takes.
-GVariant* wrongArguments(Random& random) {
-    const std::string text = hostileText(random);
-    switch (upTo(random, 3)) {
-        case 0:
-            return g_variant_new("(xs)", static_cast<gint64>(random()), text.c_str());
-        case 1:
-            return g_variant_new("(ssss)", text.c_str(), "", "", "");
-        case 2:
-            return g_variant_new("(v)", g_variant_new_string(text.c_str()));
-        default:
-            return g_variant_new("(a{sv})", nullptr);
-    }
-}
-
-// ---- the judgement --------------------------------------------------------------------------
-
-// What does not exist or is not allowed: the bus's policy answers some of it, GLib the rest.
-const std::set<std::string> kRefusals{"org.freedesktop.DBus.Error.UnknownMethod",
-                                      "org.freedesktop.DBus.Error.InvalidArgs",
-                                      "org.freedesktop.DBus.Error.AccessDenied"};
-
-// What one call may be answered.
-struct Expected {
-    std::string what;                // for a complaint
-    std::string type;                // of the reply; empty: an error
-    std::set<std::string> errors{};  // their names
-};
-
-bool isFlatList(GVariant* list) {
-    return g_variant_n_children(list) % 4 == 0;
-}
-
-// A count is that of the records, or 0 with the placeholder.
-bool countFits(GVariant* reply) {
-    g_autoptr(GVariant) box = g_variant_get_child_value(reply, 0);
-    g_autoptr(GVariant) tuple = g_variant_get_variant(box);
-    g_autoptr(GVariant) word = g_variant_get_child_value(reply, 1);
-    const std::size_t count = g_variant_is_of_type(word, G_VARIANT_TYPE_UINT32) != FALSE
-                                  ? g_variant_get_uint32(word)
-                                  : static_cast<std::size_t>(g_variant_get_int32(word));
-    const std::size_t records = g_variant_n_children(tuple) / 4;
-    return isFlatList(tuple) && records <= 63 && (count == records || (count == 0 && records == 1));
-}
-
-bool isJobResult(GVariant* reply) {
-    gint32 result = 0;
-    g_variant_get(reply, "(i)", &result);
-    return result >= -1 && result <= 5 && result != 4;
-}
-
-// What is wrong with a reply of the right type; empty when nothing is.
-std::string faultOf(GVariant* reply) {
-    const std::string type = g_variant_get_type_string(reply);
-    if (type == "(av)") {
-        g_autoptr(GVariant) list = g_variant_get_child_value(reply, 0);
-        return isFlatList(list) ? "" : "no multiple of four elements";
-    }
-    if (type == "(vu)" || type == "(vi)") {
-        return countFits(reply) ? "" : "the count does not fit the tuple";
-    }
-    if (type == "(i)") {
-        return isJobResult(reply) ? "" : "no result of a job";
-    }
-    return "";
-}
-
-// ---- the run --------------------------------------------------------------------------------
 
 class Run {
 public:
@@ -401,19 +203,7 @@ private:
     void judge(const Expected& expected, GVariant* reply, const GError* error) {
         --pending_;
         ++answered_;
-        if (reply != nullptr) {
-            const std::string type = g_variant_get_type_string(reply);
-            complain(expected, type == expected.type ? faultOf(reply) : "answered by " + type);
-            return;
-        }
-        const std::unique_ptr<char, decltype(&g_free)> name(g_dbus_error_get_remote_error(error),
-                                                            g_free);
-        const bool wanted = name != nullptr && expected.errors.count(name.get()) != 0;
-        complain(expected, wanted ? "" : error->message);
-    }
-
-    void complain(const Expected& expected, const std::string& fault) {
-        if (!fault.empty()) {
+        if (const std::string fault = faultOf(expected, reply, error); !fault.empty()) {
             ++complaints_;
             std::printf("after %zu calls: %s: %s\n", answered_, expected.what.c_str(),
                         fault.c_str());
