@@ -112,6 +112,15 @@ TEST(StaleSet, withOddValuesIsResetAndRemoved) {
     EXPECT_TRUE(eventually([] { return !StartSemaphores::exists(); }, "the set is removed"));
 }
 
+// Making a set clears the umask, too; here there is none to make.
+TEST(StaleSet, leavesTheDaemonWithoutItsLaunchersUmask) {
+    const StartSemaphores set;
+    set.make({1, 1});
+    ServiceProcess service{{{"-d"}, {}, {}, 077, {}}};
+    ASSERT_TRUE(service.waitUntilAnswers());
+    EXPECT_EQ(statusField(*service.processId(), "Umask"), "0000");
+}
+
 TEST(StaleSet, ofOneSemaphoreIsReportedAndRemovedAndNothingStarts) {
     const StartSemaphores set;
     set.make({1});
