@@ -22,7 +22,9 @@ std::vector<std::string> currentTestAlone() {
 
 ChildOptions marked() {
     ChildOptions options;
-    options.environment = {std::string(kMark) + "=1"};
+    // Where this process runs a share of the tests, the test may be none of the new one's share.
+    options.environment = {std::string(kMark) + "=1", "GTEST_TOTAL_SHARDS=1",
+                           "GTEST_SHARD_INDEX=0"};
     return options;
 }
 
