@@ -15,6 +15,7 @@
 #include "tests/support/device_double.h"
 #include "tests/support/files.h"
 #include "tests/support/persistent_record.h"
+#include "tests/support/process_table.h"
 #include "tests/support/service_process.h"
 #include "tests/support/stick.h"
 #include "tests/support/system_bus.h"
@@ -113,6 +114,20 @@ TEST_F(Jobs, withoutAThreadAnswerMinus1AfterASecondAndLeaveTheirTextsBehind) {
     EXPECT_TRUE(device_.waitForCall(
         "FU1.update(\"/media/usb/USB_X60.1USB_X60.1USB_X60.1USB_X60.1/u.fwfu.fwf\")"));
 }
+
+// Sanitizers have a heap of their own, and with 32 bits an arena is smaller than a stack.
+#if __SIZEOF_POINTER__ == 8 && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(Jobs, reserveAStackAndNoHeapOfTheirOwn) {
+    constexpr int kLessThanAnArena = 32 * 1024;  // kB; an arena reserves 64 MiB, a stack 8
+    const auto addressSpace = [this] {
+        return std::stoi(statusField(*service_.processId(), "VmSize").value());
+    };
+    const int before = addressSpace();
+    EXPECT_EQ(doRestore(bus_, "USB_X60.1", "a.psb"), 0);
+    ASSERT_TRUE(device_.waitForCall("BRDestroyController(BR1)"));
+    EXPECT_LT(addressSpace() - before, kLessThanAnArena);
+}
+#endif
 
 // Not under the thread sanitizer: each thread takes memory of its own there, and where that ends
 // the process is killed.
