@@ -23,6 +23,12 @@ namespace {
 
 using testing::HasSubstr;
 
+// A backup on a thread of its own; its result comes with the end. Both have to live that long.
+auto beginBackup(IBRController& controller, const std::string& file) {
+    return std::async(std::launch::async,
+                      [&] { return controller.backup(file.c_str(), "recipes"); });
+}
+
 TEST_F(DeviceManagerClient, IsRefusedOnDemand) {
     start({"--refuse"});
     EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kRefused);
@@ -103,8 +109,7 @@ TEST_F(DeviceManagerClient, CallsThatHangGoOnOnceTheHangIsLifted) {
 TEST_F(DeviceManagerClient, AHangHoldsUpARunningJob) {
     start({"--job-seconds", "3600"});
     const BackupRestore controller = connected();
-    auto job = std::async(std::launch::async,
-                          [&] { return controller->backup(file_.c_str(), "recipes"); });
+    auto job = beginBackup(*controller, file_);
     ASSERT_TRUE(waitUntil([&] { return exists(file_) && std::filesystem::file_size(file_) > 0; }));
     order("hang");
     order("job-seconds", "0");
@@ -116,8 +121,7 @@ TEST_F(DeviceManagerClient, AHangHoldsUpARunningJob) {
 TEST_F(DeviceManagerClient, CanBeToldInAJobToDie) {
     start({"--job-seconds", "3600"});
     const BackupRestore controller = connected();
-    auto job = std::async(std::launch::async,
-                          [&] { return controller->backup(file_.c_str(), "recipes"); });
+    auto job = beginBackup(*controller, file_);
     EXPECT_TRUE(simulator_->waitForOutput("backup recipes to " + file_ + ": started"));
     order("die-in-job");
     give("job-seconds", "0");  // may die before it has answered
@@ -144,8 +148,7 @@ TEST_F(DeviceManagerClient, ABackupFailsWhenItsStickIsPulled) {
     const std::string file = stick.path("a.psb");
     start({"--job-seconds", "3600"});
     const BackupRestore controller = connected();
-    auto job =
-        std::async(std::launch::async, [&] { return controller->backup(file.c_str(), "recipes"); });
+    auto job = beginBackup(*controller, file);
     ASSERT_TRUE(waitUntil([&] { return exists(file); }));
     stick.pull();
     const Stick other(1);
