@@ -9,15 +9,14 @@
 #include <vector>
 
 #include "fuzz/fake_device.h"
+#include "fuzz/one_stick.h"
 #include "fuzz/target.h"
-#include "tests/support/files.h"
-#include "transfer/tf_mngr.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using fuzz::kStick;
 
-constexpr const char* kStick = "/media/usb/USB_X60.1";
 constexpr std::size_t kKept = 255;  // bytes of a path
 
 // The directories that a walk makes are among the prefixes that end before a separator, and the
@@ -57,19 +56,11 @@ void clear() {
     }
 }
 
-TfMngr& manager() {
-    static TfMngr* const kManager = [] {
-        test_support::makeDirectories(kStick);
-        return new TfMngr;
-    }();
-    return *kManager;
-}
-
 }  // namespace
 
 // A path that leads out of the stick is used as it comes; only the sandbox is there to be changed.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    TfMngr& tested = manager();
+    TfMngr& tested = fuzz::manager();
     const std::string path = fuzz::upToZero(fuzz::Input(data, size).rest());
     const bool leaves = path.find("..") != std::string::npos;
     const std::string target = std::string(kStick) + "/" + path;

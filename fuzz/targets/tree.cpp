@@ -6,17 +6,17 @@
 #include <vector>
 
 #include "fuzz/fake_device.h"
+#include "fuzz/one_stick.h"
 #include "fuzz/target.h"
 #include "tests/support/files.h"
 #include "tests/unit/file_tree_model.h"
 #include "tests/unit/listing.h"
-#include "transfer/tf_mngr.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using fuzz::kStick;
 
-constexpr const char* kStick = "/media/usb/USB_X60.1";
 constexpr int kMostEntries = 120;
 constexpr int kMostLinks = 4;  // each way through them is walked
 constexpr int kMostDepth = 12;
@@ -65,18 +65,10 @@ private:
     std::vector<std::string> seen_;
 };
 
-TfMngr& manager() {
-    static TfMngr* const kManager = [] {
-        test_support::makeDirectories(kStick);
-        return new TfMngr;
-    }();
-    return *kManager;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    TfMngr& tested = manager();
+    TfMngr& tested = fuzz::manager();
     fuzz::Input input(data, size);
     const std::string rejected = std::to_string(input.byte());
     const std::string directory = input.upTo(1) == 0 ? "" : "tree";
