@@ -22,7 +22,6 @@ enum class Outcome {
     Served,      // as if nothing had happened
     Answered,    // by the failure that the interface defines
     Ended,       // the process has ended, in a defined way, and the next start is clean
-    Waits,       // for ever, as documented: a hazard
     NotReached,  // the fault did not happen: the calls came in another order
     Wrong,       // none of these
 };

@@ -27,7 +27,6 @@ private:
     Verdict tryFault(const Fault& fault) const;
     Verdict whenUp(test_support::ServiceProcess& service, const Fault& fault) const;
     Verdict whenEnded(test_support::ServiceProcess& service, const Fault& fault) const;
-    Verdict whenNeither(test_support::ServiceProcess& service, const Fault& fault) const;
     bool endIsDefined(const std::string& end, const Fault& fault) const;
     // What is wrong with a start in which nothing fails; empty when nothing is.
     std::string cleanStartFault() const;

@@ -9,6 +9,7 @@
 
 #include "service/daemonize.h"
 #include "service/service_log.h"
+#include "service/thread_watch.h"
 
 namespace com::morvane::dbus {
 namespace {
@@ -41,11 +42,13 @@ void runStartHooks() {
 }
 
 void onNameAcquired(GDBusConnection* connection, const gchar* /*name*/, gpointer /*loop*/) {
+    endThreadWatch();
     exportInterfaces(connection);
     runStartHooks();
 }
 
 void onNameAcquiredAsDaemon(GDBusConnection* connection, const gchar* /*name*/, gpointer /*loop*/) {
+    endThreadWatch();
     exportInterfaces(connection);
     signalStarter(semaphoreId);
     runStartHooks();
@@ -68,6 +71,15 @@ void onNameLostAsDaemon(GDBusConnection* /*connection*/, const gchar* /*name*/, 
     releaseStarterAndExit(semaphoreId);
 }
 
+// Without a thread there is no connection to the bus, which is a name lost.
+void onNoThread() {
+    onNameLost(nullptr, nullptr, nullptr);
+}
+
+void onNoThreadAsDaemon() {
+    onNameLostAsDaemon(nullptr, nullptr, nullptr);
+}
+
 }  // namespace
 
 guint MorvaneSystemBus::ownName(const std::string& name, GMainLoop* loop) {
@@ -78,6 +90,7 @@ guint MorvaneSystemBus::ownName(const std::string& name, GMainLoop* loop) {
     const bool daemon = semaphoreId >= 0;
     const auto flags = static_cast<GBusNameOwnerFlags>(G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT |
                                                        G_BUS_NAME_OWNER_FLAGS_REPLACE);
+    watchForThread(daemon ? onNoThreadAsDaemon : onNoThread);
     return g_bus_own_name(G_BUS_TYPE_SYSTEM, name.c_str(), flags, nullptr,
                           daemon ? onNameAcquiredAsDaemon : onNameAcquired,
                           daemon ? onNameLostAsDaemon : onNameLost, loop, nullptr);

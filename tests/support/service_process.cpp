@@ -18,6 +18,7 @@ namespace {
 constexpr rlim_t kBytesPerKilobyte = 1024;
 // More than the service needs to go on answering, less than the smallest default thread stack.
 constexpr rlim_t kGrowthWithoutThreads = 4 * kBytesPerKilobyte * kBytesPerKilobyte;
+constexpr pid_t kNoProcess = -1;  // 0 would be the test's own
 constexpr rlim_t kStackWithoutLimit = 2 * kBytesPerKilobyte * kBytesPerKilobyte;
 
 std::vector<std::string> commandFor(const ServiceOptions& options) {
@@ -77,6 +78,20 @@ std::string whyThreadsCannotBeForbidden() {
     return emulated() ? std::string(kEmulatorCannot) + "be kept from starting threads" : "";
 }
 
+testing::AssertionResult forbidThreadsIn(pid_t pid, unsigned further) {
+    const std::optional<std::string> size = statusField(pid, "VmSize");
+    if (!size) {
+        return testing::AssertionFailure() << "the service does not run";
+    }
+    return limitAddressSpace(pid, std::stoull(*size) * kBytesPerKilobyte + kGrowthWithoutThreads +
+                                      further * stackOfThreadsIn(pid));
+}
+
+testing::AssertionResult allowThreadsIn(pid_t pid) {
+    return isRunning(pid) ? limitAddressSpace(pid, RLIM_INFINITY)
+                          : testing::AssertionFailure() << "the service does not run";
+}
+
 ServiceProcess::ServiceProcess(const ServiceOptions& options)
     : RoomProcess(commandFor(options), childOptionsFor(options, *this)) {}
 
@@ -121,21 +136,11 @@ int ServiceProcess::threads() const {
 }
 
 testing::AssertionResult ServiceProcess::forbidThreads(unsigned further) const {
-    const std::optional<pid_t> pid = processId();
-    const std::optional<std::string> size = pid ? statusField(*pid, "VmSize") : std::nullopt;
-    if (!size) {
-        return testing::AssertionFailure() << "the service does not run";
-    }
-    return limitAddressSpace(*pid, std::stoull(*size) * kBytesPerKilobyte + kGrowthWithoutThreads +
-                                       further * stackOfThreadsIn(*pid));
+    return forbidThreadsIn(processId().value_or(kNoProcess), further);
 }
 
 testing::AssertionResult ServiceProcess::allowThreads() const {
-    const std::optional<pid_t> pid = processId();
-    if (!pid) {
-        return testing::AssertionFailure() << "the service does not run";
-    }
-    return limitAddressSpace(*pid, RLIM_INFINITY);
+    return allowThreadsIn(processId().value_or(kNoProcess));
 }
 
 std::optional<ProcessEnd> ServiceProcess::stop() {

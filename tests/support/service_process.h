@@ -25,7 +25,12 @@ struct ServiceOptions {
 // A prefix under which the service is root without root's powers, so that file modes count.
 extern const std::vector<std::string> kWithoutPowers;
 
-// Empty when forbidThreads() works here, else the reason why not.
+// Until allowThreadsIn() the process can start just `further` threads, those that it joins not
+// counted: its address space may not grow by another stack.
+testing::AssertionResult forbidThreadsIn(pid_t pid, unsigned further = 0);
+testing::AssertionResult allowThreadsIn(pid_t pid);
+
+// Empty when forbidThreadsIn() works here, else the reason why not.
 std::string whyThreadsCannotBeForbidden();
 
 // The words of the environment variable MORVANE_SERVICE_RUNNER, when set, are a command that is put
@@ -51,8 +56,7 @@ public:
     std::vector<std::string> openDescriptors() const;
     int threads() const;
 
-    // Until allowThreads() the service can start just `further` threads, those that it joins not
-    // counted: its address space may not grow by another stack.
+    // See forbidThreadsIn(); of the owner of the bus name.
     testing::AssertionResult forbidThreads(unsigned further = 0) const;
     testing::AssertionResult allowThreads() const;
 

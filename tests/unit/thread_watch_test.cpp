@@ -1,0 +1,48 @@
+// The watch over GLib's threads where there are some; tests/bus has a service that gets none.
+#include "service/thread_watch.h"
+
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+
+#include "tests/support/forked_process.h"
+
+namespace test_support {
+namespace {
+
+// Whether the main loop will wake up by itself some time.
+bool somethingIsScheduled() {
+    GMainContext* const context = g_main_context_default();
+    EXPECT_TRUE(g_main_context_acquire(context));
+    gint priority = 0;
+    gint milliseconds = -1;
+    std::array<GPollFD, 8> files{};
+    g_main_context_prepare(context, &priority);
+    g_main_context_query(context, G_MAXINT, &milliseconds, files.data(), files.size());
+    g_main_context_release(context);
+    return milliseconds != -1;
+}
+
+TEST(ThreadWatch, endsWhenItIsToldTo) {
+    ASSERT_FALSE(somethingIsScheduled());
+    watchForThread(std::abort);
+    EXPECT_TRUE(somethingIsScheduled());
+    endThreadWatch();
+    EXPECT_FALSE(somethingIsScheduled());
+    endThreadWatch();
+}
+
+TEST(ThreadWatch, endsWithTheFirstThreadThatHasRun) {
+    const CommandResult result = runForked([] {
+        watchForThread(std::abort);
+        while (somethingIsScheduled()) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+    });
+    EXPECT_EQ(result.end, exited(0));
+}
+
+}  // namespace
+}  // namespace test_support
