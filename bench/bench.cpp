@@ -8,7 +8,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <system_error>
+
+#include "tests/support/errno_error.h"
 
 namespace bench {
 namespace {
@@ -49,7 +50,7 @@ void pin(pid_t process, int core) {
     CPU_ZERO(&set);
     CPU_SET(core, &set);
     if (sched_setaffinity(process, sizeof set, &set) != 0) {
-        throw std::system_error(errno, std::generic_category(), "sched_setaffinity");
+        test_support::throwErrno("sched_setaffinity");
     }
 }
 

@@ -7,8 +7,8 @@
 
 #include <array>
 #include <cerrno>
-#include <system_error>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/paths.h"
 #include "tests/support/unique_fd.h"
 
@@ -28,7 +28,7 @@ FailingAllocations::FailingAllocations() {
             mmap(nullptr, sizeof(AllocationPage), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
     }
     if (mapped == MAP_FAILED) {
-        throw std::system_error(errno, std::generic_category(), "a page to share");
+        test_support::throwErrno("a page to share");
     }
     page_ = static_cast<AllocationPage*>(mapped);  // all zero, as the file is
 }

@@ -16,9 +16,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <system_error>
 
 #include "faults/descriptor_message.h"
+#include "tests/support/errno_error.h"
 #include "tests/support/paths.h"
 #include "tests/support/process_table.h"
 
@@ -30,10 +30,6 @@ using test_support::UniqueFd;
 constexpr const char* kService = "com-morvane-transfer-service";
 constexpr std::size_t kKernelName = 15;  // bytes of a thread's name that the kernel keeps
 
-[[noreturn]] void fail(const char* what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 UniqueFd listenAt(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -41,7 +37,7 @@ UniqueFd listenAt(const std::string& path) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd || bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
         listen(fd.get(), 1) != 0) {
-        fail("a socket to be handed the calls at");
+        test_support::throwErrno("a socket to be handed the calls at");
     }
     return fd;
 }

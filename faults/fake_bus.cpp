@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <system_error>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/waiting.h"
 
 namespace faults {
@@ -35,7 +35,7 @@ UniqueFd listenAtSystemBus() {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd || bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
         listen(fd.get(), 4) != 0) {
-        throw std::system_error(errno, std::generic_category(), kSocket);
+        test_support::throwErrno(kSocket);
     }
     return fd;
 }

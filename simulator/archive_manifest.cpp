@@ -1,14 +1,13 @@
 // The manifest of an archive: a GKeyFile with one group for the archive and one for each member.
 #include "simulator/archive_manifest.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <set>
 #include <string_view>
+
+#include "simulator/key_file.h"
 
 namespace {
 
@@ -19,11 +18,6 @@ constexpr std::uint64_t kFormat = 1;
 constexpr std::uint64_t kMaxContentBytes = 1ULL << 30U;
 constexpr std::size_t kMaxMembers = 10000;
 constexpr std::size_t kMaxTextBytes = 1000;
-
-struct KeyFileUnref {
-    void operator()(GKeyFile* file) const { g_key_file_unref(file); }
-};
-using KeyFile = std::unique_ptr<GKeyFile, KeyFileUnref>;
 
 std::string memberGroup(std::size_t index) {
     return "Member " + std::to_string(index + 1);

@@ -1,6 +1,8 @@
 // What the simulated device throws.
 #pragma once
 
+#include <glib.h>
+
 #include <stdexcept>
 #include <string>
 
@@ -13,3 +15,8 @@ public:
         : std::runtime_error(text), status(statusValue) {}
     DeviceManagerStatus status;
 };
+
+// Throws what GLib reported, which must not be null.
+[[noreturn]] inline void failWith(const GError* error) {
+    throw DeviceError(DeviceManagerStatus::failed, error->message);
+}

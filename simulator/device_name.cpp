@@ -3,10 +3,9 @@
 
 #include <glib.h>
 
-#include <memory>
-
 #include "simulator/device_error.h"
 #include "simulator/device_layout.h"
+#include "simulator/key_file.h"
 
 namespace {
 
@@ -14,15 +13,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kDeviceGroup = "DEVICE_INFO";
 constexpr const char* kDeviceNameKey = "transfername";
-
-[[noreturn]] void failWith(const GError* error) {
-    throw DeviceError(DeviceManagerStatus::failed, error->message);
-}
-
-struct KeyFileUnref {
-    void operator()(GKeyFile* file) const { g_key_file_unref(file); }
-};
-using KeyFile = std::unique_ptr<GKeyFile, KeyFileUnref>;
 
 fs::path settingsPath(const fs::path& state) {
     return state / kDataFolder / kSettingsFile;

@@ -17,10 +17,6 @@ namespace {
 
 constexpr const char* kStagingPrefix = ".incoming-";
 
-[[noreturn]] void failWith(const GError* error) {
-    throw DeviceError(DeviceManagerStatus::failed, error->message);
-}
-
 }  // namespace
 
 std::string readStateFile(const fs::path& path) {

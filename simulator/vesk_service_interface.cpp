@@ -3,25 +3,21 @@
 
 #include <glib.h>
 
-#include <memory>
 #include <mutex>
 
 #include "simulator/device_layout.h"
+#include "simulator/key_file.h"
 
 namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kFailure = -1;
 
-struct KeyFileUnref {
-    void operator()(GKeyFile* file) const { g_key_file_unref(file); }
-};
-
 // What the open transaction reads: the settings as they were when it began. Null outside a
 // transaction.
 struct Transaction {
     std::mutex mutex;
-    std::unique_ptr<GKeyFile, KeyFileUnref> settings;
+    KeyFile settings;
 };
 
 // Lives as long as the process, so that a thread may still read while static objects are destroyed.
@@ -42,7 +38,7 @@ VeskServiceInterface* VeskServiceInterface::getSingleton() {
 int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
     g_autofree char* path =
         g_build_filename(kDefaultStateFolder, kDataFolder, kSettingsFile, nullptr);
-    std::unique_ptr<GKeyFile, KeyFileUnref> settings(g_key_file_new());
+    KeyFile settings(g_key_file_new());
     if (g_key_file_load_from_file(settings.get(), path, G_KEY_FILE_NONE, nullptr) == FALSE) {
         return kFailure;
     }

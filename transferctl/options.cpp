@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "transferctl/failure.h"
+#include "transferctl/units.h"
 
 namespace transferctl {
 namespace {
@@ -15,7 +16,6 @@ namespace {
 constexpr std::chrono::seconds kLimit{120};
 constexpr std::chrono::hours kLimitOfWaiting{1};
 constexpr double kLongestSeconds = 1e6;
-constexpr double kMillisecondsPerSecond = 1000;
 
 struct FreeContext {
     void operator()(GOptionContext* context) const { g_option_context_free(context); }

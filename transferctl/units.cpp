@@ -13,7 +13,6 @@ namespace {
 constexpr std::string_view kNoBreakSpace = "\u00a0";
 constexpr std::int64_t kSecondsPerMinute = 60;
 constexpr std::int64_t kSecondsPerHour = 3600;
-constexpr double kMillisecondsPerSecond = 1000;
 constexpr double kPercent = 100;
 
 }  // namespace

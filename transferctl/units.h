@@ -7,6 +7,8 @@
 
 namespace transferctl {
 
+inline constexpr double kMillisecondsPerSecond = 1000;
+
 // "1.8 KiB", "16.0 MiB"; below 1024 in bytes.
 std::string humanSize(std::uint64_t bytes);
 

@@ -24,13 +24,6 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-constexpr const char* kMarker = "/tmp/transfer.enabled";
-constexpr const char* kScriptStart = "TF_STATE_SNC_START true true";
-
-LogMessage received(int id) {
-    return infoMessage("appletHasChanged() Signal received with ID " + std::to_string(id));
-}
-
 class AppletChange : public testing::Test {
 protected:
     AppletChange() { clearTransferScriptRuns(); }
@@ -47,12 +40,12 @@ TEST_F(AppletChange, toOneOfFiveAppletsIsLoggedAndLeavesTheServiceAlone) {
     std::vector<LogMessage> expected = startUpMessages();
     for (const int id : {1, 1, 257, 258, 259, 262}) {
         appletControl_.emitAppletChanged(id);
-        expected.push_back(received(id));
+        expected.push_back(appletReceived(id));
     }
     ASSERT_TRUE(service.waitForOutput(asPrinted(expected)));
     EXPECT_EQ(SystemBus().transfer("GetUSBStickDetails").text(), "(@av [],)");
     EXPECT_EQ(service.standardOutput(), asPrinted(expected));
-    ASSERT_TRUE(log_.waitFor(received(262).text));
+    ASSERT_TRUE(log_.waitFor(appletReceived(262).text));
     EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
     EXPECT_THAT(service.ends(), IsEmpty());
     EXPECT_FALSE(witness->hasEnded());
@@ -82,14 +75,14 @@ TEST_P(QuittingApplet, endsTheServiceWith0AndItsNeighboursWithSigterm) {
     EXPECT_FALSE(outsider.hasEnded());
 
     const std::vector<LogMessage> expected =
-        joined(startUpMessages(), {received(GetParam()), quitting_});
+        joined(startUpMessages(), {appletReceived(GetParam()), quitting_});
     EXPECT_EQ(service.standardOutput(), asPrinted(expected));
     EXPECT_EQ(service.standardError(), "");
     ASSERT_TRUE(log_.waitFor(quitting_.text));
     EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
     // No destructor runs: the script is not told of the stop, and what the start left stays.
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
-    EXPECT_TRUE(exists(kMarker));
+    EXPECT_TRUE(exists(kTransferMarker));
     EXPECT_TRUE(exists(kLockFile));
 }
 

@@ -22,10 +22,6 @@ constexpr const char* kSignal = "appletChanged";
 constexpr int kQuittingId = 0;
 constexpr int kIgnoredId = 258;
 
-LogMessage received(int id) {
-    return infoMessage("appletHasChanged() Signal received with ID " + std::to_string(id));
-}
-
 class AppletClient : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(service_.waitUntilAnswers()); }
@@ -33,7 +29,8 @@ protected:
     // A signal that counts, sent after others that do not: nothing but its own trace is seen.
     void expectOnlyASignalFrom(const AppletControl& control) {
         control.emitAppletChanged(kIgnoredId);
-        const std::string expected = asPrinted(joined(startUpMessages(), {received(kIgnoredId)}));
+        const std::string expected =
+            asPrinted(joined(startUpMessages(), {appletReceived(kIgnoredId)}));
         EXPECT_TRUE(service_.waitForOutput(expected));
         EXPECT_EQ(service_.standardOutput(), expected);
         EXPECT_TRUE(service_.processId().has_value());
@@ -87,7 +84,7 @@ TEST_F(AppletClient, heedsNobodyButTheOwnerOfTheName) {
 TEST_F(AppletClient, heedsNoStrangerWhoSendsTheSignalToTheServiceAlone) {
     const AppletControl control;
     control.emitAppletChanged(1);
-    ASSERT_TRUE(service_.waitForOutput(received(1).text)) << "the owner is known";
+    ASSERT_TRUE(service_.waitForOutput(appletReceived(1).text)) << "the owner is known";
     g_dbus_connection_emit_signal(stranger_.connection(), kServiceName, kAppletControlPath,
                                   kAppletControlInterface, kSignal,
                                   g_variant_new("(i)", kQuittingId), nullptr);
@@ -95,7 +92,7 @@ TEST_F(AppletClient, heedsNoStrangerWhoSendsTheSignalToTheServiceAlone) {
     EXPECT_EQ(stranger_.transfer("GetUSBStickDetails").error, "") << "sent after the signal";
     control.emitAppletChanged(kIgnoredId);
     const std::string expected =
-        asPrinted(joined(startUpMessages(), {received(1), received(kIgnoredId)}));
+        asPrinted(joined(startUpMessages(), {appletReceived(1), appletReceived(kIgnoredId)}));
     EXPECT_TRUE(service_.waitForOutput(expected));
     EXPECT_EQ(service_.standardOutput(), expected);
 }
@@ -105,7 +102,7 @@ TEST_F(AppletClient, heedsAnAppletControlThatComesLaterAndEveryOneAfterIt) {
     for (const int id : {1, 257}) {
         const AppletControl control;
         control.emitAppletChanged(id);
-        expected.push_back(received(id));
+        expected.push_back(appletReceived(id));
         ASSERT_TRUE(service_.waitForOutput(asPrinted(expected)));
     }
     EXPECT_EQ(service_.standardOutput(), asPrinted(expected));

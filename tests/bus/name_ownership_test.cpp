@@ -57,7 +57,7 @@ TEST_P(UnavailableName, endsTheServiceWith2) {
     ASSERT_TRUE(log_.waitFor(lost_.text));
     EXPECT_THAT(log_.messages(), ElementsAreArray(joined(startUpMessages(), {lost_})));
     EXPECT_EQ(lockHolder(kLockFile), std::nullopt);
-    EXPECT_THAT(transferScriptRuns(), ElementsAre("TF_STATE_SNC_START true true"));
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
 }
 
 TEST_P(UnavailableName, endsTheDaemonWith2AfterItsLauncherHasEndedWith0) {
@@ -92,7 +92,7 @@ TEST_P(LostName, endsTheServiceWith2) {
     EXPECT_EQ(service.standardOutput(), asPrinted(joined(startUpMessages(), {lost_})));
     ASSERT_TRUE(log_.waitFor(lost_.text));
     EXPECT_EQ(log_.messages().back(), lost_);
-    EXPECT_THAT(transferScriptRuns(), ElementsAre("TF_STATE_SNC_START true true"));
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
 }
 
 // The set was removed at the end of the start, so the first operation on it fails.

@@ -27,14 +27,12 @@ using testing::ElementsAreArray;
 using testing::Field;
 using testing::IsEmpty;
 
-constexpr const char* kMarker = "/tmp/transfer.enabled";
-constexpr const char* kScriptStart = "TF_STATE_SNC_START true true";
 constexpr const char* kLastStep = "Init Main loop\n";
 
 class StartUp : public testing::Test {
 protected:
     StartUp() {
-        unlink(kMarker);
+        unlink(kTransferMarker);
         clearTransferScriptRuns();
     }
 
@@ -91,13 +89,13 @@ TEST_F(StartUp, goesOnWhenTheScriptFails) {
 }
 
 TEST_F(StartUp, goesOnWithoutScriptAndMarker) {
-    ASSERT_EQ(symlink("/nowhere/marker", kMarker), 0);
+    ASSERT_EQ(symlink("/nowhere/marker", kTransferMarker), 0);
     ASSERT_EQ(rename("/etc/morvane", "/etc/morvane-away"), 0);
     ServiceProcess service;
     EXPECT_TRUE(service.waitUntilAnswers());
     EXPECT_EQ(rename("/etc/morvane-away", "/etc/morvane"), 0);
     EXPECT_THAT(transferScriptRuns(), IsEmpty());
-    unlink(kMarker);
+    unlink(kTransferMarker);
 }
 
 TEST_F(StartUp, goesOnWithoutASystemLog) {

@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
 
 #include "tests/support/bus_policy.h"
+#include "tests/support/errno_error.h"
 #include "tests/support/files.h"
 
 namespace test_support {
@@ -23,7 +23,7 @@ constexpr const char* kSourcesFile = "/etc/nsswitch.conf";
 
 void check(int result, const char* what) {
     if (result != 0) {
-        throw std::system_error(errno, std::generic_category(), what);
+        throwErrno(what);
     }
 }
 

@@ -35,7 +35,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 constexpr const char* kUnit = "packaging/com-morvane-transfer-service.service";
-constexpr const char* kMarker = "/tmp/transfer.enabled";
 constexpr uid_t kSomebody = 61001;
 
 // The value of one setting of the unit, "" when it is not set.
@@ -107,7 +106,7 @@ TEST_F(UnitSettings, letTheServiceAnswerByTheTimeThatItCountsAsStarted) {
     const std::optional<pid_t> daemon = service->processId();
     ASSERT_TRUE(daemon);
     EXPECT_EQ(readFile(kLockFile), std::to_string(innermostId(*daemon).value_or(0)) + "\n");
-    EXPECT_TRUE(exists(kMarker));
+    EXPECT_TRUE(exists(kTransferMarker));
 }
 
 TEST_F(UnitSettings, leaveTheServiceThreePowersAndNoWayToMore) {
@@ -180,7 +179,7 @@ TEST_F(UnitSettings, letTheTransferScriptWriteOnlyWhereADropInSaysSo) {
     }
     UnitService service("[Service]\nReadWritePaths=/run/log\n");
     ASSERT_TRUE(service.waitUntilStarted());
-    EXPECT_THAT(transferScriptRuns(), ElementsAre("TF_STATE_SNC_START true true"));
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
 }
 
 TEST_F(UnitSettings, letAJobWriteToTheStick) {

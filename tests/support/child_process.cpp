@@ -12,19 +12,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <system_error>
 
 #include "tests/support/argument_vector.h"
+#include "tests/support/errno_error.h"
 #include "tests/support/waiting.h"
 
 namespace test_support {
 namespace {
-
-constexpr int kCannotRun = 127;
-
-[[noreturn]] void fail(const char* what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 // The two sides of a stream: the test reads, the child writes.
 struct Channel {
@@ -35,7 +29,7 @@ struct Channel {
 Channel makePipe() {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        fail("pipe2");
+        throwErrno("pipe2");
     }
     return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
@@ -48,16 +42,16 @@ Channel makeTerminal() {
     if (!channel.reader || grantpt(channel.reader.get()) != 0 ||
         unlockpt(channel.reader.get()) != 0 ||
         ptsname_r(channel.reader.get(), name.data(), name.size()) != 0) {
-        fail("posix_openpt");
+        throwErrno("posix_openpt");
     }
     channel.writer.reset(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     termios settings{};
     if (!channel.writer || tcgetattr(channel.writer.get(), &settings) != 0) {
-        fail(name.data());
+        throwErrno(name.data());
     }
     cfmakeraw(&settings);
     if (tcsetattr(channel.writer.get(), TCSANOW, &settings) != 0) {
-        fail(name.data());
+        throwErrno(name.data());
     }
     return channel;
 }
@@ -119,7 +113,7 @@ void takeStreams(const std::array<int, 4>& streams) {
 UniqueFd raised(const UniqueFd& fd) {
     UniqueFd copy(fcntl(fd.get(), F_DUPFD_CLOEXEC, 16));
     if (!copy) {
-        fail("fcntl");
+        throwErrno("fcntl");
     }
     return copy;
 }
@@ -151,7 +145,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const ChildO
     launch.parent = getpid();
     pid_ = fork();
     if (pid_ < 0) {
-        fail("fork");
+        throwErrno("fork");
     }
     if (pid_ == 0) {
         becomeCommand(launch);

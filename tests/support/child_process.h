@@ -15,6 +15,9 @@
 
 namespace test_support {
 
+// The status of a child that could not become what it was to be, as shells have it.
+constexpr int kCannotRun = 127;
+
 // How a process ended: by exit with a status, or by a signal.
 struct ProcessEnd {
     bool bySignal = false;
@@ -52,6 +55,7 @@ class ChildProcess {
 public:
     // Where the child finds the write end of a third pipe, read as report().
     static constexpr int kReportFd = 3;
+    static constexpr std::size_t kReportStream = 2;  // its number among streams()
 
     explicit ChildProcess(const std::vector<std::string>& command,
                           const ChildOptions& options = {});
@@ -70,7 +74,7 @@ public:
 
     std::string standardOutput() const { return reader_->text(0); }
     std::string standardError() const { return reader_->text(1); }
-    std::string report() const { return reader_->text(2); }
+    std::string report() const { return reader_->text(kReportStream); }
 
     // Waits until the text has been written, and says on failure what was written instead.
     testing::AssertionResult waitForOutput(const std::string& text) const;

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <system_error>
 #include <vector>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/unique_fd.h"
 
 namespace test_support {
@@ -14,7 +14,7 @@ namespace {
 
 void setLimit(const rlimit& limit) {
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-        throw std::system_error(errno, std::generic_category(), "RLIMIT_NOFILE");
+        throwErrno("RLIMIT_NOFILE");
     }
 }
 
@@ -25,7 +25,7 @@ rlim_t limitAbove(int more) {
     for (int i = 0; i <= more; ++i) {
         next.emplace_back(dup(STDIN_FILENO));
         if (!next.back()) {
-            throw std::system_error(errno, std::generic_category(), "dup");
+            throwErrno("dup");
         }
         limit = static_cast<rlim_t>(next.back().get());
     }

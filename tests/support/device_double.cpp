@@ -21,7 +21,7 @@ std::string recordPath(const TemporaryDirectory& folder) {
     return folder.path("record");
 }
 
-DoubleRecord parse(const std::string& line) {
+DoubleRecord parseRecord(const std::string& line) {
     std::istringstream words(line);
     DoubleRecord record;
     std::string role;
@@ -76,7 +76,7 @@ std::vector<std::string> DeviceDouble::environment() const {
 std::vector<DoubleRecord> DeviceDouble::records() const {
     std::vector<DoubleRecord> result;
     for (const std::string& line : readLines(recordPath(folder_))) {
-        result.push_back(parse(line));
+        result.push_back(parseRecord(line));
     }
     return result;
 }

@@ -8,7 +8,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <system_error>
+
+#include "tests/support/errno_error.h"
 
 namespace test_support {
 namespace {
@@ -33,7 +34,7 @@ bool changePowers(Change change) {
 
 DroppedPowers::DroppedPowers() {
     if (!changePowers([](std::uint32_t& effective) { effective &= ~kIgnoreModes; })) {
-        throw std::system_error(errno, std::generic_category(), "capset");
+        throwErrno("capset");
     }
 }
 

@@ -13,17 +13,10 @@
 #include <sstream>
 #include <system_error>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/unique_fd.h"
 
 namespace test_support {
-namespace {
-
-[[noreturn]] void fail(const std::string& path) {
-    throw std::system_error(errno, std::generic_category(), path);
-}
-
-}  // namespace
-
 std::string readFile(const std::string& path) {
     // Through the stream and not its buffer: a read that fails, as of a process that has just gone,
     // ends the text instead of throwing.
@@ -50,14 +43,14 @@ void writeFile(const std::string& path, std::string_view bytes) {
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     file.close();
     if (!file || std::rename(fresh.c_str(), path.c_str()) != 0) {
-        fail(path);
+        throwErrno(path);
     }
 }
 
 void writeSparseFile(const std::string& path, std::uint64_t size) {
     const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!fd || ftruncate64(fd.get(), static_cast<off64_t>(size)) != 0) {
-        fail(path);
+        throwErrno(path);
     }
 }
 
@@ -72,7 +65,7 @@ bool exists(const std::string& path) {
 
 TemporaryDirectory::TemporaryDirectory() : path_("/tmp/test-XXXXXX") {
     if (mkdtemp(path_.data()) == nullptr) {
-        fail(path_);
+        throwErrno(path_);
     }
 }
 

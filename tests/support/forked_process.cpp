@@ -9,8 +9,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <system_error>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/process_table.h"
 #include "tests/support/waiting.h"
 
@@ -31,8 +31,6 @@ extern "C" int __lsan_is_turned_off() {
 namespace test_support {
 namespace {
 
-constexpr int kCannotRun = 127;
-
 // By reopening, because the buffering of the parent's output is not that of a file.
 void sendTo(const std::string& path, std::FILE* stream) {
     if (std::freopen(path.c_str(), "a", stream) == nullptr) {
@@ -48,7 +46,7 @@ ForkedProcess::ForkedProcess(const std::function<void()>& body) {
     std::fflush(nullptr);
     pid_ = fork();
     if (pid_ < 0) {
-        throw std::system_error(errno, std::generic_category(), "fork");
+        throwErrno("fork");
     }
     if (pid_ > 0) {
         return;

@@ -11,8 +11,7 @@
 namespace test_support {
 namespace {
 
-constexpr const char* kMark = "MORVANE_TEST_FRESH_PROCESS";
-constexpr std::size_t kReportStream = 2;
+constexpr const char* kFreshMark = "MORVANE_TEST_FRESH_PROCESS";
 
 std::vector<std::string> currentTestAlone() {
     const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
@@ -23,7 +22,7 @@ std::vector<std::string> currentTestAlone() {
 ChildOptions marked() {
     ChildOptions options;
     // Where this process runs a share of the tests, the test may be none of the new one's share.
-    options.environment = {std::string(kMark) + "=1", "GTEST_TOTAL_SHARDS=1",
+    options.environment = {std::string(kFreshMark) + "=1", "GTEST_TOTAL_SHARDS=1",
                            "GTEST_SHARD_INDEX=0"};
     return options;
 }
@@ -31,7 +30,7 @@ ChildOptions marked() {
 }  // namespace
 
 bool isFreshProcess() {
-    return std::getenv(kMark) != nullptr;
+    return std::getenv(kFreshMark) != nullptr;
 }
 
 void note(const std::string& line) {

@@ -9,7 +9,7 @@
 namespace test_support {
 namespace {
 
-constexpr const char* kMark = "/run/morvane-sandbox";
+constexpr const char* kSandboxMark = "/run/morvane-sandbox";
 
 // The "ipc:[4026531839]" form of one of the caller's namespaces; empty when it cannot be read.
 std::string ownNamespace(const std::string& kind) {
@@ -20,7 +20,7 @@ std::string ownNamespace(const std::string& kind) {
 }
 
 bool markNames(const std::string& link) {
-    std::ifstream mark(kMark);
+    std::ifstream mark(kSandboxMark);
     for (std::string line; std::getline(mark, line);) {
         if (!link.empty() && line == link) {
             return true;
@@ -32,12 +32,12 @@ bool markNames(const std::string& link) {
 }  // namespace
 
 std::string whyOutsideSandbox() {
-    if (access(kMark, R_OK) != 0) {
-        return std::string(kMark) + " does not exist";
+    if (access(kSandboxMark, R_OK) != 0) {
+        return std::string(kSandboxMark) + " does not exist";
     }
     for (const char* kind : {"ipc", "net"}) {
         if (!markNames(ownNamespace(kind))) {
-            return std::string(kMark) + " names another " + kind + " namespace";
+            return std::string(kSandboxMark) + " names another " + kind + " namespace";
         }
     }
     return {};

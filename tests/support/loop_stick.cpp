@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <system_error>
 
 #include "tests/support/child_process.h"
+#include "tests/support/errno_error.h"
 #include "tests/support/stick.h"
 #include "tests/support/waiting.h"
 
@@ -21,10 +21,6 @@ constexpr unsigned int kControlMajor = 10;
 constexpr unsigned int kControlMinor = 237;
 constexpr unsigned int kLoopMajor = 7;
 constexpr mode_t kDeviceMode = 0600;
-
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 // Opens a device through a node that exists only for the moment: the sandbox has a /dev of its own
 // and need not show the machine's devices.
@@ -52,7 +48,7 @@ LoopDevice attach(const std::string& image) {
     const UniqueFd control = openLoopControl();
     const UniqueFd backing(open(image.c_str(), O_RDWR | O_CLOEXEC));
     if (!control || !backing) {
-        fail(kControl);
+        throwErrno(kControl);
     }
     LoopDevice device;
     const bool attached = waitUntil([&] {
@@ -68,7 +64,7 @@ LoopDevice attach(const std::string& image) {
         return device.fd && ioctl(device.fd.get(), LOOP_CONFIGURE, &config) == 0;
     });
     if (!attached) {
-        fail("cannot attach a loop device");
+        throwErrno("cannot attach a loop device");
     }
     return device;
 }
@@ -105,7 +101,7 @@ LoopStick::LoopStick(int number, const LoopStickOptions& options)
     LoopDevice loop = attach(image);
     loop_ = std::move(loop.fd);
     if (mknod(device_.c_str(), S_IFBLK | kDeviceMode, makedev(kLoopMajor, loop.minor)) != 0) {
-        fail(device_);
+        throwErrno(device_);
     }
     try {
         mount_.emplace(path(), device_, "ext4", 0, "");

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kLongestPath = 4095;
 constexpr std::size_t kLongestName = 255;
-constexpr int kMostLinks = 40;
+constexpr int kMostLinksInPath = 40;
 constexpr mode_t kModeBits = 07777;
 constexpr mode_t kNewFileMode = 0666;
 
@@ -202,7 +202,7 @@ ModelFiles::Place ModelFiles::walk(Node* start, const std::string& path, LastLin
         place.node = step(at, components[i]);
         const bool follows = !isLast || last == LastLink::Follow;
         if (place.node != nullptr && place.node->kind == Kind::Link && follows) {
-            if (++links > kMostLinks) {
+            if (++links > kMostLinksInPath) {
                 return {};
             }
             const bool slash = place.slashAtEnd;

@@ -11,15 +11,16 @@
 #include <string_view>
 #include <system_error>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/files.h"
 
 namespace test_support {
 
 namespace {
 
-constexpr const char* kBase = "/media/usb/";
+constexpr const char* kSticks = "/media/usb/";
 constexpr std::string_view kRoot = "/media/usb";
-constexpr int kMostLinks = 4;  // in a tree, for each way through them is searched
+constexpr int kMostLinksInTree = 4;  // in a tree, for each way through them is searched
 constexpr std::size_t kLongestMadePath = 255;
 constexpr mode_t kMadeMode = 0700;
 constexpr int kDepth = 2;
@@ -59,11 +60,11 @@ int ModelService::answer(const Operation& operation, const JobCircumstances& job
 }
 
 bool ModelService::stickExists(const std::string& mount) const {
-    return files_.kindOf(kBase + mount).has_value();
+    return files_.kindOf(kSticks + mount).has_value();
 }
 
 bool ModelService::deleteFile(const std::string& mount, const std::string& path) {
-    const std::string target = kBase + mount + "/" + path;
+    const std::string target = kSticks + mount + "/" + path;
     const auto kind = stickExists(mount) ? files_.kindOf(target) : std::nullopt;
     const bool isFile = kind == ModelFiles::Kind::File || kind == ModelFiles::Kind::Socket;
     const bool isDirectory = kind == ModelFiles::Kind::Directory;
@@ -79,7 +80,7 @@ bool ModelService::deleteFile(const std::string& mount, const std::string& path)
 }
 
 bool ModelService::createDirectory(const std::string& mount, const std::string& path) {
-    const std::string target = kBase + mount + "/" + path;
+    const std::string target = kSticks + mount + "/" + path;
     if (!stickExists(mount) || files_.kindOf(target)) {
         return false;
     }
@@ -133,7 +134,7 @@ int ModelService::update(const Operation& operation) {
     if (const int refusal = refusalOf(operation, ".fwf"); refusal != 0) {
         return refusal;
     }
-    if (!files_.kindOf(kBase + operation.mount + "/" + operation.path)) {
+    if (!files_.kindOf(kSticks + operation.mount + "/" + operation.path)) {
         return 5;
     }
     jobMount_ += operation.mount;  // the file of an update has a text of its own
@@ -151,8 +152,8 @@ void ModelService::store(std::uint32_t type, const std::string& mount, const std
 
 void ModelService::work(const JobCircumstances& job) {
     ++jobs_;
-    const std::string target = kBase + jobMount_ + (jobFile_.empty() ? "" : "/" + jobFile_);
-    const std::string inStick = kBase + jobMount_ + "/" + jobFile_;
+    const std::string target = kSticks + jobMount_ + (jobFile_.empty() ? "" : "/" + jobFile_);
+    const std::string inStick = kSticks + jobMount_ + "/" + jobFile_;
     const std::string parent = inStick.substr(0, inStick.rfind('/'));
     if (!files_.kindOf(parent)) {
         makePath(parent);
@@ -168,7 +169,7 @@ void ModelService::work(const JobCircumstances& job) {
 
 bool ModelService::wouldWriteIntoAPipe(const Operation& operation) const {
     const bool stored = !operation.mount.empty();
-    const std::string target = kBase + jobMount_ + (stored ? operation.mount : "") + "/" +
+    const std::string target = kSticks + jobMount_ + (stored ? operation.mount : "") + "/" +
                                jobFile_ + (stored ? operation.path : "");
     return files_.kindOf(target) == ModelFiles::Kind::Pipe;
 }
@@ -213,7 +214,7 @@ std::string HostileCaller::composedPath() {
 
 std::string HostileCaller::existingPath(const ModelFiles& files, const std::string& mount) {
     const bool elsewhere = happens(15);
-    const std::string root = elsewhere ? kBase : kBase + mount + "/";
+    const std::string root = elsewhere ? kSticks : kSticks + mount + "/";
     std::vector<std::string> paths;
     for (const auto& [path, description] : files.files()) {
         if (path.compare(0, root.size(), root) == 0) {
@@ -271,7 +272,7 @@ bool HostileCaller::mayBeSent(const Operation& operation) const {
     // A search that climbs further would walk all of the machine, and the processes, too.
     std::error_code nothingThere;
     const std::string found =
-        std::filesystem::canonical(kBase + operation.mount + "/" + operation.path, nothingThere);
+        std::filesystem::canonical(kSticks + operation.mount + "/" + operation.path, nothingThere);
     return nothingThere || found.compare(0, kRoot.size(), kRoot) == 0 ||
            (operation.request != Request::ListBackups && operation.request != Request::ListUpdates);
 }
@@ -299,14 +300,14 @@ void HostileCaller::growEntry(const std::string& path, int depth) {
         "..", ".", "missing.psb", "a", "../a.psb", "loop", "/media/usb/USB_X60.2", "b.psb"};
     static const std::vector<mode_t> kModes{0, 0400, 0555, 0600, 0644, 0700, 0755, 0777};
     const int kind = number(1, 100);
-    if (kind <= 12 && ++links_ <= kMostLinks) {
+    if (kind <= 12 && ++links_ <= kMostLinksInTree) {
         std::filesystem::create_symlink(kTargets.at(random_() % kTargets.size()), path);
         return;
     }
     if (kind <= 18) {
         const mode_t special = happens(50) ? S_IFIFO : S_IFSOCK;
         if (mknod(path.c_str(), special | 0600U, 0) != 0) {
-            throw std::system_error(errno, std::generic_category(), "mknod " + path);
+            throwErrno("mknod " + path);
         }
     } else if (kind <= 50 && depth > 0) {
         makeDirectories(path);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/files.h"
 
 namespace test_support {
@@ -18,7 +19,7 @@ constexpr const char* kKept = "/etc/mtab.kept";
 
 HandMadeMountTable::HandMadeMountTable(Form form) {
     if (std::rename(kTable, kKept) != 0) {
-        throw std::system_error(errno, std::generic_category(), kTable);
+        throwErrno(kTable);
     }
     if (form == Form::kFile) {
         writeFile(kTable, "");

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
-#include <system_error>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/unique_fd.h"
 
 namespace test_support {
@@ -24,7 +24,7 @@ public:
     explicit Diversion(FILE* target) : before_(dup(STDOUT_FILENO)) {
         static_cast<void>(std::fflush(stdout));
         if (!before_ || dup2(fileno(target), STDOUT_FILENO) < 0) {
-            throw std::system_error(errno, std::generic_category(), "standard output");
+            throwErrno("standard output");
         }
     }
     ~Diversion() {
@@ -43,7 +43,7 @@ private:
 std::string printedBy(const std::function<void()>& body) {
     const File target(std::tmpfile());
     if (!target) {
-        throw std::system_error(errno, std::generic_category(), "a file for what is printed");
+        throwErrno("a file for what is printed");
     }
     {
         const Diversion diversion(target.get());

@@ -11,7 +11,6 @@
 namespace test_support {
 namespace {
 
-constexpr std::size_t kReportStream = 2;
 constexpr const char* kWitnessReady = "the witness runs";
 
 std::vector<std::string> inRoom(const std::vector<std::string>& command) {
@@ -27,7 +26,7 @@ struct ReportLine {
 };
 
 // A line that is still being written has no line end yet and is left out.
-std::vector<ReportLine> parse(const std::string& report) {
+std::vector<ReportLine> parseReport(const std::string& report) {
     std::istringstream text(report.substr(0, report.rfind('\n') + 1));
     std::vector<ReportLine> lines;
     for (std::string line; std::getline(text, line);) {
@@ -41,7 +40,7 @@ std::vector<ReportLine> parse(const std::string& report) {
 
 std::vector<RoomEnd> endsIn(const std::string& report) {
     std::vector<RoomEnd> ends;
-    for (const ReportLine& line : parse(report)) {
+    for (const ReportLine& line : parseReport(report)) {
         if (line.what == "exit") {
             ends.push_back({line.pid, exited(line.number)});
         } else if (line.what == "signal") {
@@ -57,8 +56,9 @@ RoomProcess::RoomProcess(const std::vector<std::string>& command, const ChildOpt
     : outer_(inRoom(command), options) {}
 
 std::optional<pid_t> RoomProcess::commandInside() {
-    outer_.streams().waitFor(kReportStream, [](auto& text) { return !parse(text).empty(); });
-    const std::vector<ReportLine> lines = parse(outer_.report());
+    outer_.streams().waitFor(ChildProcess::kReportStream,
+                             [](auto& text) { return !parseReport(text).empty(); });
+    const std::vector<ReportLine> lines = parseReport(outer_.report());
     return lines.empty() ? std::nullopt : std::optional(lines.front().pid);
 }
 
@@ -92,7 +92,7 @@ std::vector<RoomEnd> RoomProcess::ends() const {
 
 std::optional<ProcessEnd> RoomProcess::waitForEndOf(pid_t inside) {
     std::optional<ProcessEnd> result;
-    outer_.streams().waitFor(kReportStream, [&](const std::string& report) {
+    outer_.streams().waitFor(ChildProcess::kReportStream, [&](const std::string& report) {
         for (const RoomEnd& one : endsIn(report)) {
             if (one.insideId == inside) {
                 result = one.end;

@@ -49,6 +49,10 @@ LogMessage launcherEnds() {
     return infoMessage("Exiting parent process");
 }
 
+LogMessage appletReceived(int id) {
+    return infoMessage("appletHasChanged() Signal received with ID " + std::to_string(id));
+}
+
 std::string asPrinted(const std::vector<LogMessage>& messages) {
     std::string text;
     for (const LogMessage& message : messages) {

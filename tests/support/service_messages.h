@@ -19,6 +19,9 @@ std::vector<LogMessage> startUpMessages();
 LogMessage launcherBegins();
 LogMessage launcherEnds();
 
+// What the service says of an applet that has changed.
+LogMessage appletReceived(int id);
+
 // The messages on standard output: each with its tag and a line end.
 std::string asPrinted(const std::vector<LogMessage>& messages);
 

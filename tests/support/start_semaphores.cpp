@@ -5,7 +5,8 @@
 #include <sys/sem.h>
 
 #include <cerrno>
-#include <system_error>
+
+#include "tests/support/errno_error.h"
 
 namespace test_support {
 namespace {
@@ -32,7 +33,7 @@ int StartSemaphores::make(const std::vector<int>& values) const {
     const int made = semget(kStartSemaphoreKey, static_cast<int>(values.size()),
                             IPC_CREAT | IPC_EXCL | kOwnerOnly);
     if (made < 0) {
-        throw std::system_error(errno, std::generic_category(), "semget");
+        throwErrno("semget");
     }
     int semaphore = 0;
     for (const int value : values) {
@@ -74,7 +75,7 @@ void StartSemaphores::give(int semaphore) const {
         static_cast<unsigned short>(semaphore), 1, 0
     };
     if (semop(id(), &operation, 1) != 0) {
-        throw std::system_error(errno, std::generic_category(), "semop");
+        throwErrno("semop");
     }
 }
 

@@ -7,7 +7,8 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <system_error>
+
+#include "tests/support/errno_error.h"
 
 namespace test_support {
 
@@ -24,7 +25,7 @@ Mount::Mount(std::string directory, const std::string& device, const std::string
     : directory_(std::move(directory)), data_(data) {
     madeDirectory_ = std::filesystem::create_directories(directory_);
     if (mount(device.c_str(), directory_.c_str(), type.c_str(), flags, data.c_str()) != 0) {
-        throw std::system_error(errno, std::generic_category(), "mount " + directory_);
+        throwErrno("mount " + directory_);
     }
     mounted_ = true;
 }
@@ -52,7 +53,7 @@ void Mount::unmountLazily() {
 
 void Mount::remount(unsigned long flags) {
     if (mount("none", directory_.c_str(), nullptr, MS_REMOUNT | flags, data_.c_str()) != 0) {
-        throw std::system_error(errno, std::generic_category(), "remount " + directory_);
+        throwErrno("remount " + directory_);
     }
 }
 

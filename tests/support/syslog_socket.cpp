@@ -16,9 +16,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <future>
-#include <system_error>
 #include <utility>
 
+#include "tests/support/errno_error.h"
 #include "tests/support/waiting.h"
 
 namespace test_support {
@@ -29,10 +29,6 @@ constexpr const char* kOtherLogPath = "/dev/log.before-test";
 constexpr std::size_t kTimeLength = 16;  // "Nov 21 03:30:00 "
 constexpr mode_t kEveryone = 0666;
 
-[[noreturn]] void fail(const char* what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 UniqueFd bindLog() {
     UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
@@ -40,13 +36,13 @@ UniqueFd bindLog() {
     std::strncpy(address.sun_path, kLogPath, sizeof address.sun_path - 1);
     if (!socket || bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
         chmod(kLogPath, kEveryone) != 0) {
-        fail(kLogPath);
+        throwErrno(kLogPath);
     }
     return socket;
 }
 
 // "<14>Nov 21 03:30:00 program[7]: text"
-LogMessage parse(const std::string& datagram) {
+LogMessage parseMessage(const std::string& datagram) {
     LogMessage message;
     const std::size_t headEnd = datagram.find('>');
     if (datagram.empty() || datagram[0] != '<' || headEnd == std::string::npos) {
@@ -72,7 +68,7 @@ std::ostream& operator<<(std::ostream& out, const LogMessage& message) {
 SyslogSocket::SyslogSocket() : stop_(eventfd(0, EFD_CLOEXEC)) {
     closelog();  // this process may still hold the socket of before
     if (std::rename(kLogPath, kOtherLogPath) != 0 && errno != ENOENT) {
-        fail(kLogPath);
+        throwErrno(kLogPath);
     }
     socket_ = bindLog();
     std::promise<void> started;
@@ -121,7 +117,7 @@ void SyslogSocket::run() {
         const ssize_t length = recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
         if (length >= 0) {
             const std::lock_guard lock(mutex_);
-            messages_.push_back(parse({buffer.data(), static_cast<std::size_t>(length)}));
+            messages_.push_back(parseMessage({buffer.data(), static_cast<std::size_t>(length)}));
             changed_.notify_all();
         } else if (polled[1].revents != 0) {
             return;

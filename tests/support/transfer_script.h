@@ -10,6 +10,11 @@
 
 namespace test_support {
 
+// What a start makes before it runs the script.
+constexpr const char* kTransferMarker = "/tmp/transfer.enabled";
+// The arguments of the script's run at a start.
+constexpr const char* kScriptStart = "TF_STATE_SNC_START true true";
+
 // The arguments of every run of the sandbox's transfer script by now, one line a run.
 std::vector<std::string> transferScriptRuns();
 void clearTransferScriptRuns();

@@ -8,13 +8,13 @@
 namespace transferctl {
 namespace {
 
-test_support::VariantPtr parsed(const char* text) {
+test_support::VariantPtr parsedValue(const char* text) {
     return test_support::VariantPtr(g_variant_parse(nullptr, text, nullptr, nullptr, nullptr));
 }
 
 template <typename Decode>
 void expectRefused(const char* text, const Decode& decode) {
-    const test_support::VariantPtr list = parsed(text);
+    const test_support::VariantPtr list = parsedValue(text);
     try {
         decode(list.get());
         ADD_FAILURE() << text << " was taken";
@@ -28,18 +28,18 @@ void decodeFilesOfStick(GVariant* list) {
 }
 
 TEST(StickReply, becomesSticks) {
-    const auto list = parsed("[<'USB_X60.1'>, <'USB_X60.1'>, <uint64 100>, <uint64 40>]");
+    const auto list = parsedValue("[<'USB_X60.1'>, <'USB_X60.1'>, <uint64 100>, <uint64 40>]");
     const std::vector<Stick> sticks = decodeSticks(list.get());
     ASSERT_EQ(sticks.size(), 1U);
     EXPECT_EQ(sticks[0].name, "USB_X60.1");
     EXPECT_EQ(sticks[0].size, 100U);
     EXPECT_EQ(sticks[0].free, 40U);
-    EXPECT_TRUE(decodeSticks(parsed("@av []").get()).empty());
+    EXPECT_TRUE(decodeSticks(parsedValue("@av []").get()).empty());
 }
 
 TEST(FileReply, becomesFilesWithTheirPlaces) {
-    const auto list =
-        parsed("[<uint32 0>, <'d'>, <uint64 4>, <'/'>, <uint32 1>, <'f'>, <uint64 5>, <'d/e'>]");
+    const auto list = parsedValue(
+        "[<uint32 0>, <'d'>, <uint64 4>, <'/'>, <uint32 1>, <'f'>, <uint64 5>, <'d/e'>]");
     const std::vector<File> files = decodeFiles(list.get(), "USB_X60.2");
     ASSERT_EQ(files.size(), 2U);
     EXPECT_TRUE(files[0].isDirectory);

@@ -7,7 +7,7 @@
 namespace transferctl {
 namespace {
 
-std::string parsed(const std::string& text) {
+std::string parsedPath(const std::string& text) {
     return parseStickPath(text).text();
 }
 
@@ -25,18 +25,18 @@ int failureOfCall(const Function& function) {
 constexpr int kUsage = static_cast<int>(ExitStatus::kUsage);
 
 TEST(StickPath, takesTheStickByNumberOrName) {
-    EXPECT_EQ(parsed("1:a.psb"), "USB_X60.1:a.psb");
-    EXPECT_EQ(parsed("USB_X60.4:dir/file"), "USB_X60.4:dir/file");
-    EXPECT_EQ(parsed("2"), "USB_X60.2:");
-    EXPECT_EQ(parsed("2:"), "USB_X60.2:");
-    EXPECT_EQ(parsed("3:co:lon"), "USB_X60.3:co:lon");
+    EXPECT_EQ(parsedPath("1:a.psb"), "USB_X60.1:a.psb");
+    EXPECT_EQ(parsedPath("USB_X60.4:dir/file"), "USB_X60.4:dir/file");
+    EXPECT_EQ(parsedPath("2"), "USB_X60.2:");
+    EXPECT_EQ(parsedPath("2:"), "USB_X60.2:");
+    EXPECT_EQ(parsedPath("3:co:lon"), "USB_X60.3:co:lon");
 }
 
 TEST(StickPath, tidiesThePath) {
-    EXPECT_EQ(parsed("1:/a//b/./c/"), "USB_X60.1:a/b/c");
-    EXPECT_EQ(parsed("1://"), "USB_X60.1:");
-    EXPECT_EQ(parsed("1:..a/...b/.c"), "USB_X60.1:..a/...b/.c");
-    EXPECT_EQ(parsed("1:-rf %n \x1b"), "USB_X60.1:-rf %n \x1b");
+    EXPECT_EQ(parsedPath("1:/a//b/./c/"), "USB_X60.1:a/b/c");
+    EXPECT_EQ(parsedPath("1://"), "USB_X60.1:");
+    EXPECT_EQ(parsedPath("1:..a/...b/.c"), "USB_X60.1:..a/...b/.c");
+    EXPECT_EQ(parsedPath("1:-rf %n \x1b"), "USB_X60.1:-rf %n \x1b");
 }
 
 TEST(StickPath, refusesEveryOtherStick) {

@@ -10,20 +10,20 @@
 namespace test_support {
 namespace {
 
-std::atomic<ControlledClock*> active{nullptr};
+std::atomic<ControlledClock*> activeClock{nullptr};
 
 }  // namespace
 
 ControlledClock::ControlledClock() {
-    active = this;
+    activeClock = this;
 }
 
 ControlledClock::~ControlledClock() {
-    active = nullptr;
+    activeClock = nullptr;
 }
 
 ControlledClock* ControlledClock::current() {
-    return active;
+    return activeClock;
 }
 
 void ControlledClock::sleep(unsigned seconds) {

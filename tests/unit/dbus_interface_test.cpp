@@ -53,14 +53,13 @@ private:
 };
 
 TEST(DBusInterfaceLife, startsTheTransferManagerAndEndsIt) {
-    constexpr const char* kStart = "TF_STATE_SNC_START true true";
     constexpr const char* kStop = "TF_STATE_SNC_STOP true true";
     const NewRuns newRuns;
     {
         OwnInterface object;
-        EXPECT_THAT(newRuns(), ElementsAre(kStart));
+        EXPECT_THAT(newRuns(), ElementsAre(kScriptStart));
     }
-    EXPECT_THAT(newRuns(), ElementsAre(kStart, kStop));
+    EXPECT_THAT(newRuns(), ElementsAre(kScriptStart, kStop));
 }
 
 TEST(DBusInterfaceLife, isOneObjectForTheProcess) {

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <random>
 
+#include "tests/support/paths.h"
 #include "tests/unit/file_tree_model.h"
 #include "tests/unit/listing.h"
 
@@ -16,8 +17,12 @@ namespace fs = std::filesystem;
 
 // ---- the trees --------------------------------------------------------------------------------
 
-constexpr int kTrees = 320;
-constexpr int kShards = 4;  // each a test of its own, so that they can run side by side
+// One takes the emulator several times as long.
+int trees() {
+    return emulated() ? 160 : 320;
+}
+
+constexpr int kTreeShards = 4;  // each a test of its own, so that they can run side by side
 
 // What a tree is grown by; chances are percentages.
 struct Climate {
@@ -167,7 +172,7 @@ protected:
 
 TEST_P(GeneratedTrees, AreListedAsTheModelSays) {
     Coverage coverage;
-    for (int seed = GetParam(); seed < kTrees && !HasFailure(); seed += kShards) {
+    for (int seed = GetParam(); seed < trees() && !HasFailure(); seed += kTreeShards) {
         coverage.add(compare(seed));
         clear();
     }
@@ -177,7 +182,7 @@ TEST_P(GeneratedTrees, AreListedAsTheModelSays) {
         << coverage.rejected << " with rejections, " << coverage.directories << " directories";
 }
 
-INSTANTIATE_TEST_SUITE_P(Shard, GeneratedTrees, testing::Range(0, kShards));
+INSTANTIATE_TEST_SUITE_P(Shard, GeneratedTrees, testing::Range(0, kTreeShards));
 
 }  // namespace
 }  // namespace test_support

@@ -52,7 +52,7 @@ Fault once(const char* name, void (*happen)(Stick&)) {
             }};
 }
 
-struct Operation {
+struct ManagerOperation {
     const char* name;
     std::function<std::vector<FileEntry>(TfMngr&)> run;
 };
@@ -65,7 +65,7 @@ protected:
         std::vector<WatchedCall> calls;
     };
 
-    Run run(const Operation& operation, const Fault& fault, std::size_t strike) {
+    Run run(const ManagerOperation& operation, const Fault& fault, std::size_t strike) {
         Stick stick(1);
         fill(stick);
         device_.clearRecord();
@@ -133,16 +133,17 @@ const std::vector<Fault>& faults() {
     return all;
 }
 
-const std::vector<Operation>& operations() {
-    static const std::vector<Operation> all{
+const std::vector<ManagerOperation>& operations() {
+    static const std::vector<ManagerOperation> all{
         {"RestoreListing", [](TfMngr& m) { return m.getRestoreFilesList("USB_X60.1", "a"); }},
         {"BackupListing", [](TfMngr& m) { return m.getBackupFilesList("USB_X60.1", "a"); }},
         {"UpdateListing", [](TfMngr& m) { return m.getUpdateFilesList("USB_X60.1", "a"); }}};
     return all;
 }
 
-class StickFailingForGood : public FailingStick,
-                            public testing::WithParamInterface<std::tuple<Fault, Operation>> {};
+class StickFailingForGood
+    : public FailingStick,
+      public testing::WithParamInterface<std::tuple<Fault, ManagerOperation>> {};
 
 TEST_P(StickFailingForGood, GivesWhatWasSeenBeforeAndLeavesNothingBehind) {
     const auto& [fault, operation] = GetParam();
@@ -160,11 +161,12 @@ INSTANTIATE_TEST_SUITE_P(During, StickFailingForGood,
                          testing::Combine(testing::ValuesIn(faults()),
                                           testing::ValuesIn(operations())),
                          [](const auto& one) {
-                             return std::string(std::get<Operation>(one.param).name) +
+                             return std::string(std::get<ManagerOperation>(one.param).name) +
                                     std::get<Fault>(one.param).name;
                          });
 
-class StickFailingOnce : public FailingStick, public testing::WithParamInterface<Operation> {};
+class StickFailingOnce : public FailingStick,
+                         public testing::WithParamInterface<ManagerOperation> {};
 
 // In the order of the whole list.
 bool isPartOf(const std::vector<std::string>& part, const std::vector<std::string>& whole) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tests/support/modelled_sticks.h"
+#include "tests/support/paths.h"
 #include "tests/support/printed_text.h"
 #include "tests/support/stick.h"
 #include "tests/support/unique_fd.h"
@@ -20,9 +21,13 @@ namespace {
 
 // ---- any calls ---------------------------------------------------------------------------------
 
-constexpr int kLives = 160;        // of the service, each with sticks of its own
 constexpr int kCallsInALife = 24;  // few, for the texts of jobs are joined
-constexpr int kShards = 8;         // each a test of its own, so that they can run side by side
+// Lives of the service, each with sticks of its own. One takes the emulator several times as long.
+int lives() {
+    return emulated() ? 40 : 160;
+}
+
+constexpr int kLifeShards = 8;  // each a test of its own, so that they can run side by side
 
 // One life of the service.
 struct Life {
@@ -162,7 +167,7 @@ void GeneratedCalls::live(std::uint32_t seed) {
 }
 
 TEST_P(GeneratedCalls, ChangeOnTheSticksWhatTheModelSays) {
-    for (int seed = GetParam(); seed < kLives && !HasFailure(); seed += kShards) {
+    for (int seed = GetParam(); seed < lives() && !HasFailure(); seed += kLifeShards) {
         live(static_cast<std::uint32_t>(seed));
     }
     for (const char* answer :
@@ -171,7 +176,7 @@ TEST_P(GeneratedCalls, ChangeOnTheSticksWhatTheModelSays) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shard, GeneratedCalls, testing::Range(0, kShards));
+INSTANTIATE_TEST_SUITE_P(Shard, GeneratedCalls, testing::Range(0, kLifeShards));
 
 // ---- a backup that does not begin --------------------------------------------------------------
 

@@ -130,15 +130,15 @@ constexpr std::int64_t kNoStatus = -1;
 
 // One operation called through its declaration, and where that has to arrive.
 template <typename Interface>
-struct Operation {
+struct SlotCall {
     int slot;
     const char* arguments;
     std::function<std::int64_t(Interface&)> call;  // kNoStatus where there is none
 };
 
 template <typename Interface>
-Operation<Interface> withoutStatus(int slot, const char* arguments,
-                                   const std::function<void(Interface&)>& call) {
+SlotCall<Interface> withoutStatus(int slot, const char* arguments,
+                                  const std::function<void(Interface&)>& call) {
     return {slot, arguments, [call](Interface& object) {
                 call(object);
                 return kNoStatus;
@@ -147,7 +147,7 @@ Operation<Interface> withoutStatus(int slot, const char* arguments,
 
 // `operations` has one operation a slot, in the order of the slots.
 template <typename Interface, std::size_t N>
-void expectArrivalOfEach(const std::vector<Operation<Interface>>& operations,
+void expectArrivalOfEach(const std::vector<SlotCall<Interface>>& operations,
                          const Table<N>& table) {
     ASSERT_EQ(operations.size(), N);
     for (std::size_t slot = 0; slot < N; ++slot) {

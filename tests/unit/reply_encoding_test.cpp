@@ -270,12 +270,24 @@ TEST(ReplyEncoding, ofArraysOfAnySizeEqualsThePlainEncoding) {
 
 // One byte more or less of a name moves everything behind it over each border.
 TEST(ReplyEncoding, ofArraysAtTheBordersOfTheirPlacesEqualsThePlainEncoding) {
-    for (std::size_t length = 0; length < 300; ++length) {
-        const Files few = {{1, std::string(length, 'x'), 1, "/", ""}, {1, "y", 1, "/", ""}};
-        expectEqual(reply::fileArray(few).value, naiveArray(few));
-        const Files large = {{1, std::string(65'100 + length * 2, 'x'), 1, "/", ""},
-                             {1, "y", 1, "/", ""}};
-        expectEqual(reply::fileArray(large).value, naiveArray(large));
+    const auto withName = [](std::size_t length) {
+        return Files{{1, std::string(length, 'x'), 1, "/", ""}, {1, "y", 1, "/", ""}};
+    };
+    const auto sizeWithName = [&](std::size_t length) {
+        const VariantPtr array(g_variant_ref_sink(naiveArray(withName(length))));
+        return g_variant_get_size(array.get());
+    };
+    constexpr std::size_t kAround = 40;  // more than alignment and wider places make up
+    for (const std::size_t border : {0x100U, 0x10000U}) {
+        std::size_t longestBelow = border;
+        while (sizeWithName(longestBelow) > border) {
+            longestBelow -= 1;
+        }
+        for (std::size_t length = longestBelow - kAround; length < longestBelow + kAround;
+             ++length) {
+            const Files files = withName(length);
+            expectEqual(reply::fileArray(files).value, naiveArray(files));
+        }
     }
 }
 

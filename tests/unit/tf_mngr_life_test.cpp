@@ -17,8 +17,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char* kMarker = "/tmp/transfer.enabled";
-constexpr const char* kStart = "TF_STATE_SNC_START true true";
 constexpr const char* kStop = "TF_STATE_SNC_STOP true true";
 constexpr const char* kExitUnlessMarked = "[ -e /tmp/transfer.enabled ] || exit 9";
 
@@ -28,45 +26,45 @@ protected:
     ~ManagersLife() override { forget(); }
 
     static void forget() {
-        unlink(kMarker);
+        unlink(kTransferMarker);
         clearTransferScriptRuns();
     }
 };
 
 TEST_F(ManagersLife, beginsWithTheMarkerAndTheStartCommand) {
     const TfMngr manager;
-    EXPECT_TRUE(exists(kMarker));
-    EXPECT_EQ(readFile(kMarker), "");
-    EXPECT_THAT(transferScriptRuns(), ElementsAre(kStart));
+    EXPECT_TRUE(exists(kTransferMarker));
+    EXPECT_EQ(readFile(kTransferMarker), "");
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
 }
 
 TEST_F(ManagersLife, endsWithTheStopCommandAndLeavesTheMarker) {
     auto manager = std::make_unique<TfMngr>();
     manager.reset();
-    EXPECT_THAT(transferScriptRuns(), ElementsAre(kStart, kStop));
-    EXPECT_TRUE(exists(kMarker));
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart, kStop));
+    EXPECT_TRUE(exists(kTransferMarker));
 }
 
 TEST_F(ManagersLife, canAnnounceTheStartAgainAndGivesTheScriptsStatus) {
     const TransferScript script("exit 7");
     TfMngr manager;
-    unlink(kMarker);
+    unlink(kTransferMarker);
     const int status = manager.announceStart();
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 7);
-    EXPECT_TRUE(exists(kMarker));
-    EXPECT_THAT(transferScriptRuns(), ElementsAre(kStart, kStart));
+    EXPECT_TRUE(exists(kTransferMarker));
+    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart, kScriptStart));
 }
 
 TEST_F(ManagersLife, hasTheMarkerBeforeTheScriptRuns) {
     const TransferScript script(kExitUnlessMarked);
     TfMngr manager;
-    unlink(kMarker);
+    unlink(kTransferMarker);
     EXPECT_EQ(manager.announceStart(), 0);
 }
 
 TEST_F(ManagersLife, goesOnWithoutMarkerAndScript) {
-    ASSERT_EQ(symlink("/nowhere/marker", kMarker), 0);
+    ASSERT_EQ(symlink("/nowhere/marker", kTransferMarker), 0);
     ASSERT_EQ(rename("/etc/morvane", "/etc/morvane-away"), 0);
     {
         TfMngr manager;

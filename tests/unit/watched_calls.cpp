@@ -13,16 +13,16 @@
 namespace test_support {
 namespace {
 
-thread_local WatchedCalls* active = nullptr;
+thread_local WatchedCalls* activeCalls = nullptr;
 
 }  // namespace
 
 WatchedCalls::WatchedCalls(Before before) : before_(std::move(before)) {
-    active = this;
+    activeCalls = this;
 }
 
 WatchedCalls::~WatchedCalls() {
-    active = nullptr;
+    activeCalls = nullptr;
 }
 
 std::size_t WatchedCalls::count(const std::string& name) const {
@@ -41,22 +41,22 @@ int WatchedCalls::watch(const WatchedCall& call) {
     if (!before_) {
         return 0;
     }
-    active = nullptr;
+    activeCalls = nullptr;
     const int error = before_(call, calls_.size() - 1);
-    active = this;
+    activeCalls = this;
     return error;
 }
 
 int WatchedCalls::enter(const char* name, const char* path) {
     const int before = errno;
-    const int error = active != nullptr ? active->watch({name, path}) : 0;
+    const int error = activeCalls != nullptr ? activeCalls->watch({name, path}) : 0;
     errno = error != 0 ? error : before;
     return error;
 }
 
 void WatchedCalls::replaceAnswer(struct statfs64* fileSystem) {
-    if (active != nullptr && active->fileSystem_) {
-        *fileSystem = *active->fileSystem_;
+    if (activeCalls != nullptr && activeCalls->fileSystem_) {
+        *fileSystem = *activeCalls->fileSystem_;
     }
 }
 
