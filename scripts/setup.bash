@@ -64,12 +64,17 @@ askForPackages() {
     exit "$kCannotInstall"
 }
 
-# prepareCrossBuild arm|arm64: compiler, emulator, libraries and headers for that processor.
+# prepareCrossBuild arm|arm64 [GROUP...]: compiler, emulator, libraries and headers for that processor, and the
+# packages of these groups.
 prepareCrossBuild() {
-    local architecture=$1
+    local architecture=$1 sysroot status=0
     [[ $architecture != arm ]] || architecture=armhf
-    ensurePackages cross "$architecture"
-    "$project/scripts/sysroot" "$architecture"
+    # The one needs nothing of the other, and each waits for its downloads.
+    "$project/scripts/sysroot" "$architecture" &
+    sysroot=$!
+    (ensurePackages cross "$architecture" "${@:2}") || status=$?
+    wait "$sysroot" || status=$?
+    ((status == 0)) || exit "$status"
 }
 
 # build PRESET [TARGET...]: configures once and builds into build/PRESET, everything or these targets.
