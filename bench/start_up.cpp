@@ -88,10 +88,12 @@ Start timeStart(const SystemBus& bus, const Target& target,
 std::vector<Row> measureStartUp() {
     say("start-up");
     const SystemBus bus;
-    const auto startFloor = [&bus] {
+    const auto startFloor = [&bus](const char* program) {
         return timeStart(bus, kFloor,
-                         {test_support::buildPath("bench/floor_service"), "--announce"});
+                         {test_support::buildPath("bench/" + std::string(program)), "--announce"});
     };
+    constexpr const char* kPlain = "floor_service";
+    constexpr const char* kWithLibraries = "floor_service_cxx";
     const auto startService = [&bus] {
         return timeStart(bus, kService, {test_support::buildPath("com-morvane-transfer-service")});
     };
@@ -106,17 +108,28 @@ std::vector<Row> measureStartUp() {
               {}};
     Row answered = owned;
     answered.what = "exec to the first good answer";
-    startFloor();
+    // What the service cannot do without: the C++ library and the device's.
+    Row ownedWith = owned;
+    ownedWith.floorIs += ", with the C++ and the device libraries";
+    ownedWith.compared = Compared::Nothing;
+    Row answeredWith = ownedWith;
+    answeredWith.what = answered.what;
+    startFloor(kPlain);
     startService();
     for (int round = 0; round < kRounds; ++round) {
-        const Start floor = startFloor();
+        const Start floor = startFloor(kPlain);
         const Start service = startService();
+        const Start floorWith = startFloor(kWithLibraries);
         owned.floor.push_back(floor.owned);
         owned.measured.push_back(service.owned);
         answered.floor.push_back(floor.answered);
         answered.measured.push_back(service.answered);
+        ownedWith.floor.push_back(floorWith.owned);
+        ownedWith.measured.push_back(service.owned);
+        answeredWith.floor.push_back(floorWith.answered);
+        answeredWith.measured.push_back(service.answered);
     }
-    return {owned, answered};
+    return {owned, answered, ownedWith, answeredWith};
 }
 
 }  // namespace bench
