@@ -18,17 +18,22 @@ void onThreadHasRun(GObject* /*source*/, GAsyncResult* /*task*/, gpointer /*data
     endThreadWatch();
 }
 
-gboolean requestThread(gpointer /*data*/) {
-    if (requestsLeft == 0) {
-        source = 0;
-        giveUp();
-        return G_SOURCE_REMOVE;
-    }
-    --requestsLeft;
+void requestThread() {
     GTask* task = g_task_new(nullptr, nullptr, onThreadHasRun, nullptr);
     g_task_run_in_thread(task, doNothing);
     g_object_unref(task);
-    return G_SOURCE_CONTINUE;
+}
+
+gboolean requestThreadOrGiveUp(gpointer /*data*/) {
+    const bool goesOn = requestsLeft > 0;
+    if (goesOn) {
+        --requestsLeft;
+        requestThread();
+    } else {
+        source = 0;
+        giveUp();
+    }
+    return goesOn ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
 }
 
 }  // namespace
@@ -37,7 +42,7 @@ void watchForThread(void (*withoutThread)()) {
     endThreadWatch();
     giveUp = withoutThread;
     requestsLeft = kRequests;
-    source = g_timeout_add_seconds(kSecondsBetweenRequests, requestThread, nullptr);
+    source = g_timeout_add_seconds(kSecondsBetweenRequests, requestThreadOrGiveUp, nullptr);
 }
 
 void endThreadWatch() {
