@@ -1,4 +1,9 @@
 // The start of a service that gets no thread for its connection to the bus.
+//
+// Not under the thread sanitizer: each thread takes memory of its own there, so that how many there
+// may be cannot be told from the address space.
+#if !defined(__SANITIZE_THREAD__)
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -73,3 +78,5 @@ INSTANTIATE_TEST_SUITE_P(As, StartWithoutThreads,
 
 }  // namespace
 }  // namespace test_support
+
+#endif
