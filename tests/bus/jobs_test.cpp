@@ -14,6 +14,7 @@
 #include "tests/support/device_calls.h"
 #include "tests/support/device_double.h"
 #include "tests/support/files.h"
+#include "tests/support/paths.h"
 #include "tests/support/persistent_record.h"
 #include "tests/support/process_table.h"
 #include "tests/support/service_process.h"
@@ -118,6 +119,9 @@ TEST_F(Jobs, withoutAThreadAnswerMinus1AfterASecondAndLeaveTheirTextsBehind) {
 // Sanitizers have a heap of their own, and with 32 bits an arena is smaller than a stack.
 #if __SIZEOF_POINTER__ == 8 && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(Jobs, reserveAStackAndNoHeapOfTheirOwn) {
+    if (emulated()) {
+        GTEST_SKIP() << kEmulatorCannot << "be told from the program by its address space";
+    }
     constexpr int kLessThanAnArena = 32 * 1024;  // kB; an arena reserves 64 MiB, a stack 8
     const auto addressSpace = [this] {
         return std::stoi(statusField(*service_.processId(), "VmSize").value());
