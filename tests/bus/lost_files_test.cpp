@@ -116,17 +116,15 @@ TEST_P(GeneratedBusCalls, ChangeOnTheSticksWhatTheModelSays) {
 
 INSTANTIATE_TEST_SUITE_P(Shard, GeneratedBusCalls, testing::Range(0, kShards));
 
+#if !defined(__SANITIZE_THREAD__)  // it makes threads itself
 TEST_F(FilesOnTheBus, StayWhenTheBackupHasNoThread) {
-    if (const std::string reason = whyThreadsCannotBeForbidden(); !reason.empty()) {
-        GTEST_SKIP() << reason;
-    }
     const Stick stick(1);
     stick.addFile("a.psb", "old");
-    ASSERT_TRUE(service_.forbidThreads());
+    device_.order("pthread_create", "refuse");
     EXPECT_EQ(doBackup(bus_, stick.name(), 1, "a.psb"), -1);
     EXPECT_EQ(readFile(stick.path("a.psb")), "old");
-    ASSERT_TRUE(service_.allowThreads());
 }
+#endif
 
 }  // namespace
 }  // namespace test_support

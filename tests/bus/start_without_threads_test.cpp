@@ -1,7 +1,6 @@
 // The start of a service that gets no thread for its connection to the bus.
 //
-// Not under the thread sanitizer: each thread takes memory of its own there, so that how many there
-// may be cannot be told from the address space.
+// Not under the thread sanitizer, which makes threads itself.
 #if !defined(__SANITIZE_THREAD__)
 
 #include <gmock/gmock.h>
@@ -12,12 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/lock_file.h"
+#include "tests/support/device_double.h"
 #include "tests/support/service_messages.h"
 #include "tests/support/service_process.h"
 #include "tests/support/start_semaphores.h"
 #include "tests/support/syslog_socket.h"
-#include "tests/support/transfer_script.h"
 
 namespace test_support {
 namespace {
@@ -39,23 +37,16 @@ void PrintTo(const Way& way, std::ostream* out) {
 class StartWithoutThreads : public testing::TestWithParam<Way> {
 protected:
     void SetUp() override {
-        if (const std::string reason = whyThreadsCannotBeForbidden(); !reason.empty()) {
-            GTEST_SKIP() << reason;
-        }
-        const HeldTransferScript script;
-        service_.emplace(ServiceOptions{GetParam().arguments, {}, {}, {}, {}});
-        ASSERT_TRUE(script.waitUntilEntered());
-        process_ = lockHolder(kLockFile).value_or(0);
-        ASSERT_GT(process_, 0);
         // GLib's own thread, without which it ends the process, is granted.
-        ASSERT_TRUE(forbidThreadsIn(process_, 1));
-        script.release();
+        device_.order("pthread_create", "granted", "1");
+        device_.order("pthread_create", "refuse");
+        service_.emplace(ServiceOptions{GetParam().arguments, device_.environment(), {}, {}, {}});
         ASSERT_TRUE(log_.waitFor("Init Main loop"));
     }
 
     SyslogSocket log_;
+    DeviceDouble device_;
     std::optional<ServiceProcess> service_;
-    pid_t process_ = 0;
 };
 
 TEST_P(StartWithoutThreads, isOneWithoutABus) {
@@ -67,7 +58,7 @@ TEST_P(StartWithoutThreads, isOneWithoutABus) {
 }
 
 TEST_P(StartWithoutThreads, goesOnWithTheFirstThreadThatItGets) {
-    ASSERT_TRUE(allowThreadsIn(process_));
+    device_.clearOrders();
     EXPECT_TRUE(service_->waitUntilAnswers());
 }
 

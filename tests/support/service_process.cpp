@@ -18,7 +18,6 @@ namespace {
 constexpr rlim_t kBytesPerKilobyte = 1024;
 // More than the service needs to go on answering, less than the smallest default thread stack.
 constexpr rlim_t kGrowthWithoutThreads = 4 * kBytesPerKilobyte * kBytesPerKilobyte;
-constexpr pid_t kNoProcess = -1;  // 0 would be the test's own
 constexpr rlim_t kStackWithoutLimit = 2 * kBytesPerKilobyte * kBytesPerKilobyte;
 
 std::vector<std::string> commandFor(const ServiceOptions& options) {
@@ -78,20 +77,6 @@ std::string whyThreadsCannotBeForbidden() {
     return emulated() ? std::string(kEmulatorCannot) + "be kept from starting threads" : "";
 }
 
-testing::AssertionResult forbidThreadsIn(pid_t pid, unsigned further) {
-    const std::optional<std::string> size = statusField(pid, "VmSize");
-    if (!size) {
-        return testing::AssertionFailure() << "the service does not run";
-    }
-    return limitAddressSpace(pid, std::stoull(*size) * kBytesPerKilobyte + kGrowthWithoutThreads +
-                                      further * stackOfThreadsIn(pid));
-}
-
-testing::AssertionResult allowThreadsIn(pid_t pid) {
-    return isRunning(pid) ? limitAddressSpace(pid, RLIM_INFINITY)
-                          : testing::AssertionFailure() << "the service does not run";
-}
-
 ServiceProcess::ServiceProcess(const ServiceOptions& options)
     : RoomProcess(commandFor(options), childOptionsFor(options, *this)) {}
 
@@ -136,11 +121,13 @@ int ServiceProcess::threads() const {
 }
 
 testing::AssertionResult ServiceProcess::forbidThreads(unsigned further) const {
-    return forbidThreadsIn(processId().value_or(kNoProcess), further);
-}
-
-testing::AssertionResult ServiceProcess::allowThreads() const {
-    return allowThreadsIn(processId().value_or(kNoProcess));
+    const std::optional<pid_t> pid = processId();
+    const std::optional<std::string> size = pid ? statusField(*pid, "VmSize") : std::nullopt;
+    if (!size) {
+        return testing::AssertionFailure() << "the service does not run";
+    }
+    return limitAddressSpace(*pid, std::stoull(*size) * kBytesPerKilobyte + kGrowthWithoutThreads +
+                                       further * stackOfThreadsIn(*pid));
 }
 
 std::optional<ProcessEnd> ServiceProcess::stop() {

@@ -25,12 +25,7 @@ struct ServiceOptions {
 // A prefix under which the service is root without root's powers, so that file modes count.
 extern const std::vector<std::string> kWithoutPowers;
 
-// Until allowThreadsIn() the process can start just `further` threads, those that it joins not
-// counted: its address space may not grow by another stack.
-testing::AssertionResult forbidThreadsIn(pid_t pid, unsigned further = 0);
-testing::AssertionResult allowThreadsIn(pid_t pid);
-
-// Empty when forbidThreadsIn() works here, else the reason why not.
+// Empty when forbidThreads() works here, else the reason why not.
 std::string whyThreadsCannotBeForbidden();
 
 // The words of the environment variable MORVANE_SERVICE_RUNNER, when set, are a command that is put
@@ -56,9 +51,9 @@ public:
     std::vector<std::string> openDescriptors() const;
     int threads() const;
 
-    // See forbidThreadsIn(); of the owner of the bus name.
+    // From now on the service can start just `further` threads, those that it joins not
+    // counted: its address space may not grow by another stack.
     testing::AssertionResult forbidThreads(unsigned further = 0) const;
-    testing::AssertionResult allowThreads() const;
 
     // Takes the bus name away from the service, which ends it. Returns how the room ended, nothing
     // when it did not.
