@@ -59,10 +59,11 @@ std::string mountTable(const std::vector<std::string>& sticks) {
 }
 
 std::vector<FileEntry> records(int number) {
+    const SharedText location = sharedText("backups");
     std::vector<FileEntry> list;
     for (int i = 0; i < number; ++i) {
-        list.push_back({FileEntry::kOther, "DEVICE-2026115.13-7-" + std::to_string(i) + ".psb", i,
-                        "backups", ""});
+        list.push_back(
+            {FileEntry::kOther, "DEVICE-2026115.13-7-" + std::to_string(i) + ".psb", i, location});
     }
     return list;
 }
@@ -89,7 +90,7 @@ void countListings(TfMngr& manager) {
         const std::string directory = "listing of " + std::to_string(files);
         fill(stick, directory, files);
         count(("listing-" + std::to_string(files)).c_str(), [&] {
-            return manager.listDirectory(stick.name(), directory).size() ==
+            return manager.takeRestoreFilesList(stick.name(), directory).size() ==
                    static_cast<std::size_t>(files);
         });
     }

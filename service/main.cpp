@@ -29,6 +29,10 @@ constexpr int kLargeBlock = 128 * 1024;
 // scatter, and the heap grows by a page in some 13,000 calls; each job would also reserve another.
 constexpr int kArenas = 1;
 
+// Small blocks join their free neighbours at once, so that what the names of a long listing took
+// can go back, too. Otherwise the next small blocks are cut from among them, and stay.
+constexpr int kLargestUnjoined = 0;
+
 // Acts on each -d and returns the id of the start-up semaphore set, or -1 without -d. getopt works
 // on a copy, so the caller's argument vector stays in its order.
 int readOptions(int argc, char** argv) {
@@ -49,6 +53,7 @@ int readOptions(int argc, char** argv) {
 int main(int argc, char** argv) {
     mallopt(M_MMAP_THRESHOLD, kLargeBlock);
     mallopt(M_ARENA_MAX, kArenas);
+    mallopt(M_MXFAST, kLargestUnjoined);
     const int startSemaphore = readOptions(argc, argv);
 
     // The descriptor is kept to the end of the process: it holds the lock.

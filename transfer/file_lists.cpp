@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
-#include <optional>
+#include <utility>
 
 #include "transfer/package_markers.h"
 #include "transfer/tf_mngr.h"
@@ -35,17 +35,14 @@ std::string listedDirectory(const std::string& mntId, const std::string& dirPath
 }
 
 // What the entries of `directory` carry as their location: its path relative to the stick's root.
-std::string locationOf(const std::string& directory, const std::string& mntId) {
+SharedText locationOf(const std::string& directory, const std::string& mntId) {
     const std::string prefix = TfMngr::relativePath(directory + "/", mntId);
-    return prefix.empty() ? "/" : TfMngr::parentPath(prefix);
+    return sharedText(prefix.empty() ? "/" : TfMngr::parentPath(prefix));
 }
 
-FileEntry makeEntry(const char* name, const struct stat64& status, const std::string& location) {
-    return {isDirectory(status) ? FileEntry::kDirectory : FileEntry::kOther,
-            name,
-            status.st_size,
-            location,
-            {}};
+FileEntry makeEntry(const char* name, const struct stat64& status, const SharedText& location) {
+    return {isDirectory(status) ? FileEntry::kDirectory : FileEntry::kOther, name, status.st_size,
+            location};
 }
 
 // Reads the visible entries of one directory, each with its path and status. Entries that cannot be
@@ -88,16 +85,17 @@ private:
 
 }  // namespace
 
-const std::vector<FileEntry>& TfMngr::listDirectory(const std::string& mntId,
-                                                    const std::string& dirPath) {
-    std::vector<FileEntry>().swap(entries);  // gives the memory of a long list back
-    scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
+std::vector<FileEntry> TfMngr::getRestoreFilesList(const std::string& mntId,
+                                                   const std::string& dirPath) {
+    entries = takeRestoreFilesList(mntId, dirPath);
     return entries;
 }
 
-std::vector<FileEntry> TfMngr::getRestoreFilesList(const std::string& mntId,
-                                                   const std::string& dirPath) {
-    return listDirectory(mntId, dirPath);
+std::vector<FileEntry> TfMngr::takeRestoreFilesList(const std::string& mntId,
+                                                    const std::string& dirPath) {
+    entries.clear();
+    scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
+    return std::exchange(entries, {});
 }
 
 std::vector<FileEntry> TfMngr::scanDirectories(const std::string& mntId,
@@ -116,7 +114,7 @@ void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Lev
     if (!stickIsMounted(mntId) || !exists(directory)) {
         return;
     }
-    const std::string location = locationOf(directory, mntId);
+    const SharedText location = locationOf(directory, mntId);
     // Files go straight to their place; directories, of which there are few, are put before them.
     const auto begin = static_cast<std::ptrdiff_t>(entries.size());
     std::vector<FileEntry> directories;
@@ -183,7 +181,7 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
     }
     enclosing.push_back({self.st_dev, self.st_ino});
 
-    std::optional<std::string> location;
+    SharedText location;
     while (visible.next()) {
         if (isDirectory(visible.status())) {
             scanTreeLevel(mntId, visible.path(), marker, enclosing);
@@ -194,7 +192,7 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
         if (!location) {
             location = locationOf(directory, mntId);
         }
-        entries.push_back(makeEntry(visible.name(), visible.status(), *location));
+        entries.push_back(makeEntry(visible.name(), visible.status(), location));
         // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
         if (entries.size() > kTreeListLimit) {
             break;

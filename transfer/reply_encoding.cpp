@@ -221,7 +221,7 @@ EncodedList encodeFiles(const std::vector<FileEntry>& entries, KindWord word, Wr
     bool fits = true;
     for (auto entry = entries.begin(); entry != entries.end() && fits; ++entry) {
         const Text name(entry->name);
-        const Text location(entry->location);
+        const Text location(*entry->location);
         fits = writer.add({element(static_cast<char>(word), entry->kind), element(name),
                            element(kQuad, entry->size), element(location)});
     }

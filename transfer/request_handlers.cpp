@@ -18,6 +18,8 @@ void logOmitted(std::size_t listed, const EncodedList& encoded, GDBusMethodInvoc
     }
 }
 
+// The value, which is floating. A handler completes the call in a statement of its own: by then the
+// list is gone, and a long reply has the memory to itself.
 GVariant* encodeIndex(const std::vector<FileEntry>& entries, GDBusMethodInvocation* invocation) {
     const EncodedList encoded = reply::fileArray(entries);
     logOmitted(entries.size(), encoded, invocation);
@@ -64,7 +66,7 @@ void DBusInterface::getRestoreFilesList(MorvaneTransferSac* skeleton,
                                         GDBusMethodInvocation* invocation, const gchar* mntId,
                                         const gchar* path) {
     const EncodedList list =
-        encodeFilesList(tfMngr->listDirectory(mntId, path), KindWord::Unsigned, invocation);
+        encodeFilesList(tfMngr->takeRestoreFilesList(mntId, path), KindWord::Unsigned, invocation);
     morvane_transfer_sac_complete_get_restore_files_list(skeleton, invocation, list.value,
                                                          static_cast<gint>(list.records));
 }
@@ -121,20 +123,20 @@ void DBusInterface::doRestore(MorvaneTransferSac* skeleton, GDBusMethodInvocatio
 void DBusInterface::getDirectoryIndex(MorvaneTransferSac* skeleton,
                                       GDBusMethodInvocation* invocation, const gchar* mntId,
                                       const gchar* path) {
-    morvane_transfer_sac_complete_get_directory_index(
-        skeleton, invocation, encodeIndex(tfMngr->listDirectory(mntId, path), invocation));
+    GVariant* const index = encodeIndex(tfMngr->takeRestoreFilesList(mntId, path), invocation);
+    morvane_transfer_sac_complete_get_directory_index(skeleton, invocation, index);
 }
 
 void DBusInterface::getDirectoryIndexForUpdate(MorvaneTransferSac* skeleton,
                                                GDBusMethodInvocation* invocation,
                                                const gchar* mntId, const gchar* path) {
-    morvane_transfer_sac_complete_get_directory_index_for_update(
-        skeleton, invocation, encodeIndex(tfMngr->getUpdateFilesList(mntId, path), invocation));
+    GVariant* const index = encodeIndex(tfMngr->getUpdateFilesList(mntId, path), invocation);
+    morvane_transfer_sac_complete_get_directory_index_for_update(skeleton, invocation, index);
 }
 
 void DBusInterface::getDirectoryIndexForBackup(MorvaneTransferSac* skeleton,
                                                GDBusMethodInvocation* invocation,
                                                const gchar* mntId, const gchar* path) {
-    morvane_transfer_sac_complete_get_directory_index_for_backup(
-        skeleton, invocation, encodeIndex(tfMngr->getBackupFilesList(mntId, path), invocation));
+    GVariant* const index = encodeIndex(tfMngr->getBackupFilesList(mntId, path), invocation);
+    morvane_transfer_sac_complete_get_directory_index_for_backup(skeleton, invocation, index);
 }

@@ -64,11 +64,12 @@ public:
     // --- Listings (file_lists.cpp); an empty list is the answer to every failure ---
 
     // One directory level: sub-directories first, then the rest, each in the file system's order.
-    // The working list itself, good until the next listing or scan; and a copy of it.
-    const std::vector<FileEntry>& listDirectory(const std::string& mntId,
-                                                const std::string& dirPath);
+    // A copy of the working list; and the list itself, which is then empty: nothing of a long one
+    // is kept any longer than its reader needs it.
     std::vector<FileEntry> getRestoreFilesList(const std::string& mntId,
                                                const std::string& dirPath);
+    std::vector<FileEntry> takeRestoreFilesList(const std::string& mntId,
+                                                const std::string& dirPath);
 
     // The backup or update files in the tree below `dirPath` that the device manager accepts, depth
     // first, some 30 at most. Connects to the device manager anew.

@@ -102,7 +102,7 @@ void checkFiles(const reply::EncodedList& encoded, const std::vector<FileEntry>&
         checkKind(list.get(), 4 * i, entries[i].kind, isSigned);
         checkText(list.get(), 4 * i + 1, entries[i].name);
         checkNumber(list.get(), 4 * i + 2, static_cast<std::uint64_t>(entries[i].size));
-        checkText(list.get(), 4 * i + 3, entries[i].location);
+        checkText(list.get(), 4 * i + 3, *entries[i].location);
     }
 }
 
@@ -127,12 +127,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::vector<UsbStickInfo> sticks;
     while (!input.isEmpty()) {
         const auto kind = static_cast<std::uint32_t>(input.number());
-        const std::string location = input.upTo(2) == 0 || entries.empty()
-                                         ? fuzz::upToZero(input.text())
-                                         : entries.back().location;
+        const SharedText location = input.upTo(2) == 0 || entries.empty()
+                                        ? sharedText(fuzz::upToZero(input.text()))
+                                        : entries.back().location;
         const std::string name = fuzz::upToZero(input.text());
-        entries.push_back({kind, name, static_cast<std::int64_t>(input.number()), location, {}});
-        sticks.push_back({name, location, input.number(), input.number()});
+        entries.push_back({kind, name, static_cast<std::int64_t>(input.number()), location});
+        sticks.push_back({name, *location, input.number(), input.number()});
     }
     checkFiles(reply::fileArray(entries, maxBytes), entries, false, maxBytes);
     checkFiles(reply::fileArray(entries), entries, false, reply::kMaxArrayBytes);

@@ -43,7 +43,7 @@ GVariant* build(const std::vector<FileEntry>& entries, bool boxed, KindWord kind
                 : g_variant_new_int32(static_cast<std::int32_t>(entry.kind)));
         addText(&builder, boxed, entry.name);
         add(&builder, boxed, g_variant_new_uint64(static_cast<std::uint64_t>(entry.size)));
-        addText(&builder, boxed, entry.location);
+        addText(&builder, boxed, *entry.location);
     }
     return g_variant_builder_end(&builder);
 }

@@ -80,23 +80,24 @@ struct FileCase {
 const FileCase kNoFile{"level/none", {}};
 
 std::vector<FileCase> levelCases() {
-    return {
-        kNoFile,
-        {"level/one", {{1, "a.psb", 7, "level/one", ""}}},
-        {"level/two",
-         {{0, "photos", 40, "level/two", ""}, {1, "notes.txt", 5'000'000'000, "level/two", ""}}}};
+    return {kNoFile,
+            {"level/one", {{1, "a.psb", 7, sharedText("level/one")}}},
+            {"level/two",
+             {{0, "photos", 40, sharedText("level/two")},
+              {1, "notes.txt", 5'000'000'000, sharedText("level/two")}}}};
 }
 
 std::vector<FileCase> treeCases() {
     return {kNoFile,
-            {"tree/one", {{1, "a.psb.fwf", 7, "tree/one", ""}}},
+            {"tree/one", {{1, "a.psb.fwf", 7, sharedText("tree/one")}}},
             {"tree/two",
-             {{1, "a", 5, "tree/two/set.psb.fwf", ""}, {0, "set.psb.fwf", 60, "tree/two", ""}}},
+             {{1, "a", 5, sharedText("tree/two/set.psb.fwf")},
+              {0, "set.psb.fwf", 60, sharedText("tree/two")}}},
             {"tree/many",
-             {{1, "a", 0, "tree/many/x.psb.fwf/y/z", ""},
-              {0, "z", 60, "tree/many/x.psb.fwf/y", ""},
-              {0, "y", 60, "tree/many/x.psb.fwf", ""},
-              {0, "x.psb.fwf", 60, "tree/many", ""}}}};
+             {{1, "a", 0, sharedText("tree/many/x.psb.fwf/y/z")},
+              {0, "z", 60, sharedText("tree/many/x.psb.fwf/y")},
+              {0, "y", 60, sharedText("tree/many/x.psb.fwf")},
+              {0, "x.psb.fwf", 60, sharedText("tree/many")}}}};
 }
 
 std::string onStick(const std::string& method, const std::string& directory) {
@@ -134,7 +135,7 @@ TEST(ReplyEncoding, ofNothingSaysThatItHoldsNoRecord) {
 
 TEST(ReplyEncoding, givesFloatingValuesForTheReplyToTakeOver) {
     const Sticks sticks(2);
-    const Files files(2);
+    const Files files(2, {1, "a", 1, sharedText("/")});
     for (GVariant* value :
          {reply::stickArray(sticks).value, reply::stickTuple(sticks).value,
           reply::fileArray(files).value, reply::fileTuple(files, KindWord::Signed).value,
@@ -145,7 +146,8 @@ TEST(ReplyEncoding, givesFloatingValuesForTheReplyToTakeOver) {
 }
 
 TEST(ReplyEncoding, sendsKindsWithTheTopBitAsLargeOrAsNegativeNumbers) {
-    const Files entries = {{0xFFFFFFFFU, "a", 1, "/", ""}, {0x80000000U, "b", 2, "/", ""}};
+    const Files entries = {{0xFFFFFFFFU, "a", 1, sharedText("/")},
+                           {0x80000000U, "b", 2, sharedText("/")}};
     EXPECT_EQ(text(reply::fileArray(entries).value),
               "[<uint32 4294967295>, <'a'>, <uint64 1>, <'/'>,"
               " <uint32 2147483648>, <'b'>, <uint64 2>, <'/'>]");
@@ -156,17 +158,11 @@ TEST(ReplyEncoding, sendsKindsWithTheTopBitAsLargeOrAsNegativeNumbers) {
 }
 
 TEST(ReplyEncoding, sendsSizesAsUnsignedNumbers) {
-    const Files entries = {{1, "a", -1, "/", ""},
-                           {1, "b", std::numeric_limits<std::int64_t>::max(), "/", ""}};
+    const Files entries = {{1, "a", -1, sharedText("/")},
+                           {1, "b", std::numeric_limits<std::int64_t>::max(), sharedText("/")}};
     EXPECT_EQ(text(reply::fileTuple(entries, KindWord::Unsigned).value),
               "(uint32 1, 'a', uint64 18446744073709551615, '/',"
               " uint32 1, 'b', uint64 9223372036854775807, '/')");
-}
-
-TEST(ReplyEncoding, neverSendsTheReservedText) {
-    const Files entries = {{1, "a", 1, "/", "reserved"}};
-    EXPECT_EQ(text(reply::fileArray(entries).value), "[<uint32 1>, <'a'>, <uint64 1>, <'/'>]");
-    EXPECT_EQ(text(reply::fileTuple(entries, KindWord::Signed).value), "(1, 'a', uint64 1, '/')");
 }
 
 // Makes records with everything that names may hold, from a fixed seed.
@@ -182,13 +178,13 @@ public:
 
     Files files(std::size_t most) {
         Files list(below(most + 1));
-        std::string location = bytes();
+        SharedText location = sharedText(bytes());
         for (FileEntry& entry : list) {
             if (below(3) == 0) {
-                location = bytes();
+                location = sharedText(bytes());
             }
             const auto kind = static_cast<std::uint32_t>(below(4) == 0 ? random_() : below(2));
-            entry = {kind, bytes(), static_cast<std::int64_t>(random_()), location, "reserved"};
+            entry = {kind, bytes(), static_cast<std::int64_t>(random_()), location};
         }
         return list;
     }
@@ -272,7 +268,8 @@ TEST(ReplyEncoding, ofArraysOfAnySizeEqualsThePlainEncoding) {
 TEST(ReplyEncoding, ofArraysAtTheBordersOfTheirPlacesEqualsThePlainEncoding) {
     // With a last text of this length an array can be as long as its places just about allow.
     const auto withName = [](std::size_t length) {
-        return Files{{1, std::string(length, 'x'), 1, "/", ""}, {1, "y", 1, "/sub", ""}};
+        return Files{{1, std::string(length, 'x'), 1, sharedText("/")},
+                     {1, "y", 1, sharedText("/sub")}};
     };
     const auto sizeWithName = [&](std::size_t length) {
         const VariantPtr array(g_variant_ref_sink(naiveArray(withName(length))));

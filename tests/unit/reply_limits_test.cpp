@@ -23,7 +23,7 @@ Files filesNumbered(std::size_t count) {
     Files entries;
     for (std::size_t i = 0; i < count; ++i) {
         entries.push_back({FileEntry::kOther, "f" + std::to_string(i), static_cast<std::int64_t>(i),
-                           "d" + std::to_string(i / 7), ""});
+                           sharedText("d" + std::to_string(i / 7))});
     }
     return entries;
 }
@@ -88,7 +88,7 @@ Files unalignedFiles() {
     for (std::size_t i = 0; i < 16; ++i) {
         const std::string name = (i % 3 == 0 ? "\xFF" : "") + std::string(i, 'n');
         entries.push_back({static_cast<std::uint32_t>(i % 2), name, -1,
-                           std::string(i / 4, 'l') + (i == 9 ? "\xC3" : ""), ""});
+                           sharedText(std::string(i / 4, 'l') + (i == 9 ? "\xC3" : ""))});
     }
     return entries;
 }
@@ -128,8 +128,9 @@ TEST(ArrayLimit, thatNothingFitsGivesAnEmptyArray) {
 
 // A shorter record behind one that does not fit would leave a gap.
 TEST(ArrayLimit, endsTheListAtTheFirstRecordThatDoesNotFit) {
-    const Files entries = {
-        {1, "a", 1, "/", ""}, {1, std::string(255, 'b'), 2, "/", ""}, {1, "c", 3, "/", ""}};
+    const Files entries = {{1, "a", 1, sharedText("/")},
+                           {1, std::string(255, 'b'), 2, sharedText("/")},
+                           {1, "c", 3, sharedText("/")}};
     const reply::EncodedList list = reply::fileArray(entries, 200);
     EXPECT_EQ(list.records, 1U);
     EXPECT_TRUE(equal(list.value, naiveArray(firstOf(entries, 1))));
@@ -146,7 +147,7 @@ TEST(ArrayLimit, ofAReplyLeavesRoomForTheHeaderInTheBusesLimit) {
     g_dbus_message_set_sender(answer.get(), longName.c_str());
     g_dbus_message_set_destination(answer.get(), longName.c_str());
     g_dbus_message_set_serial(answer.get(), 2);
-    const Files entries(1);
+    const Files entries{{1, "a", 1, sharedText("/")}};
     g_dbus_message_set_body(answer.get(), g_variant_new("(@av)", reply::fileArray(entries).value));
     gsize size = 0;
     g_free(g_dbus_message_to_blob(answer.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
