@@ -27,7 +27,7 @@ protected:
 
 // ---- descriptors ------------------------------------------------------------------------------
 
-TEST_F(ListingLimits, GiveNothingWithoutADescriptor) {
+TEST_F(ListingLimits, giveNothingWithoutADescriptor) {
     stick_.addFile("a/b.psb");
     stick_.addFile("a/c.fwf");
     {
@@ -47,7 +47,7 @@ TEST_F(ListingLimits, GiveNothingWithoutADescriptor) {
     EXPECT_THAT(namesOf(update("")), ElementsAre("c.fwf"));
 }
 
-TEST_F(ListingLimits, LeaveOutDirectoriesThatTakeOneDescriptorTooMany) {
+TEST_F(ListingLimits, leaveOutDirectoriesThatTakeOneDescriptorTooMany) {
     stick_.addFile("1.psb");
     stick_.addFile("a/2.psb");
     stick_.addDirectory("a/b");  // takes the last descriptor; nothing can be checked in it
@@ -74,7 +74,7 @@ void dig(const std::string& root, int depth, int step) {
     }
 }
 
-TEST_F(ListingLimits, GoAsDeepAsAPathCanBeLong) {
+TEST_F(ListingLimits, goAsDeepAsAPathCanBeLong) {
     constexpr rlim_t kDeepest = PATH_MAX / 2;
     if (raiseDescriptorLimit() < kDeepest + 100) {
         GTEST_SKIP() << "this machine allows too few open files for so deep a tree";
@@ -91,7 +91,7 @@ TEST_F(ListingLimits, GoAsDeepAsAPathCanBeLong) {
     EXPECT_EQ(list.back().location->size(), static_cast<std::size_t>(kStep * 2 - 1));
 }
 
-TEST_F(ListingLimits, GiveNothingForNamesAndPathsThatAreTooLong) {
+TEST_F(ListingLimits, giveNothingForNamesAndPathsThatAreTooLong) {
     stick_.addFile("a/b.psb");
     for (const std::string& path :
          {std::string(256, 'x'), std::string(5000, 'x'), "a/" + std::string(5000, '/'),
@@ -105,7 +105,7 @@ TEST_F(ListingLimits, GiveNothingForNamesAndPathsThatAreTooLong) {
     }
 }
 
-TEST_F(ListingLimits, SkipEntriesWhosePathIsTooLong) {
+TEST_F(ListingLimits, skipEntriesWhosePathIsTooLong) {
     stick_.addFile("a/b");
     stick_.addFile("a/" + std::string(100, 'c'));
     // The directory still has a path, its longer entry has none.
@@ -115,23 +115,31 @@ TEST_F(ListingLimits, SkipEntriesWhosePathIsTooLong) {
 
 // ---- links ------------------------------------------------------------------------------------
 
-TEST_F(ListingLimits, SkipLinksThatLeadOnTooOften) {
+TEST_F(ListingLimits, skipLinksThatLeadOnTooOften) {
     constexpr int kFollowed = 40;  // by the kernel, for one path
+    // When something is mounted meanwhile the kernel begins the path anew, twice at most, and goes
+    // on counting. What may or may not be followed then is hidden.
+    constexpr int kSurelyFollowed = kFollowed / 3;
+    const auto name = [](int number) {
+        const bool hidden = kSurelyFollowed < number && number <= kFollowed;
+        return (hidden ? "." : "") + std::to_string(number);
+    };
     stick_.addFile("0/x.psb");
     for (int number = 1; number <= kFollowed + 10; ++number) {
-        link(std::to_string(number - 1), std::to_string(number));
+        link(name(number - 1), name(number));
     }
-    EXPECT_EQ(restore("").size(), 1U + kFollowed);
-    EXPECT_THAT(namesOf(restore(std::to_string(kFollowed))), ElementsAre("x.psb"));
-    EXPECT_THAT(restore(std::to_string(kFollowed + 1)), IsEmpty());
-    EXPECT_EQ(backup("").size(), 1U + kFollowed);
-    EXPECT_THAT(placesOf(backup("40")), ElementsAre("40 x.psb"));
-    EXPECT_THAT(backup("41"), IsEmpty());
+    EXPECT_EQ(restore("").size(), 1U + kSurelyFollowed);
+    EXPECT_THAT(namesOf(restore(name(kSurelyFollowed))), ElementsAre("x.psb"));
+    EXPECT_THAT(restore(name(kFollowed + 1)), IsEmpty());
+    EXPECT_EQ(backup("").size(), 1U + kSurelyFollowed);
+    EXPECT_THAT(placesOf(backup(name(kSurelyFollowed))),
+                ElementsAre(name(kSurelyFollowed) + " x.psb"));
+    EXPECT_THAT(backup(name(kFollowed + 1)), IsEmpty());
 }
 
 // ---- permissions ------------------------------------------------------------------------------
 
-TEST_F(ListingLimits, GiveNothingOfADirectoryThatMustNotBeRead) {
+TEST_F(ListingLimits, giveNothingOfADirectoryThatMustNotBeRead) {
     stick_.addFile("closed/1.psb");
     stick_.addFile("open/2.psb");
     chmod(stick_.path("closed").c_str(), 0300);
@@ -142,7 +150,7 @@ TEST_F(ListingLimits, GiveNothingOfADirectoryThatMustNotBeRead) {
     EXPECT_THAT(placesOf(backup("")), ElementsAre("open 2.psb"));
 }
 
-TEST_F(ListingLimits, SkipEntriesThatMustNotBeLookedAt) {
+TEST_F(ListingLimits, skipEntriesThatMustNotBeLookedAt) {
     stick_.addFile("closed/1.psb");
     stick_.addFile("open/2.psb");
     chmod(stick_.path("closed").c_str(), 0600);
