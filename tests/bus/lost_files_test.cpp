@@ -91,7 +91,7 @@ private:
 };
 
 // A job that starts takes a second, so there is one, at the end, on a file that is there.
-TEST_P(GeneratedBusCalls, ChangeOnTheSticksWhatTheModelSays) {
+TEST_P(GeneratedBusCalls, changeOnTheSticksWhatTheModelSays) {
     device_.orderStatus("BR.connect", 1);
     job_.refused = true;
     for (int number = 0; number < kCalls && !HasFailure(); ++number) {
@@ -117,7 +117,7 @@ TEST_P(GeneratedBusCalls, ChangeOnTheSticksWhatTheModelSays) {
 INSTANTIATE_TEST_SUITE_P(Shard, GeneratedBusCalls, testing::Range(0, kShards));
 
 #if !defined(__SANITIZE_THREAD__)  // it makes threads itself
-TEST_F(FilesOnTheBus, StayWhenTheBackupHasNoThread) {
+TEST_F(FilesOnTheBus, stayWhenTheBackupHasNoThread) {
     const Stick stick(1);
     stick.addFile("a.psb", "old");
     device_.order("pthread_create", "refuse");

@@ -56,7 +56,7 @@ protected:
     }
 };
 
-TEST_F(Storage, PrintsTheSizesOfSticksAndWhatItDeletedAndNothingElse) {
+TEST_F(Storage, printsTheSizesOfSticksAndWhatItDeletedAndNothingElse) {
     ServiceProcess service;
     ASSERT_TRUE(service.waitUntilAnswers());
     Stick first(1, {"8m", "/dev/sda1", false});
@@ -115,7 +115,7 @@ void askForAll(const Stick& stick) {
     EXPECT_EQ(bus.transfer("DeleteFile", g_variant_new("(ss)", "USB_X60.1", "loop")).type(), "(b)");
 }
 
-TEST_F(Storage, KeepsNoDescriptorOpen) {
+TEST_F(Storage, keepsNoDescriptorOpen) {
     const DeviceDouble device;
     ServiceProcess service({{}, device.environment(), {}, {}, {}});
     ASSERT_TRUE(service.waitUntilAnswers());
@@ -131,7 +131,7 @@ TEST_F(Storage, KeepsNoDescriptorOpen) {
     EXPECT_TRUE(stick.unmount());
 }
 
-TEST_F(Storage, AnswersWhileSticksArePulled) {
+TEST_F(Storage, answersWhileSticksArePulled) {
     const DeviceDouble device;
     ServiceProcess service({{}, device.environment(), {}, {}, {}});
     ASSERT_TRUE(service.waitUntilAnswers());
@@ -184,7 +184,7 @@ testing::AssertionResult forbidDescriptors(pid_t pid, rlimit& before) {
     return testing::AssertionSuccess();
 }
 
-TEST_F(Storage, GivesEmptyAnswersWithoutADescriptorAndRecovers) {
+TEST_F(Storage, givesEmptyAnswersWithoutADescriptorAndRecovers) {
     ServiceProcess service;  // with the stand-ins: the doubles could not write their record
     ASSERT_TRUE(service.waitUntilAnswers());
     const Stick stick(1);
@@ -207,7 +207,7 @@ TEST_F(Storage, GivesEmptyAnswersWithoutADescriptorAndRecovers) {
     EXPECT_EQ(countOf("GetRestoreFilesList", "a"), 1);
 }
 
-TEST_F(Storage, GivesEmptyAnswersWherePermissionIsMissing) {
+TEST_F(Storage, givesEmptyAnswersWherePermissionIsMissing) {
     const DeviceDouble device;
     ServiceProcess service({{}, device.environment(), {}, {}, kWithoutPowers});
     ASSERT_TRUE(service.waitUntilAnswers());

@@ -74,7 +74,7 @@ protected:
                                              {"recipes/soup", "hot"}};
 };
 
-TEST_F(BackupArchive, GivesBackEveryMemberAndTheManifest) {
+TEST_F(BackupArchive, givesBackEveryMemberAndTheManifest) {
     const std::string binary("\0\xFF\n\0", 4);
     const std::string longName = "recipes/" + std::string(150, 'n') + "/" + std::string(150, 'm');
     const std::map<std::string, std::string> members = {
@@ -100,12 +100,12 @@ TEST_F(BackupArchive, GivesBackEveryMemberAndTheManifest) {
     EXPECT_EQ(manifest.members.size(), members.size());
 }
 
-TEST_F(BackupArchive, MayHoldNothing) {
+TEST_F(BackupArchive, mayHoldNothing) {
     write({});
     EXPECT_EQ(refusal(), "");
 }
 
-TEST_F(BackupArchive, IsRefusedWhenCutAnywhere) {
+TEST_F(BackupArchive, isRefusedWhenCutAnywhere) {
     write(few_);
     const std::string whole = readFile(file_);
     ASSERT_EQ(refusal(), "");
@@ -115,7 +115,7 @@ TEST_F(BackupArchive, IsRefusedWhenCutAnywhere) {
     }
 }
 
-TEST_F(BackupArchive, IsRefusedWhenAnyBitIsAltered) {
+TEST_F(BackupArchive, isRefusedWhenAnyBitIsAltered) {
     write(few_);
     const std::string whole = readFile(file_);
     for (std::size_t at = 0; at < whole.size(); ++at) {
@@ -126,7 +126,7 @@ TEST_F(BackupArchive, IsRefusedWhenAnyBitIsAltered) {
     }
 }
 
-TEST_F(BackupArchive, IsRefusedWithAnythingBehindIt) {
+TEST_F(BackupArchive, isRefusedWithAnythingBehindIt) {
     write(few_);
     writeFile(file_, readFile(file_) + "x");
     EXPECT_NE(refusal(), "");
@@ -134,7 +134,7 @@ TEST_F(BackupArchive, IsRefusedWithAnythingBehindIt) {
     EXPECT_NE(refusal(), "");
 }
 
-TEST_F(BackupArchive, IsRefusedWhenCutAndSealedAgain) {
+TEST_F(BackupArchive, isRefusedWhenCutAndSealedAgain) {
     write({{"recipes/soup", noise(300000)}});
     const std::string whole = readFile(file_);
     for (const std::size_t length : {whole.size() / 8, whole.size() / 2, whole.size() * 7 / 8}) {
@@ -143,7 +143,7 @@ TEST_F(BackupArchive, IsRefusedWhenCutAndSealedAgain) {
     }
 }
 
-TEST_F(BackupArchive, ForeignFilesAreRefused) {
+TEST_F(BackupArchive, foreignFilesAreRefused) {
     for (const std::string& bytes :
          {std::string(), std::string("not an archive"), std::string(100000, '\0'),
           std::string("\x28\xB5\x2F\xFD", 4), noise(50000)}) {
@@ -154,7 +154,7 @@ TEST_F(BackupArchive, ForeignFilesAreRefused) {
     }
 }
 
-TEST_F(BackupArchive, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
+TEST_F(BackupArchive, whatIsNoRegularFileIsRefusedWithoutWaiting) {
     EXPECT_THAT(refusalOf(folder_.path("missing")), HasSubstr("No such file"));
     EXPECT_EQ(refusalOf(folder_.path()), "not a regular file");
     const std::string pipe = folder_.path("pipe");
@@ -164,7 +164,7 @@ TEST_F(BackupArchive, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
     EXPECT_TRUE(test_support::exists(pipe)) << "what was never opened is not removed";
 }
 
-TEST_F(BackupArchive, AnotherKindIsRefused) {
+TEST_F(BackupArchive, anotherKindIsRefused) {
     write(few_);
     EXPECT_NO_THROW(readArchive(file_, {kinds().front()}));
     EXPECT_THROW(readArchive(file_, {kinds().back()}), ArchiveError);
@@ -172,25 +172,25 @@ TEST_F(BackupArchive, AnotherKindIsRefused) {
     EXPECT_EQ(refusal(), "an archive of another kind");
 }
 
-TEST_F(BackupArchive, CraftedButTrueIsAccepted) {
+TEST_F(BackupArchive, craftedButTrueIsAccepted) {
     writeWithManifest(file_, "food", {{"recipes/soup", "hot"}, {"drinks/tea", "cold"}});
     EXPECT_EQ(refusal(), "") << "the other tests would prove nothing";
 }
 
-TEST_F(BackupArchive, WithoutSealIsRefused) {
+TEST_F(BackupArchive, withoutSealIsRefused) {
     const std::vector<CraftedMember> members = {{"recipes/soup", "hot"}};
     writeUnsealed(file_, {{"manifest", craftedManifest("food", members)}, members.front()});
     EXPECT_NE(refusal(), "");
 }
 
-TEST_F(BackupArchive, WithoutCompressionIsRefused) {
+TEST_F(BackupArchive, withoutCompressionIsRefused) {
     const std::vector<CraftedMember> members = {{"recipes/soup", "hot"}};
     writeCrafted(file_, {{"manifest", craftedManifest("food", members)}, members.front()},
                  Compression::none);
     EXPECT_NE(refusal(), "");
 }
 
-TEST_F(BackupArchive, HostileNamesAreRefused) {
+TEST_F(BackupArchive, hostileNamesAreRefused) {
     for (const std::string name :
          {"/etc/passwd", "../recipes/soup", "recipes/../users/soup", "recipes/..", "recipes/.",
           "recipes//soup", "recipes/", "recipes", "./recipes/soup", "recipes/./soup", "manifest",
@@ -203,14 +203,14 @@ TEST_F(BackupArchive, HostileNamesAreRefused) {
     EXPECT_NE(refusal(), "");
 }
 
-TEST_F(BackupArchive, IsNotWrittenWithHostileNames) {
+TEST_F(BackupArchive, isNotWrittenWithHostileNames) {
     for (const std::string name : {"/etc/passwd", "../recipes/soup", "recipes/\xFF", ""}) {
         EXPECT_THROW(write({{name, "hot"}}), ArchiveError) << name;
         EXPECT_FALSE(test_support::exists(file_));
     }
 }
 
-TEST_F(BackupArchive, LinksAndFoldersAreRefused) {
+TEST_F(BackupArchive, linksAndFoldersAreRefused) {
     using Type = CraftedMember::Type;
     const CraftedMember soup = {"recipes/soup", ""};
     for (const CraftedMember& member : {CraftedMember{soup.name, "/etc/passwd", Type::symbolicLink},
@@ -221,7 +221,7 @@ TEST_F(BackupArchive, LinksAndFoldersAreRefused) {
     }
 }
 
-TEST_F(BackupArchive, MembersAndManifestMustAgree) {
+TEST_F(BackupArchive, membersAndManifestMustAgree) {
     const CraftedMember soup = {"recipes/soup", "hot"};
     const CraftedMember cold = {"recipes/soup", "icy"};
     const CraftedMember longer = {"recipes/soup", "hotter"};
@@ -251,7 +251,7 @@ TEST_F(BackupArchive, MembersAndManifestMustAgree) {
     EXPECT_EQ(refusal(), "");
 }
 
-TEST_F(BackupArchive, BrokenManifestsAreRefused) {
+TEST_F(BackupArchive, brokenManifestsAreRefused) {
     const CraftedMember soup = {"recipes/soup", "hot"};
     const std::string good = craftedManifest("food", {soup});
     const auto with = [&](const std::string& from, const std::string& to) {
@@ -274,7 +274,7 @@ TEST_F(BackupArchive, BrokenManifestsAreRefused) {
     EXPECT_EQ(refusal(), "");
 }
 
-TEST_F(BackupArchive, StatingTooMuchIsRefusedBeforeItIsRead) {
+TEST_F(BackupArchive, statingTooMuchIsRefusedBeforeItIsRead) {
     const CraftedMember soup = {"recipes/soup", "hot"};
     std::string text = craftedManifest("food", {soup});
     text.replace(text.find("Size=3"), 6, "Size=1073741825");
@@ -293,7 +293,7 @@ TEST_F(BackupArchive, StatingTooMuchIsRefusedBeforeItIsRead) {
     EXPECT_EQ(refusal(), "");
 }
 
-TEST_F(BackupArchive, NeverTakesMoreThanItsLimit) {
+TEST_F(BackupArchive, neverTakesMoreThanItsLimit) {
     std::vector<ArchiveMember> members;
     for (std::size_t i = 0; i < 50; ++i) {
         members.push_back(
@@ -305,7 +305,7 @@ TEST_F(BackupArchive, NeverTakesMoreThanItsLimit) {
     }
 }
 
-TEST_F(BackupArchive, GrowsWhileItIsWrittenAndIsRefusedUntilItIsWhole) {
+TEST_F(BackupArchive, growsWhileItIsWrittenAndIsRefusedUntilItIsWhole) {
     std::vector<std::uint64_t> sizes;
     const std::vector<ArchiveMember> members = {{"recipes/soup", noise(300000)}};
     const std::uint64_t limit = archiveSizeLimit(head_, members);
@@ -324,20 +324,20 @@ TEST_F(BackupArchive, GrowsWhileItIsWrittenAndIsRefusedUntilItIsWhole) {
     EXPECT_EQ(refusal(), "");
 }
 
-TEST_F(BackupArchive, IsRemovedWhenItsWritingIsGivenUp) {
+TEST_F(BackupArchive, isRemovedWhenItsWritingIsGivenUp) {
     struct GivenUp {};
     EXPECT_THROW(write(few_, [](std::uint64_t, std::uint64_t) { throw GivenUp(); }), GivenUp);
     EXPECT_FALSE(test_support::exists(file_));
 }
 
-TEST_F(BackupArchive, IsRemovedWhenItDoesNotFit) {
+TEST_F(BackupArchive, isRemovedWhenItDoesNotFit) {
     const test_support::Mount small(folder_.path("small"), "tmpfs", "tmpfs", 0, "size=64k");
     const std::string path = folder_.path("small/a.psb");
     EXPECT_THROW(writeArchive(path, head_, {{"recipes/soup", noise(1000000)}}), ArchiveError);
     EXPECT_FALSE(test_support::exists(path));
 }
 
-TEST_F(BackupArchive, ReadingCanBeGivenUp) {
+TEST_F(BackupArchive, readingCanBeGivenUp) {
     struct GivenUp {};
     write(few_);
     EXPECT_THROW(

@@ -20,14 +20,14 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST_F(DeviceManagerClient, CannotConnectWhenNobodyListens) {
+TEST_F(DeviceManagerClient, cannotConnectWhenNobodyListens) {
     EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kUnreachable);
     EXPECT_THAT(log_.messages, HasSubstr("error connect: "));
     const Update update(FUCreateController());
     EXPECT_EQ(update->connect(kEndpoint, ""), kUnreachable);
 }
 
-TEST_F(DeviceManagerClient, CannotConnectToWhatIsNoEndpoint) {
+TEST_F(DeviceManagerClient, cannotConnectToWhatIsNoEndpoint) {
     const BackupRestore controller = backupRestore();
     for (const char* endpoint :
          {"", ":", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:70000", "[::1", "a b"}) {
@@ -36,7 +36,7 @@ TEST_F(DeviceManagerClient, CannotConnectToWhatIsNoEndpoint) {
     EXPECT_NE(controller->connect(nullptr, nullptr), 0);
 }
 
-TEST_F(DeviceManagerClient, TakesTheCredentialFromTheLogObject) {
+TEST_F(DeviceManagerClient, takesTheCredentialFromTheLogObject) {
     start();
     const BackupRestore controller = connected();
     EXPECT_EQ(log_.asked, 1);
@@ -46,7 +46,7 @@ TEST_F(DeviceManagerClient, TakesTheCredentialFromTheLogObject) {
     EXPECT_THAT(log_.messages, HasSubstr("log disconnect: closed\n"));
 }
 
-TEST_F(DeviceManagerClient, IsRefusedWithoutTheRightCredential) {
+TEST_F(DeviceManagerClient, isRefusedWithoutTheRightCredential) {
     start();
     const std::string right = *log_.credential;
     const BackupRestore controller = backupRestore();
@@ -62,7 +62,7 @@ TEST_F(DeviceManagerClient, IsRefusedWithoutTheRightCredential) {
     EXPECT_EQ(controller->connect(kEndpoint, ""), 0);
 }
 
-TEST_F(DeviceManagerClient, PrefersAGivenCredentialToTheLogObjects) {
+TEST_F(DeviceManagerClient, prefersAGivenCredentialToTheLogObjects) {
     start();
     const std::string right = *log_.credential;
     log_.credential = "wrong";
@@ -70,7 +70,7 @@ TEST_F(DeviceManagerClient, PrefersAGivenCredentialToTheLogObjects) {
     EXPECT_EQ(log_.asked, 0);
 }
 
-TEST_F(DeviceManagerClient, WorksWithoutALogObjectWhereNoCredentialIsAskedFor) {
+TEST_F(DeviceManagerClient, worksWithoutALogObjectWhereNoCredentialIsAskedFor) {
     start({"--credential-record="});
     const BackupRestore controller(BRCreateController());
     std::uint64_t bytes = 0;
@@ -80,7 +80,7 @@ TEST_F(DeviceManagerClient, WorksWithoutALogObjectWhereNoCredentialIsAskedFor) {
     EXPECT_GT(bytes, 0U);
 }
 
-TEST_F(DeviceManagerClient, IsRefusedWhenTheRecordIsGoneOrNoRecord) {
+TEST_F(DeviceManagerClient, isRefusedWhenTheRecordIsGoneOrNoRecord) {
     start();
     const BackupRestore controller = backupRestore();
     for (const std::string& record : {std::string("short"), readFile(record_) + "x"}) {
@@ -91,7 +91,7 @@ TEST_F(DeviceManagerClient, IsRefusedWhenTheRecordIsGoneOrNoRecord) {
     EXPECT_EQ(controller->connect(kEndpoint, ""), kRefused);
 }
 
-TEST_F(DeviceManagerClient, AnExistingRecordIsKept) {
+TEST_F(DeviceManagerClient, anExistingRecordIsKept) {
     const std::string record = std::string(64, 'a') + std::string(64, 'b');
     std::filesystem::create_directories(folder_.path("persistent"));
     writeFile(record_, record);
@@ -100,7 +100,7 @@ TEST_F(DeviceManagerClient, AnExistingRecordIsKept) {
     connected();
 }
 
-TEST_F(DeviceManagerClient, CallsOutsideAConnectionFail) {
+TEST_F(DeviceManagerClient, callsOutsideAConnectionFail) {
     start();
     const BackupRestore controller = backupRestore();
     const auto allFail = [&] {
@@ -123,7 +123,7 @@ TEST_F(DeviceManagerClient, CallsOutsideAConnectionFail) {
     EXPECT_EQ(update->checkFirmwareFile(updateFile_.c_str()), kNotConnected);
 }
 
-TEST_F(DeviceManagerClient, TheSimulatorItselfAnswersAfterConnectOnly) {
+TEST_F(DeviceManagerClient, theSimulatorItselfAnswersAfterConnectOnly) {
     start();
     const GObjectPointer<GDBusConnection> peer = openPeer();
     ASSERT_NE(peer, nullptr);
@@ -140,7 +140,7 @@ TEST_F(DeviceManagerClient, TheSimulatorItselfAnswersAfterConnectOnly) {
     g_dbus_connection_close_sync(peer.get(), nullptr, nullptr);
 }
 
-TEST_F(DeviceManagerClient, ConnectsAgain) {
+TEST_F(DeviceManagerClient, connectsAgain) {
     start();
     const BackupRestore controller = connected();
     EXPECT_EQ(controller->connect(kEndpoint, ""), 0);
@@ -149,7 +149,7 @@ TEST_F(DeviceManagerClient, ConnectsAgain) {
     EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnusable);
 }
 
-TEST_F(DeviceManagerClient, BacksUpChecksAndRestores) {
+TEST_F(DeviceManagerClient, backsUpChecksAndRestores) {
     start();
     const BackupRestore controller = connected();
     const std::string before = readFile(recipe());
@@ -165,7 +165,7 @@ TEST_F(DeviceManagerClient, BacksUpChecksAndRestores) {
     EXPECT_TRUE(simulator_->waitForOutput("restore from " + file_ + ": done"));
 }
 
-TEST_F(DeviceManagerClient, RefusalsOfTheDeviceAreHandedOn) {
+TEST_F(DeviceManagerClient, refusalsOfTheDeviceAreHandedOn) {
     start();
     const BackupRestore controller = connected();
     std::uint64_t bytes = 7;
@@ -176,7 +176,7 @@ TEST_F(DeviceManagerClient, RefusalsOfTheDeviceAreHandedOn) {
     EXPECT_THAT(log_.messages, HasSubstr("error restore: cannot open: No such file"));
 }
 
-TEST_F(DeviceManagerClient, NullTextsCountAsEmpty) {
+TEST_F(DeviceManagerClient, nullTextsCountAsEmpty) {
     start();
     const BackupRestore controller = connected();
     EXPECT_NE(controller->backup(nullptr, nullptr), 0);
@@ -188,7 +188,7 @@ TEST_F(DeviceManagerClient, NullTextsCountAsEmpty) {
     EXPECT_NE(update->checkFirmwareFile(nullptr), 0);
 }
 
-TEST_F(DeviceManagerClient, FileNamesMayHoldAnyBytes) {
+TEST_F(DeviceManagerClient, fileNamesMayHoldAnyBytes) {
     start();
     const std::string path = folder_.path("\xFF\x1B[31m\n'\".psb");
     const BackupRestore controller = connected();
@@ -197,7 +197,7 @@ TEST_F(DeviceManagerClient, FileNamesMayHoldAnyBytes) {
     EXPECT_TRUE(simulator_->waitForOutput("\\xff\\x1b[31m\\x0a'\".psb: done"));
 }
 
-TEST_F(DeviceManagerClient, Updates) {
+TEST_F(DeviceManagerClient, updates) {
     makeUpdateFile();
     start();
     const Update controller = connectedUpdate();
@@ -208,12 +208,12 @@ TEST_F(DeviceManagerClient, Updates) {
     controller->disconnect();
 }
 
-TEST_F(DeviceManagerClient, DestroysANullUpdateController) {
+TEST_F(DeviceManagerClient, destroysANullUpdateController) {
     FUDestroyController(nullptr);
     EXPECT_NE(Update(FUCreateController()), nullptr);
 }
 
-TEST_F(DeviceManagerClient, SeparateControllersWorkOnSeparateThreads) {
+TEST_F(DeviceManagerClient, separateControllersWorkOnSeparateThreads) {
     start();
     const std::string credential = *log_.credential;
     const BackupRestore first = connected();

@@ -29,19 +29,19 @@ auto beginBackup(IBRController& controller, const std::string& file) {
                       [&] { return controller.backup(file.c_str(), "recipes"); });
 }
 
-TEST_F(DeviceManagerClient, IsRefusedOnDemand) {
+TEST_F(DeviceManagerClient, isRefusedOnDemand) {
     start({"--refuse"});
     EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kRefused);
 }
 
-TEST_F(DeviceManagerClient, GetsTheReportedSize) {
+TEST_F(DeviceManagerClient, getsTheReportedSize) {
     start({"--report-size", "123456789012"});
     std::uint64_t bytes = 0;
     EXPECT_EQ(connected()->getBackupSize("recipes", &bytes), 0);
     EXPECT_EQ(bytes, 123456789012U);
 }
 
-TEST_F(DeviceManagerClient, WaitsAsLongAsTheDeviceDelays) {
+TEST_F(DeviceManagerClient, waitsAsLongAsTheDeviceDelays) {
     start({"--delay-ms", "200"});
     const BackupRestore controller = connected();
     const auto begin = std::chrono::steady_clock::now();
@@ -49,7 +49,7 @@ TEST_F(DeviceManagerClient, WaitsAsLongAsTheDeviceDelays) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
 }
 
-TEST_F(DeviceManagerClient, JobsTakeTheirTimeAtLeast) {
+TEST_F(DeviceManagerClient, jobsTakeTheirTimeAtLeast) {
     start({"--job-seconds", "0.3"});
     makeUpdateFile();
     const BackupRestore controller = connected();
@@ -65,7 +65,7 @@ TEST_F(DeviceManagerClient, JobsTakeTheirTimeAtLeast) {
     }
 }
 
-TEST_F(DeviceManagerClient, FollowsOrdersWhileItRuns) {
+TEST_F(DeviceManagerClient, followsOrdersWhileItRuns) {
     start();
     EXPECT_THAT(order("refuse"), HasSubstr("refuses connections"));
     EXPECT_TRUE(simulator_->waitForOutput("device manager: refuses connections"));
@@ -89,7 +89,7 @@ TEST_F(DeviceManagerClient, FollowsOrdersWhileItRuns) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
 }
 
-TEST_F(DeviceManagerClient, CallsThatHangGoOnOnceTheHangIsLifted) {
+TEST_F(DeviceManagerClient, callsThatHangGoOnOnceTheHangIsLifted) {
     start({"--hang"});
     const BackupRestore controller = backupRestore();
     auto call = std::async(std::launch::async, [&] { return controller->connect(kEndpoint, ""); });
@@ -106,7 +106,7 @@ TEST_F(DeviceManagerClient, CallsThatHangGoOnOnceTheHangIsLifted) {
     EXPECT_EQ(size.get(), 0);
 }
 
-TEST_F(DeviceManagerClient, AHangHoldsUpARunningJob) {
+TEST_F(DeviceManagerClient, aHangHoldsUpARunningJob) {
     start({"--job-seconds", "3600"});
     const BackupRestore controller = connected();
     auto job = beginBackup(*controller, file_);
@@ -118,7 +118,7 @@ TEST_F(DeviceManagerClient, AHangHoldsUpARunningJob) {
     EXPECT_EQ(job.get(), 0);
 }
 
-TEST_F(DeviceManagerClient, CanBeToldInAJobToDie) {
+TEST_F(DeviceManagerClient, canBeToldInAJobToDie) {
     start({"--job-seconds", "3600"});
     const BackupRestore controller = connected();
     auto job = beginBackup(*controller, file_);
@@ -129,7 +129,7 @@ TEST_F(DeviceManagerClient, CanBeToldInAJobToDie) {
     EXPECT_EQ(simulator_->waitForEnd(), exited(3));
 }
 
-TEST_F(DeviceManagerClient, DropsWhatACallerThatHasGoneHadAskedFor) {
+TEST_F(DeviceManagerClient, dropsWhatACallerThatHasGoneHadAskedFor) {
     start();
     const GObjectPointer<GDBusConnection> peer = openPeer();
     ASSERT_NE(peer, nullptr);
@@ -143,7 +143,7 @@ TEST_F(DeviceManagerClient, DropsWhatACallerThatHasGoneHadAskedFor) {
     EXPECT_TRUE(simulator_->waitForOutput("connect: FAILED (status 1): the caller has gone"));
 }
 
-TEST_F(DeviceManagerClient, ABackupFailsWhenItsStickIsPulled) {
+TEST_F(DeviceManagerClient, aBackupFailsWhenItsStickIsPulled) {
     Stick stick(1);
     const std::string file = stick.path("a.psb");
     start({"--job-seconds", "3600"});
@@ -159,7 +159,7 @@ TEST_F(DeviceManagerClient, ABackupFailsWhenItsStickIsPulled) {
     EXPECT_EQ(readFile(file), "on another stick");
 }
 
-TEST_F(DeviceManagerClient, ARestoreFailsWhenItsStickIsPulledAndChangesNothing) {
+TEST_F(DeviceManagerClient, aRestoreFailsWhenItsStickIsPulledAndChangesNothing) {
     Stick stick(1);
     const std::string file = stick.path("a.psb");
     start();
@@ -176,7 +176,7 @@ TEST_F(DeviceManagerClient, ARestoreFailsWhenItsStickIsPulledAndChangesNothing) 
     EXPECT_EQ(readFile(recipe()), "changed");
 }
 
-TEST_F(DeviceManagerClient, FailsWhenTheDeviceHangsAndThenDies) {
+TEST_F(DeviceManagerClient, failsWhenTheDeviceHangsAndThenDies) {
     start({"--hang"});
     std::thread end([&] {
         EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
@@ -186,7 +186,7 @@ TEST_F(DeviceManagerClient, FailsWhenTheDeviceHangsAndThenDies) {
     end.join();
 }
 
-TEST_F(DeviceManagerClient, FailsWhenTheDeviceDiesInAJob) {
+TEST_F(DeviceManagerClient, failsWhenTheDeviceDiesInAJob) {
     start({"--die-in-job"});
     const BackupRestore controller = connected();
     EXPECT_EQ(controller->backup(file_.c_str(), "fullbackup"), kUnreachable);
@@ -198,7 +198,7 @@ TEST_F(DeviceManagerClient, FailsWhenTheDeviceDiesInAJob) {
     EXPECT_EQ(connected()->checkBackupFile(file_.c_str()), kUnusable);
 }
 
-TEST_F(DeviceManagerClient, DeathInARestoreOrUpdateChangesNothing) {
+TEST_F(DeviceManagerClient, deathInARestoreOrUpdateChangesNothing) {
     start();
     ASSERT_EQ(connected()->backup(file_.c_str(), "fullbackup"), 0);
     makeUpdateFile();
@@ -220,7 +220,7 @@ TEST_F(DeviceManagerClient, DeathInARestoreOrUpdateChangesNothing) {
     }
 }
 
-TEST_F(DeviceManagerClient, ChecksAreAnsweredWhileAJobRuns) {
+TEST_F(DeviceManagerClient, checksAreAnsweredWhileAJobRuns) {
     start();
     const std::string small = folder_.path("small.psb");
     ASSERT_EQ(connected()->backup(small.c_str(), "userdatabase"), 0);

@@ -75,7 +75,7 @@ protected:
 constexpr auto kDone = DeviceManagerStatus::done;
 constexpr auto kUnusable = DeviceManagerStatus::unusableFile;
 
-TEST_F(SimulatedDeviceTest, StartsWithContentsOfEveryKind) {
+TEST_F(SimulatedDeviceTest, startsWithContentsOfEveryKind) {
     EXPECT_EQ(device_.name(), "Morvane-X60");
     EXPECT_EQ(device_.firmwareVersion(), "1.4.0");
     EXPECT_TRUE(fs::is_regular_file(state_ + "/data/" + kSettingsFile));
@@ -83,7 +83,7 @@ TEST_F(SimulatedDeviceTest, StartsWithContentsOfEveryKind) {
     EXPECT_FALSE(fs::is_empty(state_ + "/data/users"));
 }
 
-TEST_F(SimulatedDeviceTest, GetsAnotherName) {
+TEST_F(SimulatedDeviceTest, getsAnotherName) {
     for (const std::string name : {"Kitchen", " \\s\n;#\t ", "", "\xC3\xBC"}) {
         setDeviceName(state_, name);
         EXPECT_EQ(deviceName(state_), name);
@@ -92,7 +92,7 @@ TEST_F(SimulatedDeviceTest, GetsAnotherName) {
     EXPECT_THAT(valueOf(kSettingsFile), HasSubstr("serial=X60-000042\n\n[DISPLAY]\nbrightness=80"));
 }
 
-TEST_F(SimulatedDeviceTest, KeepsItsNameWhenTheNewOneIsNoText) {
+TEST_F(SimulatedDeviceTest, keepsItsNameWhenTheNewOneIsNoText) {
     EXPECT_THROW(setDeviceName(state_, "a\xFF"), DeviceError);
     EXPECT_EQ(deviceName(state_), "Morvane-X60");
     change(kSettingsFile, "[OTHER]\n");
@@ -100,7 +100,7 @@ TEST_F(SimulatedDeviceTest, KeepsItsNameWhenTheNewOneIsNoText) {
     EXPECT_EQ(device_.name(), "unnamed");
 }
 
-TEST_F(SimulatedDeviceTest, KeepsItsContentsOverANewStart) {
+TEST_F(SimulatedDeviceTest, keepsItsContentsOverANewStart) {
     change("recipes/new", "mine");
     fs::remove_all(state_ + "/data/users");
     const Contents before = contents();
@@ -108,14 +108,14 @@ TEST_F(SimulatedDeviceTest, KeepsItsContentsOverANewStart) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, ClearsWhatAnInterruptedJobLeft) {
+TEST_F(SimulatedDeviceTest, clearsWhatAnInterruptedJobLeft) {
     const Contents before = contents();
     fs::create_directories(state_ + "/.incoming-abcdef/data/recipes");
     const SimulatedDevice again(state_);
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, RestoreOfAFullBackupBringsEverythingBack) {
+TEST_F(SimulatedDeviceTest, restoreOfAFullBackupBringsEverythingBack) {
     const Contents before = contents();
     device_.backup(file_, "fullbackup");
     change(kSettingsFile, "[DEVICE_INFO]\ntransfername=changed\n");
@@ -127,7 +127,7 @@ TEST_F(SimulatedDeviceTest, RestoreOfAFullBackupBringsEverythingBack) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, RestoreOfOneKindLeavesTheOthersAlone) {
+TEST_F(SimulatedDeviceTest, restoreOfOneKindLeavesTheOthersAlone) {
     for (const auto& [kind, inside, outside] :
          {std::tuple{"recipes", "recipes/x", "users/x"},
           std::tuple{"userdatabase", "users/x", "recipes/x"}}) {
@@ -146,7 +146,7 @@ TEST_F(SimulatedDeviceTest, RestoreOfOneKindLeavesTheOthersAlone) {
     }
 }
 
-TEST_F(SimulatedDeviceTest, RestoreOfAKindWithoutFilesEmptiesIt) {
+TEST_F(SimulatedDeviceTest, restoreOfAKindWithoutFilesEmptiesIt) {
     fs::remove_all(state_ + "/data/users");
     device_.backup(file_, "userdatabase");
     change("users/new", "later");
@@ -154,7 +154,7 @@ TEST_F(SimulatedDeviceTest, RestoreOfAKindWithoutFilesEmptiesIt) {
     EXPECT_TRUE(fs::is_empty(state_ + "/data/users"));
 }
 
-TEST_F(SimulatedDeviceTest, NestedFoldersSurviveARoundTrip) {
+TEST_F(SimulatedDeviceTest, nestedFoldersSurviveARoundTrip) {
     change("recipes/asia/soups/pho", "hot");
     const Contents before = contents();
     device_.backup(file_, "recipes");
@@ -163,7 +163,7 @@ TEST_F(SimulatedDeviceTest, NestedFoldersSurviveARoundTrip) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, UnknownKindsAreRefused) {
+TEST_F(SimulatedDeviceTest, unknownKindsAreRefused) {
     for (const char* kind : {"", "Recipes", "firmware", "fullbackup ", "\xFF"}) {
         EXPECT_EQ(statusOf([&] { device_.backup(file_, kind); }), DeviceManagerStatus::unknownKind);
         EXPECT_EQ(statusOf([&] { device_.backupSize(kind); }), DeviceManagerStatus::unknownKind);
@@ -171,7 +171,7 @@ TEST_F(SimulatedDeviceTest, UnknownKindsAreRefused) {
     }
 }
 
-TEST_F(SimulatedDeviceTest, SizeIsEnoughForTheBackupAndNotMuchMore) {
+TEST_F(SimulatedDeviceTest, sizeIsEnoughForTheBackupAndNotMuchMore) {
     for (const char* kind : {"fullbackup", "recipes", "userdatabase"}) {
         const std::uint64_t size = device_.backupSize(kind);
         const std::uint64_t taken = device_.backup(file_, kind);
@@ -181,7 +181,7 @@ TEST_F(SimulatedDeviceTest, SizeIsEnoughForTheBackupAndNotMuchMore) {
     }
 }
 
-TEST_F(SimulatedDeviceTest, OnlyAbsolutePathsAreTaken) {
+TEST_F(SimulatedDeviceTest, onlyAbsolutePathsAreTaken) {
     EXPECT_EQ(statusOf([&] { device_.backup("a.psb", "recipes"); }), kUnusable);
     EXPECT_EQ(restoreStatus("a.psb"), kUnusable);
     EXPECT_EQ(checkStatus(""), kUnusable);
@@ -189,7 +189,7 @@ TEST_F(SimulatedDeviceTest, OnlyAbsolutePathsAreTaken) {
     EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(""); }), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, FailedRestoreChangesNothing) {
+TEST_F(SimulatedDeviceTest, failedRestoreChangesNothing) {
     const CraftedMember good = {"recipes/soup", "hot"};
     const CraftedMember settings = {kSettingsFile, "[DEVICE_INFO]\ntransfername=evil\n"};
     const CraftedMember bad = {"users/users.ini", "right"};
@@ -205,7 +205,7 @@ TEST_F(SimulatedDeviceTest, FailedRestoreChangesNothing) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, MembersOutsideTheKindAreRefused) {
+TEST_F(SimulatedDeviceTest, membersOutsideTheKindAreRefused) {
     const Contents before = contents();
     writeWithManifest(file_, "recipes", {{"users/users.ini", "[intruder]\nlevel=9\n"}});
     EXPECT_EQ(checkStatus(file_), kUnusable);
@@ -213,7 +213,7 @@ TEST_F(SimulatedDeviceTest, MembersOutsideTheKindAreRefused) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, RestoreGivenUpHalfWayChangesNothing) {
+TEST_F(SimulatedDeviceTest, restoreGivenUpHalfWayChangesNothing) {
     struct GivenUp {};
     device_.backup(file_, "fullbackup");
     change("recipes/new", "later");
@@ -227,19 +227,19 @@ TEST_F(SimulatedDeviceTest, RestoreGivenUpHalfWayChangesNothing) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, BackupNeedsAFolderToWriteTo) {
+TEST_F(SimulatedDeviceTest, backupNeedsAFolderToWriteTo) {
     const std::string path = folder_.path("missing/a.psb");
     EXPECT_EQ(statusOf([&] { device_.backup(path, "recipes"); }), DeviceManagerStatus::failed);
 }
 
-TEST_F(SimulatedDeviceTest, BackupTakesPlainFilesOnly) {
+TEST_F(SimulatedDeviceTest, backupTakesPlainFilesOnly) {
     fs::create_symlink("/etc/passwd", state_ + "/data/recipes/link");
     EXPECT_EQ(statusOf([&] { device_.backup(file_, "recipes"); }), DeviceManagerStatus::failed);
     EXPECT_FALSE(test_support::exists(file_));
     EXPECT_EQ(statusOf([&] { device_.backup(file_, "userdatabase"); }), kDone);
 }
 
-TEST_F(SimulatedDeviceTest, AnswersChecksDuringAJob) {
+TEST_F(SimulatedDeviceTest, answersChecksDuringAJob) {
     const std::string other = folder_.path("other.psb");
     device_.backup(other, "recipes");
     bool asked = false;
@@ -251,7 +251,7 @@ TEST_F(SimulatedDeviceTest, AnswersChecksDuringAJob) {
     EXPECT_TRUE(asked);
 }
 
-TEST_F(SimulatedDeviceTest, TurnsASecondJobAwayAsBusy) {
+TEST_F(SimulatedDeviceTest, turnsASecondJobAwayAsBusy) {
     writeUpdateFile(updateFile_, "2.0");
     device_.backup(folder_.path("other.psb"), "recipes");
     int asked = 0;
@@ -268,7 +268,7 @@ TEST_F(SimulatedDeviceTest, TurnsASecondJobAwayAsBusy) {
     EXPECT_EQ(updateStatus(updateFile_), kDone);
 }
 
-TEST_F(SimulatedDeviceTest, InstallsANewerUpdateOnce) {
+TEST_F(SimulatedDeviceTest, installsANewerUpdateOnce) {
     writeUpdateFile(updateFile_, "1.10");
     const std::string payload = readFile(state_ + "/firmware/payload");
     EXPECT_THAT(device_.checkFirmwareFile(updateFile_), HasSubstr("1.10"));
@@ -283,7 +283,7 @@ TEST_F(SimulatedDeviceTest, InstallsANewerUpdateOnce) {
     EXPECT_EQ(updateStatus(updateFile_), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, RefusesUnusableUpdates) {
+TEST_F(SimulatedDeviceTest, refusesUnusableUpdates) {
     const Contents before = contents();
     const CraftedMember payload = {"firmware/payload", "code"};
     CraftedMember altered = payload;
@@ -310,7 +310,7 @@ TEST_F(SimulatedDeviceTest, RefusesUnusableUpdates) {
     craft("2.0", {payload, version}, {payload, version});
 }
 
-TEST_F(SimulatedDeviceTest, TakesNeitherFileForTheOther) {
+TEST_F(SimulatedDeviceTest, takesNeitherFileForTheOther) {
     device_.backup(file_, "fullbackup");
     writeUpdateFile(updateFile_, "2.0");
     EXPECT_EQ(checkStatus(updateFile_), kUnusable);
@@ -319,7 +319,7 @@ TEST_F(SimulatedDeviceTest, TakesNeitherFileForTheOther) {
     EXPECT_EQ(updateStatus(file_), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, BackupKeepsTheFirmwareOutOfIt) {
+TEST_F(SimulatedDeviceTest, backupKeepsTheFirmwareOutOfIt) {
     device_.backup(file_, "fullbackup");
     writeUpdateFile(updateFile_, "2.0");
     device_.update(updateFile_);
@@ -327,7 +327,7 @@ TEST_F(SimulatedDeviceTest, BackupKeepsTheFirmwareOutOfIt) {
     EXPECT_EQ(device_.firmwareVersion(), "2.0");
 }
 
-TEST(FirmwareVersion, IsComparedNumberByNumber) {
+TEST(FirmwareVersion, isComparedNumberByNumber) {
     for (const auto& [newer, older] :
          {std::pair{"1.10", "1.9"}, std::pair{"2", "1.99.99.99"}, std::pair{"1.0.0.1", "1"},
           std::pair{"10.0", "9.0"}, std::pair{"0.0.1", "0"}}) {
@@ -339,7 +339,7 @@ TEST(FirmwareVersion, IsComparedNumberByNumber) {
     EXPECT_FALSE(isNewerVersion("01.2", "1.2"));
 }
 
-TEST(FirmwareVersion, MustBeOne) {
+TEST(FirmwareVersion, mustBeOne) {
     for (const char* text : {"", ".", "1.", ".1", "1..2", "1.2.3.4.5", "-1", "1.2a", " 1", "v1",
                              "1\n", "1234567890"}) {
         EXPECT_THROW(isNewerVersion(text, "1"), DeviceError) << text;

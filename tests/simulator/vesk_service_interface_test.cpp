@@ -32,11 +32,11 @@ protected:
     std::string value_ = "untouched";
 };
 
-TEST_F(VeskServiceInterfaceTest, IsOneObject) {
+TEST_F(VeskServiceInterfaceTest, isOneObject) {
     EXPECT_EQ(VeskServiceInterface::getSingleton(), &service_);
 }
 
-TEST_F(VeskServiceInterfaceTest, ReadsTheSettingsOfTheSimulatedDevice) {
+TEST_F(VeskServiceInterfaceTest, readsTheSettingsOfTheSimulatedDevice) {
     const SimulatedDevice device(kDefaultStateFolder);
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     EXPECT_EQ(service_.getValue(kName, value_), 0);
@@ -44,18 +44,18 @@ TEST_F(VeskServiceInterfaceTest, ReadsTheSettingsOfTheSimulatedDevice) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, FailsWithoutSettings) {
+TEST_F(VeskServiceInterfaceTest, failsWithoutSettings) {
     EXPECT_NE(service_.startTransaction(true, true), 0);
     EXPECT_NE(service_.getValue(kName, value_), 0);
     EXPECT_EQ(value_, "untouched");
 }
 
-TEST_F(VeskServiceInterfaceTest, FailsForSettingsThatAreNone) {
+TEST_F(VeskServiceInterfaceTest, failsForSettingsThatAreNone) {
     writeSettings("no settings");
     EXPECT_NE(service_.startTransaction(true, true), 0);
 }
 
-TEST_F(VeskServiceInterfaceTest, FailsForWhatIsNotSet) {
+TEST_F(VeskServiceInterfaceTest, failsForWhatIsNotSet) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\nbad=\xFF\n");
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     for (const char* key :
@@ -69,7 +69,7 @@ TEST_F(VeskServiceInterfaceTest, FailsForWhatIsNotSet) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, AnswersInsideATransactionOnly) {
+TEST_F(VeskServiceInterfaceTest, answersInsideATransactionOnly) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     EXPECT_NE(service_.getValue(kName, value_), 0);
     ASSERT_EQ(service_.startTransaction(true, true), 0);
@@ -79,7 +79,7 @@ TEST_F(VeskServiceInterfaceTest, AnswersInsideATransactionOnly) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, ATransactionSeesTheSettingsAsTheyWereWhenItBegan) {
+TEST_F(VeskServiceInterfaceTest, aTransactionSeesTheSettingsAsTheyWereWhenItBegan) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     writeSettings("[DEVICE_INFO]\ntransfername=Cellar\n");
@@ -92,7 +92,7 @@ TEST_F(VeskServiceInterfaceTest, ATransactionSeesTheSettingsAsTheyWereWhenItBega
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, MayBeUsedOnSeveralThreads) {
+TEST_F(VeskServiceInterfaceTest, mayBeUsedOnSeveralThreads) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     std::vector<std::thread> threads;
     threads.reserve(4);

@@ -28,24 +28,24 @@ protected:
     }
 };
 
-TEST_F(RestoreListing, GivesEveryFieldOfAFile) {
+TEST_F(RestoreListing, givesEveryFieldOfAFile) {
     stick_.addFile("file", "12345");
     EXPECT_THAT(wholly(restore("")),
                 ElementsAre("kind 1 name 'file' size 5 location '/' reserved ''"));
 }
 
-TEST_F(RestoreListing, GivesEveryFieldOfADirectory) {
+TEST_F(RestoreListing, givesEveryFieldOfADirectory) {
     stick_.addFile("a/directory/inside");
     EXPECT_THAT(wholly(restore("a")),
                 ElementsAre("kind 0 name 'directory' size " +
                             std::to_string(sizeOf("a/directory")) + " location 'a' reserved ''"));
 }
 
-TEST_F(RestoreListing, IsEmptyForAnEmptyStick) {
+TEST_F(RestoreListing, isEmptyForAnEmptyStick) {
     EXPECT_THAT(restore(""), IsEmpty());
 }
 
-TEST_F(RestoreListing, HoldsDirectoriesFirstAndBothGroupsInTheFileSystemsOrder) {
+TEST_F(RestoreListing, holdsDirectoriesFirstAndBothGroupsInTheFileSystemsOrder) {
     std::vector<std::string> directories;
     std::vector<std::string> files;
     // Neither alphabetical nor in the order of creation by kind.
@@ -63,7 +63,7 @@ TEST_F(RestoreListing, HoldsDirectoriesFirstAndBothGroupsInTheFileSystemsOrder) 
     EXPECT_THAT(namesOf(restore("")), ElementsAreArray(expected));
 }
 
-TEST_F(RestoreListing, LeavesOutWhateverBeginsWithADot) {
+TEST_F(RestoreListing, leavesOutWhateverBeginsWithADot) {
     stick_.addFile(".x");
     stick_.addFile("..x");
     stick_.addFile(".hidden/visible");
@@ -73,7 +73,7 @@ TEST_F(RestoreListing, LeavesOutWhateverBeginsWithADot) {
     EXPECT_THAT(placesOf(restore(".hidden")), ElementsAre(".hidden visible"));
 }
 
-TEST_F(RestoreListing, ShowsOneLevelWhateverTheNames) {
+TEST_F(RestoreListing, showsOneLevelWhateverTheNames) {
     stick_.addFile("a/below");
     stick_.addFile("b.psb");
     stick_.addFile("c.txt");
@@ -81,7 +81,7 @@ TEST_F(RestoreListing, ShowsOneLevelWhateverTheNames) {
     EXPECT_THAT(device_.calls(), IsEmpty());
 }
 
-TEST_F(RestoreListing, SaysWhereTheEntryLies) {
+TEST_F(RestoreListing, saysWhereTheEntryLies) {
     stick_.addFile("a/b/c.psb");
     const std::vector<std::pair<std::string, std::string>> locations{
         {"a/b", "a/b"},
@@ -97,19 +97,19 @@ TEST_F(RestoreListing, SaysWhereTheEntryLies) {
     }
 }
 
-TEST_F(RestoreListing, SaysASlashForTheRootHoweverItIsNamed) {
+TEST_F(RestoreListing, saysASlashForTheRootHoweverItIsNamed) {
     stick_.addFile("c.psb");
     EXPECT_THAT(placesOf(restore("")), ElementsAre("/ c.psb"));
     EXPECT_THAT(placesOf(restore("/")), ElementsAre("/ c.psb"));
     EXPECT_THAT(placesOf(restore(".")), ElementsAre(". c.psb"));
 }
 
-TEST_F(RestoreListing, RemovesOnlyTheFirstMountPathFromTheLocation) {
+TEST_F(RestoreListing, removesOnlyTheFirstMountPathFromTheLocation) {
     stick_.addFile("media/usb/USB_X60.1/x");
     EXPECT_THAT(placesOf(restore("media/usb/USB_X60.1")), ElementsAre("media/usb/USB_X60.1 x"));
 }
 
-TEST_F(RestoreListing, TakesTheStickNameAsItComes) {
+TEST_F(RestoreListing, takesTheStickNameAsItComes) {
     stick_.addFile("a/file");
     EXPECT_THAT(placesOf(manager_.getRestoreFilesList("", "")), ElementsAre("/ USB_X60.1"));
     EXPECT_THAT(placesOf(manager_.getRestoreFilesList("", "USB_X60.1/a")),
@@ -119,7 +119,7 @@ TEST_F(RestoreListing, TakesTheStickNameAsItComes) {
                 ElementsAre("a file"));
 }
 
-TEST_F(RestoreListing, IsEmptyWhenStickOrDirectoryIsMissing) {
+TEST_F(RestoreListing, isEmptyWhenStickOrDirectoryIsMissing) {
     stick_.addFile("file");
     for (const std::string mount : {"USB_X60.9", "USB_X60.2", "USB_X60.1/missing", "usb_x60.1"}) {
         EXPECT_THAT(manager_.getRestoreFilesList(mount, ""), IsEmpty()) << mount;
@@ -130,7 +130,7 @@ TEST_F(RestoreListing, IsEmptyWhenStickOrDirectoryIsMissing) {
     EXPECT_EQ(printedBy([&] { restore("missing"); }), "");
 }
 
-TEST_F(RestoreListing, IsEmptyForWhatIsNoDirectory) {
+TEST_F(RestoreListing, isEmptyForWhatIsNoDirectory) {
     stick_.addFile("file");
     ASSERT_EQ(mknod(stick_.path("pipe").c_str(), S_IFIFO | 0600U, 0), 0);
     ASSERT_EQ(mknod(stick_.path("socket").c_str(), S_IFSOCK | 0600U, 0), 0);
@@ -139,7 +139,7 @@ TEST_F(RestoreListing, IsEmptyForWhatIsNoDirectory) {
     EXPECT_THAT(restore("socket"), IsEmpty());
 }
 
-TEST_F(RestoreListing, JudgesALinkByWhatItPointsTo) {
+TEST_F(RestoreListing, judgesALinkByWhatItPointsTo) {
     stick_.addFile("a/file", "123");
     link("a", "to-directory");
     link("a/file", "to-file");
@@ -156,7 +156,7 @@ TEST_F(RestoreListing, JudgesALinkByWhatItPointsTo) {
 }
 
 // Only one bit of the type is looked at.
-TEST_F(RestoreListing, CountsASocketAsADirectoryAndAPipeAsAFile) {
+TEST_F(RestoreListing, countsASocketAsADirectoryAndAPipeAsAFile) {
     ASSERT_EQ(mknod(stick_.path("pipe").c_str(), S_IFIFO | 0600U, 0), 0);
     ASSERT_EQ(mknod(stick_.path("socket").c_str(), S_IFSOCK | 0600U, 0), 0);
     EXPECT_THAT(wholly(restore("")),
@@ -164,7 +164,7 @@ TEST_F(RestoreListing, CountsASocketAsADirectoryAndAPipeAsAFile) {
                             "kind 1 name 'pipe' size 0 location '/' reserved ''"));
 }
 
-TEST_F(RestoreListing, CountsABlockDeviceAsADirectoryAndACharacterDeviceAsAFile) {
+TEST_F(RestoreListing, countsABlockDeviceAsADirectoryAndACharacterDeviceAsAFile) {
     if (mknod(stick_.path("block").c_str(), S_IFBLK | 0600U, 0) != 0) {
         ASSERT_EQ(errno, EPERM);
         GTEST_SKIP() << "device nodes take the machine's root";
@@ -176,7 +176,7 @@ TEST_F(RestoreListing, CountsABlockDeviceAsADirectoryAndACharacterDeviceAsAFile)
     EXPECT_THAT(restore("block"), IsEmpty());
 }
 
-TEST_F(RestoreListing, PassesNamesThroughByteForByte) {
+TEST_F(RestoreListing, passesNamesThroughByteForByte) {
     std::vector<std::string> names{"%n%s%1000d", "line\nbreak\r\t",     "\xff\xfe\x80",
                                    "\xc3",       "\xed\xa0\x80",        " ",
                                    "\"'\\",      std::string(255, 'x'), std::string(127, '\xc3')};
@@ -190,7 +190,7 @@ TEST_F(RestoreListing, PassesNamesThroughByteForByte) {
     EXPECT_THAT(namesOf(restore("")), testing::UnorderedElementsAreArray(names));
 }
 
-TEST_F(RestoreListing, GivesSizesOfMoreThanFourGigabytes) {
+TEST_F(RestoreListing, givesSizesOfMoreThanFourGigabytes) {
     stick_.addSparseFile("large", (5ULL << 40U) + 1);
     stick_.addSparseFile("largest", 0x7ffffffffffff000ULL);
     EXPECT_THAT(wholly(restore("")),
@@ -199,14 +199,14 @@ TEST_F(RestoreListing, GivesSizesOfMoreThanFourGigabytes) {
                     "kind 1 name 'largest' size 9223372036854771712 location '/' reserved ''"));
 }
 
-TEST_F(RestoreListing, HasNoLimit) {
+TEST_F(RestoreListing, hasNoLimit) {
     for (int number = 0; number < 1000; ++number) {
         stick_.addFile("files/" + std::to_string(number), "");
     }
     EXPECT_EQ(namesOf(restore("files")), deliveredNames(stick_.path("files")));
 }
 
-TEST_F(RestoreListing, ReadsTheDirectoryOnceAndLooksAtEachEntryOnce) {
+TEST_F(RestoreListing, readsTheDirectoryOnceAndLooksAtEachEntryOnce) {
     for (const char* name : {"a/b", "a/c", "a/.hidden", "a/d/e", "a/f/g"}) {
         stick_.addFile(name);
     }
@@ -224,7 +224,7 @@ TEST_F(RestoreListing, ReadsTheDirectoryOnceAndLooksAtEachEntryOnce) {
 
 // ---- the one-level scans ----------------------------------------------------------------------
 
-TEST_F(RestoreListing, IsMadeOfTheTwoScans) {
+TEST_F(RestoreListing, isMadeOfTheTwoScans) {
     stick_.addFile("a/b");
     stick_.addFile("c");
     stick_.addFile("d");
@@ -236,7 +236,7 @@ TEST_F(RestoreListing, IsMadeOfTheTwoScans) {
     EXPECT_EQ(wholly(restore("")), wholly(both));
 }
 
-TEST_F(RestoreListing, StaysInTheWorkingListForTheScansUntilTheNextListing) {
+TEST_F(RestoreListing, staysInTheWorkingListForTheScansUntilTheNextListing) {
     stick_.addFile("a/b");
     stick_.addFile("c");
     restore("");
@@ -254,7 +254,7 @@ TEST_F(RestoreListing, StaysInTheWorkingListForTheScansUntilTheNextListing) {
 
 // ---- paths ------------------------------------------------------------------------------------
 
-TEST(RelativePath, LosesTheFirstMountPathInIt) {
+TEST(RelativePath, losesTheFirstMountPathInIt) {
     EXPECT_EQ(TfMngr::relativePath("/media/usb/USB_X60.1/a/b", "USB_X60.1"), "a/b");
     EXPECT_EQ(TfMngr::relativePath("/media/usb/USB_X60.1/", "USB_X60.1"), "");
     EXPECT_EQ(TfMngr::relativePath("/media/usb/USB_X60.1//a", "USB_X60.1"), "/a");
@@ -262,7 +262,7 @@ TEST(RelativePath, LosesTheFirstMountPathInIt) {
     EXPECT_EQ(TfMngr::relativePath("/media/usb//a", ""), "a");
 }
 
-TEST(RelativePath, CannotBeTakenOfAPathElsewhere) {
+TEST(RelativePath, cannotBeTakenOfAPathElsewhere) {
     for (const std::string path :
          {"", "/media/usb/USB_X60.1", "/media/usb/USB_X60.10/a", "/mnt/USB_X60.1/a"}) {
         try {
@@ -274,7 +274,7 @@ TEST(RelativePath, CannotBeTakenOfAPathElsewhere) {
     }
 }
 
-TEST(ParentPath, IsTheTextBeforeTheLastSlash) {
+TEST(ParentPath, isTheTextBeforeTheLastSlash) {
     EXPECT_EQ(TfMngr::parentPath("a/b/c"), "a/b");
     EXPECT_EQ(TfMngr::parentPath("a/b/"), "a/b");
     EXPECT_EQ(TfMngr::parentPath("/a"), "");

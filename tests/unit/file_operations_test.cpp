@@ -73,14 +73,14 @@ mode_t directoryMode(const std::string& path) {
 
 // ---- DeleteFile -------------------------------------------------------------------------------
 
-TEST_F(FileOperations, DeleteAFileAndSayItsWholePath) {
+TEST_F(FileOperations, deleteAFileAndSayItsWholePath) {
     stick_.addFile("a/b.psb");
     expectFileDeleted("a/b.psb");
     EXPECT_FALSE(holds("a/b.psb"));
     EXPECT_TRUE(holds("a"));
 }
 
-TEST_F(FileOperations, DeleteAnEmptyDirectory) {
+TEST_F(FileOperations, deleteAnEmptyDirectory) {
     stick_.addDirectory("a/b");
     expectDirectoryDeleted("a/b");
     stick_.addDirectory("a/c");
@@ -89,7 +89,7 @@ TEST_F(FileOperations, DeleteAnEmptyDirectory) {
     EXPECT_FALSE(holds("a/c"));
 }
 
-TEST_F(FileOperations, LeaveADirectoryThatHoldsSomething) {
+TEST_F(FileOperations, leaveADirectoryThatHoldsSomething) {
     stick_.addFile("a/b");
     stick_.addFile("hidden/.x");
     expectNotDeleted("a");
@@ -98,7 +98,7 @@ TEST_F(FileOperations, LeaveADirectoryThatHoldsSomething) {
     EXPECT_TRUE(holds("hidden/.x"));
 }
 
-TEST_F(FileOperations, DeleteNothingThatDoesNotExist) {
+TEST_F(FileOperations, deleteNothingThatDoesNotExist) {
     stick_.addFile("file");
     expectNotDeleted("missing");
     expectNotDeleted("missing/file");
@@ -109,7 +109,7 @@ TEST_F(FileOperations, DeleteNothingThatDoesNotExist) {
     EXPECT_TRUE(holds("file"));
 }
 
-TEST_F(FileOperations, DoNotDeleteTheStickItself) {
+TEST_F(FileOperations, doNotDeleteTheStickItself) {
     expectNotDeleted("");
     stick_.addFile("file");
     expectNotDeleted("");
@@ -117,13 +117,13 @@ TEST_F(FileOperations, DoNotDeleteTheStickItself) {
     EXPECT_TRUE(holds("file"));
 }
 
-TEST_F(FileOperations, DeleteTheStickFolderWhenItIsEmptyAndNothingIsMountedOnIt) {
+TEST_F(FileOperations, deleteTheStickFolderWhenItIsEmptyAndNothingIsMountedOnIt) {
     stick_.pull();
     expectDirectoryDeleted("");
     EXPECT_FALSE(exists(kRoot));
 }
 
-TEST_F(FileOperations, TakePathsAsTheyCome) {
+TEST_F(FileOperations, takePathsAsTheyCome) {
     makeDirectories("/media/usb/beside");
     writeFile("/media/usb/beside/file", "");
     stick_.addFile("a/file");
@@ -138,7 +138,7 @@ TEST_F(FileOperations, TakePathsAsTheyCome) {
     EXPECT_FALSE(exists("/media/usb/beside"));
 }
 
-TEST_F(FileOperations, JudgeALinkByWhatItPointsToAndRemoveTheLink) {
+TEST_F(FileOperations, judgeALinkByWhatItPointsToAndRemoveTheLink) {
     stick_.addFile("file");
     stick_.addDirectory("directory");
     link("file", "to-file");
@@ -155,19 +155,19 @@ TEST_F(FileOperations, JudgeALinkByWhatItPointsToAndRemoveTheLink) {
     EXPECT_TRUE(holds("directory"));
 }
 
-TEST_F(FileOperations, DeleteASocketAsAFile) {
+TEST_F(FileOperations, deleteASocketAsAFile) {
     makeNode("socket", S_IFSOCK);
     expectFileDeleted("socket");
     EXPECT_FALSE(holds("socket"));
 }
 
-TEST_F(FileOperations, LeaveAPipe) {
+TEST_F(FileOperations, leaveAPipe) {
     makeNode("pipe", S_IFIFO);
     expectNotDeleted("pipe");
     EXPECT_TRUE(holds("pipe"));
 }
 
-TEST_F(FileOperations, LeaveDevices) {
+TEST_F(FileOperations, leaveDevices) {
     makeNode("block", S_IFBLK);
     if (IsSkipped()) {
         return;
@@ -179,7 +179,7 @@ TEST_F(FileOperations, LeaveDevices) {
     EXPECT_TRUE(holds("character"));
 }
 
-TEST_F(FileOperations, DeleteNothingOnAReadOnlyStick) {
+TEST_F(FileOperations, deleteNothingOnAReadOnlyStick) {
     stick_.addFile("file");
     stick_.addDirectory("directory");
     stick_.makeReadOnly();
@@ -189,7 +189,7 @@ TEST_F(FileOperations, DeleteNothingOnAReadOnlyStick) {
     EXPECT_TRUE(holds("directory"));
 }
 
-TEST_F(FileOperations, DeleteNothingWherePermissionIsMissing) {
+TEST_F(FileOperations, deleteNothingWherePermissionIsMissing) {
     stick_.addFile("locked/file");
     chmod(stick_.path("locked").c_str(), 0500);
     const DroppedPowers withoutPowers;
@@ -197,7 +197,7 @@ TEST_F(FileOperations, DeleteNothingWherePermissionIsMissing) {
     EXPECT_TRUE(holds("locked/file"));
 }
 
-TEST_F(FileOperations, DeleteNothingOnAMissingStick) {
+TEST_F(FileOperations, deleteNothingOnAMissingStick) {
     stick_.addFile("file");
     for (const std::string mount : {"USB_X60.2", "USB_X60.1/missing", "usb_x60.1"}) {
         EXPECT_EQ(printedBy([&] { EXPECT_FALSE(manager_.DeleteFile(mount, "../USB_X60.1/file")); }),
@@ -209,7 +209,7 @@ TEST_F(FileOperations, DeleteNothingOnAMissingStick) {
 
 // ---- CreateDirectory --------------------------------------------------------------------------
 
-TEST_F(FileOperations, CreateADirectoryWithItsParentsForTheOwnerOnly) {
+TEST_F(FileOperations, createADirectoryWithItsParentsForTheOwnerOnly) {
     const mode_t before = umask(022);
     expectCreate("a/b/c/", true);
     umask(before);
@@ -218,14 +218,14 @@ TEST_F(FileOperations, CreateADirectoryWithItsParentsForTheOwnerOnly) {
     }
 }
 
-TEST_F(FileOperations, CreateDirectoriesSubjectToTheUmask) {
+TEST_F(FileOperations, createDirectoriesSubjectToTheUmask) {
     const mode_t before = umask(0277);
     expectCreate("a", true);
     umask(before);
     EXPECT_EQ(directoryMode(stick_.path("a")), mode_t{0500});
 }
 
-TEST_F(FileOperations, CreateNothingWhereSomethingExists) {
+TEST_F(FileOperations, createNothingWhereSomethingExists) {
     stick_.addFile("file");
     stick_.addDirectory("directory");
     makeNode("pipe", S_IFIFO);
@@ -237,7 +237,7 @@ TEST_F(FileOperations, CreateNothingWhereSomethingExists) {
     EXPECT_EQ(readFile(stick_.path("file")), "content");
 }
 
-TEST_F(FileOperations, CreateBelowDirectoriesThatExist) {
+TEST_F(FileOperations, createBelowDirectoriesThatExist) {
     stick_.addDirectory("a");
     chmod(stick_.path("a").c_str(), 0755);
     expectCreate("a/b", true);
@@ -245,7 +245,7 @@ TEST_F(FileOperations, CreateBelowDirectoriesThatExist) {
     EXPECT_EQ(directoryMode(stick_.path("a/b")), mode_t{0700});
 }
 
-TEST_F(FileOperations, CreateBelowWhateverThePathNames) {
+TEST_F(FileOperations, createBelowWhateverThePathNames) {
     expectCreate("//a//./b//", true);
     EXPECT_EQ(directoryMode(stick_.path("a/b")), mode_t{0700});
     expectCreate("missing/../c", true);
@@ -258,7 +258,7 @@ TEST_F(FileOperations, CreateBelowWhateverThePathNames) {
     EXPECT_TRUE(holds("%n%s\n\xff"));
 }
 
-TEST_F(FileOperations, SayThatACreationWasTriedAlsoWhenItFailed) {
+TEST_F(FileOperations, sayThatACreationWasTriedAlsoWhenItFailed) {
     stick_.addFile("file");
     link("missing", "to-nothing");
     expectCreate("file/below", true);
@@ -271,7 +271,7 @@ TEST_F(FileOperations, SayThatACreationWasTriedAlsoWhenItFailed) {
     EXPECT_FALSE(holds("a"));
 }
 
-TEST_F(FileOperations, SayThatACreationWasTriedWherePermissionIsMissing) {
+TEST_F(FileOperations, sayThatACreationWasTriedWherePermissionIsMissing) {
     stick_.addDirectory("locked");
     chmod(stick_.path("locked").c_str(), 0500);
     const DroppedPowers withoutPowers;
@@ -279,7 +279,7 @@ TEST_F(FileOperations, SayThatACreationWasTriedWherePermissionIsMissing) {
     EXPECT_FALSE(holds("locked/a"));
 }
 
-TEST_F(FileOperations, CreateNothingOnAMissingStick) {
+TEST_F(FileOperations, createNothingOnAMissingStick) {
     EXPECT_EQ(printedBy([&] { EXPECT_FALSE(manager_.CreateDirectory("USB_X60.2", "a")); }), "");
     EXPECT_FALSE(exists("/media/usb/USB_X60.2"));
 }
@@ -290,7 +290,7 @@ std::string pathOfLength(std::size_t length) {
     return first + std::string(length - std::string(kRoot).size() - 1 - first.size(), 'b');
 }
 
-TEST_F(FileOperations, CreateOnlyWhatFitsIntoTwoHundredFiftyFiveBytes) {
+TEST_F(FileOperations, createOnlyWhatFitsIntoTwoHundredFiftyFiveBytes) {
     const std::string longest = pathOfLength(255);
     expectCreate(longest, true);
     EXPECT_EQ(directoryMode(stick_.path(longest)), mode_t{0700});
@@ -304,14 +304,14 @@ TEST_F(FileOperations, CreateOnlyWhatFitsIntoTwoHundredFiftyFiveBytes) {
     }
 }
 
-TEST_F(FileOperations, CreateNoMoreThanTheParentsThatTheCutLeaves) {
+TEST_F(FileOperations, createNoMoreThanTheParentsThatTheCutLeaves) {
     const std::string first = pathOfLength(254);
     expectCreate(first + "/c/d", true);  // the 255th byte is the separator, which is dropped
     EXPECT_EQ(directoryMode(stick_.path(first)), mode_t{0700});
     EXPECT_FALSE(holds(first + "/c"));
 }
 
-TEST_F(FileOperations, LoseTheStickAtAnyTimeWithoutHarm) {
+TEST_F(FileOperations, loseTheStickAtAnyTimeWithoutHarm) {
     stick_.addFile("a/b");
     stick_.pull();
     expectNotDeleted("a/b");
@@ -336,7 +336,7 @@ protected:
     TemporaryDirectory folder_;
 };
 
-TEST_F(MakeDirectoryPath, AnswersTheLastCreation) {
+TEST_F(MakeDirectoryPath, answersTheLastCreation) {
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/b/c").c_str()), 0);
     EXPECT_EQ(directoryMode(folder_.path("a/b/c")), mode_t{0700});
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/b/c").c_str()), -1);
@@ -346,20 +346,20 @@ TEST_F(MakeDirectoryPath, AnswersTheLastCreation) {
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("file/e").c_str()), -1);
 }
 
-TEST_F(MakeDirectoryPath, DropsOneSeparatorFromTheEnd) {
+TEST_F(MakeDirectoryPath, dropsOneSeparatorFromTheEnd) {
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/").c_str()), 0);
     // The walk has made "b" when it comes to "b/".
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("b//").c_str()), -1);
     EXPECT_EQ(directoryMode(folder_.path("b")), mode_t{0700});
 }
 
-TEST_F(MakeDirectoryPath, CreatesNothingForAPathWithoutAName) {
+TEST_F(MakeDirectoryPath, createsNothingForAPathWithoutAName) {
     EXPECT_EQ(TfMngr::makeDirectoryPath(""), -1);
     EXPECT_EQ(TfMngr::makeDirectoryPath("/"), -1);
     EXPECT_EQ(TfMngr::makeDirectoryPath("//"), -1);
 }
 
-TEST_F(MakeDirectoryPath, BeginsARelativePathInTheWorkingDirectory) {
+TEST_F(MakeDirectoryPath, beginsARelativePathInTheWorkingDirectory) {
     EXPECT_EQ(TfMngr::makeDirectoryPath("x"), 0);
     EXPECT_EQ(TfMngr::makeDirectoryPath("y/z"), 0);
     EXPECT_EQ(TfMngr::makeDirectoryPath("./w"), 0);
@@ -368,7 +368,7 @@ TEST_F(MakeDirectoryPath, BeginsARelativePathInTheWorkingDirectory) {
     }
 }
 
-TEST_F(MakeDirectoryPath, KeepsTwoHundredFiftyFiveBytes) {
+TEST_F(MakeDirectoryPath, keepsTwoHundredFiftyFiveBytes) {
     const std::string parent = folder_.path(std::string(100, 'a')) + "/";
     const std::string kept = parent + std::string(255 - parent.size(), 'b');
     EXPECT_EQ(TfMngr::makeDirectoryPath((kept + "bbb").c_str()), 0);

@@ -170,7 +170,7 @@ protected:
     }
 };
 
-TEST_P(GeneratedTrees, AreListedAsTheModelSays) {
+TEST_P(GeneratedTrees, areListedAsTheModelSays) {
     Coverage coverage;
     for (int seed = GetParam(); seed < trees() && !HasFailure(); seed += kTreeShards) {
         coverage.add(compare(seed));

@@ -28,14 +28,14 @@ protected:
     }
 };
 
-TEST_F(PackageListing, GivesEveryFieldOfAPackageInADirectory) {
+TEST_F(PackageListing, givesEveryFieldOfAPackageInADirectory) {
     stick_.addFile("old/x.psb", "12345");
     EXPECT_THAT(wholly(backup("")),
                 ElementsAre("kind 1 name 'x.psb' size 5 location 'old' reserved ''"));
     EXPECT_THAT(offeredPaths(device_), ElementsAre("/media/usb/USB_X60.1/old/x.psb"));
 }
 
-TEST_F(PackageListing, FindsBackupFilesOrUpdateFiles) {
+TEST_F(PackageListing, findsBackupFilesOrUpdateFiles) {
     stick_.addFile("a/b.psb");
     stick_.addFile("a/c.fwf");
     stick_.addFile("a/d.PSB");
@@ -47,7 +47,7 @@ TEST_F(PackageListing, FindsBackupFilesOrUpdateFiles) {
     EXPECT_THAT(placesOf(update("")), ElementsAre("a c.fwf"));
 }
 
-TEST_F(PackageListing, BeginsAtTheGivenDirectory) {
+TEST_F(PackageListing, beginsAtTheGivenDirectory) {
     stick_.addFile("root.psb");
     stick_.addFile("a/b/c.psb");
     EXPECT_THAT(placesOf(backup("a")), ElementsAre("a/b c.psb"));
@@ -57,7 +57,7 @@ TEST_F(PackageListing, BeginsAtTheGivenDirectory) {
     EXPECT_THAT(placesOf(backup("")), UnorderedElementsAre("/ root.psb", "a/b c.psb"));
 }
 
-TEST_F(PackageListing, TakesTheMarkerAnywhereInThePath) {
+TEST_F(PackageListing, takesTheMarkerAnywhereInThePath) {
     stick_.addFile("report.psb.txt");
     stick_.addFile("x.psbx");
     stick_.addFile("set.psb/inside/plain.txt");
@@ -68,7 +68,7 @@ TEST_F(PackageListing, TakesTheMarkerAnywhereInThePath) {
                                      "set.psb/inside plain.txt"));
 }
 
-TEST_F(PackageListing, TakesTheMarkerInTheNamesOfStickAndDirectoryToo) {
+TEST_F(PackageListing, takesTheMarkerInTheNamesOfStickAndDirectoryToo) {
     const Mount stick("/media/usb/my.psb", "/dev/sdc1", "tmpfs", 0, "size=1m");
     makeDirectories("/media/usb/my.psb/a");
     stick_.addFile("set.psb/a");
@@ -76,7 +76,7 @@ TEST_F(PackageListing, TakesTheMarkerInTheNamesOfStickAndDirectoryToo) {
     EXPECT_THAT(placesOf(backup("set.psb")), ElementsAre("set.psb a"));
 }
 
-TEST_F(PackageListing, HoldsTheContentsOfADirectoryBeforeTheDirectoryItself) {
+TEST_F(PackageListing, holdsTheContentsOfADirectoryBeforeTheDirectoryItself) {
     stick_.addFile("set.psb/inner.psb/leaf");
     EXPECT_THAT(placesOf(backup("")),
                 ElementsAre("set.psb/inner.psb leaf", "set.psb inner.psb", "/ set.psb"));
@@ -88,7 +88,7 @@ TEST_F(PackageListing, HoldsTheContentsOfADirectoryBeforeTheDirectoryItself) {
     EXPECT_EQ(list.front().kind, 1U);
 }
 
-TEST_F(PackageListing, HoldsOnlyWhatTheDeviceManagerAccepts) {
+TEST_F(PackageListing, holdsOnlyWhatTheDeviceManagerAccepts) {
     stick_.addFile("good.psb");
     stick_.addFile("bad.psb");
     stick_.addFile("baddir.psb/good");
@@ -102,7 +102,7 @@ TEST_F(PackageListing, HoldsOnlyWhatTheDeviceManagerAccepts) {
     }
 }
 
-TEST_F(PackageListing, LeavesOutWhateverBeginsWithADot) {
+TEST_F(PackageListing, leavesOutWhateverBeginsWithADot) {
     stick_.addFile(".x.psb");
     stick_.addFile(".psb");
     stick_.addFile(".hidden.psb/inside.psb");
@@ -111,7 +111,7 @@ TEST_F(PackageListing, LeavesOutWhateverBeginsWithADot) {
     EXPECT_THAT(placesOf(backup(".hidden.psb")), ElementsAre(".hidden.psb inside.psb"));
 }
 
-TEST_F(PackageListing, TestsEveryKindOfEntryThatExists) {
+TEST_F(PackageListing, testsEveryKindOfEntryThatExists) {
     ASSERT_EQ(mknod(stick_.path("pipe.psb").c_str(), S_IFIFO | 0600U, 0), 0);
     ASSERT_EQ(mknod(stick_.path("socket.psb").c_str(), S_IFSOCK | 0600U, 0), 0);
     link("missing", "to-nothing.psb");
@@ -121,7 +121,7 @@ TEST_F(PackageListing, TestsEveryKindOfEntryThatExists) {
                                      "kind 0 name 'socket.psb' size 0 location '/' reserved ''"));
 }
 
-TEST_F(PackageListing, IsEmptyWhenStickOrDirectoryIsMissing) {
+TEST_F(PackageListing, isEmptyWhenStickOrDirectoryIsMissing) {
     stick_.addFile("file.psb");
     std::string printed = printedBy([&] {
         EXPECT_THAT(manager_.getBackupFilesList("USB_X60.9", ""), IsEmpty());
@@ -134,7 +134,7 @@ TEST_F(PackageListing, IsEmptyWhenStickOrDirectoryIsMissing) {
     EXPECT_THAT(device_.calls(), IsEmpty());
 }
 
-TEST_F(PackageListing, PassesNamesThroughByteForByte) {
+TEST_F(PackageListing, passesNamesThroughByteForByte) {
     const std::vector<std::string> names{"%n%s.psb", "line\nbreak.psb", "\xff.psb\xfe",
                                          std::string(251, 'x') + ".psb"};
     for (const std::string& name : names) {
@@ -145,14 +145,14 @@ TEST_F(PackageListing, PassesNamesThroughByteForByte) {
     EXPECT_EQ(*backup("").front().location, "\xc3");
 }
 
-TEST_F(PackageListing, GivesSizesOfMoreThanFourGigabytes) {
+TEST_F(PackageListing, givesSizesOfMoreThanFourGigabytes) {
     stick_.addSparseFile("large.psb", (5ULL << 40U) + 1);
     EXPECT_EQ(backup("").at(0).size, 5497558138881);
 }
 
 // ---- the limit --------------------------------------------------------------------------------
 
-TEST_F(PackageListing, EndsADirectoryAtThirtyEntries) {
+TEST_F(PackageListing, endsADirectoryAtThirtyEntries) {
     for (const int count : {29, 30, 31, 40}) {
         const std::string directory = "of" + std::to_string(count);
         addPackages(directory, count);
@@ -166,7 +166,7 @@ TEST_F(PackageListing, EndsADirectoryAtThirtyEntries) {
     }
 }
 
-TEST_F(PackageListing, CountsOnlyWhatIsAccepted) {
+TEST_F(PackageListing, countsOnlyWhatIsAccepted) {
     addPackages("a", 40);
     for (int number = 0; number < 15; ++number) {
         device_.order("BR.checkBackupFile", "reject", "/" + std::to_string(number) + ".psb");
@@ -174,7 +174,7 @@ TEST_F(PackageListing, CountsOnlyWhatIsAccepted) {
     EXPECT_EQ(backup("a").size(), 25U);
 }
 
-TEST_F(PackageListing, GoesOnInEveryEnclosingDirectoryToItsNextEntry) {
+TEST_F(PackageListing, goesOnInEveryEnclosingDirectoryToItsNextEntry) {
     addPackages("a.psb/b.psb/c.psb", 40);
     const std::vector<std::string> places = placesOf(backup(""));
     ASSERT_EQ(places.size(), 33U);
@@ -184,7 +184,7 @@ TEST_F(PackageListing, GoesOnInEveryEnclosingDirectoryToItsNextEntry) {
     EXPECT_EQ(places[32], "/ a.psb");
 }
 
-TEST_F(PackageListing, EndsAnEnclosingDirectoryAfterOneMoreEntry) {
+TEST_F(PackageListing, endsAnEnclosingDirectoryAfterOneMoreEntry) {
     addPackages("first.psb/full", 40);
     stick_.addFile("first.psb/other");
     stick_.addFile("next.psb");
@@ -196,7 +196,7 @@ TEST_F(PackageListing, EndsAnEnclosingDirectoryAfterOneMoreEntry) {
     EXPECT_EQ(std::count(names.begin(), names.end(), "other"), otherFirst ? 1 : 0);
 }
 
-TEST_F(PackageListing, LooksIntoFurtherDirectoriesOfALevelThatHasNotAppended) {
+TEST_F(PackageListing, looksIntoFurtherDirectoriesOfALevelThatHasNotAppended) {
     addPackages("a/of30", 30);
     addPackages("b/of30", 30);
     // Neither "a" nor "b" is a package, so the root never stops: each "of30" adds to the list.
@@ -206,7 +206,7 @@ TEST_F(PackageListing, LooksIntoFurtherDirectoriesOfALevelThatHasNotAppended) {
 
 // ---- links ------------------------------------------------------------------------------------
 
-TEST_F(PackageListing, FollowsALinkToADirectoryElsewhere) {
+TEST_F(PackageListing, followsALinkToADirectoryElsewhere) {
     stick_.addFile("a/x.psb");
     link("a", "b");
     makeDirectories("/media/usb/beside");
@@ -217,7 +217,7 @@ TEST_F(PackageListing, FollowsALinkToADirectoryElsewhere) {
     rmdir("/media/usb/beside");
 }
 
-TEST_F(PackageListing, DoesNotEnterADirectoryThatItIsInside) {
+TEST_F(PackageListing, doesNotEnterADirectoryThatItIsInside) {
     stick_.addFile("a/b/x.psb");
     link(".", "a/self");
     link("..", "a/b/parent");
@@ -232,7 +232,7 @@ TEST_F(PackageListing, DoesNotEnterADirectoryThatItIsInside) {
                                      "a/b/whole-path y.psb"));
 }
 
-TEST_F(PackageListing, TestsALoopingLinkLikeAnyOtherEntry) {
+TEST_F(PackageListing, testsALoopingLinkLikeAnyOtherEntry) {
     stick_.addDirectory("a");
     link(".", "a/self.psb");
     link("..", "a/parent.psb");
@@ -242,7 +242,7 @@ TEST_F(PackageListing, TestsALoopingLinkLikeAnyOtherEntry) {
     EXPECT_THAT(placesOf(backup("")), ElementsAre("a parent.psb"));
 }
 
-TEST_F(PackageListing, EndsWhereTwoDirectoriesLeadIntoEachOther) {
+TEST_F(PackageListing, endsWhereTwoDirectoriesLeadIntoEachOther) {
     stick_.addFile("a/x.psb");
     stick_.addFile("b/y.psb");
     link("../b", "a/to-b");
@@ -253,7 +253,7 @@ TEST_F(PackageListing, EndsWhereTwoDirectoriesLeadIntoEachOther) {
 
 // ---- the scan as an operation of its own ------------------------------------------------------
 
-TEST_F(PackageListing, IsEmptiedFromTheWorkingList) {
+TEST_F(PackageListing, isEmptiedFromTheWorkingList) {
     stick_.addFile("a.psb");
     stick_.addFile("b/c");
     restore("");
@@ -263,7 +263,7 @@ TEST_F(PackageListing, IsEmptiedFromTheWorkingList) {
     EXPECT_THAT(placesOf(manager_.scanFiles("USB_X60.1", "b")), ElementsAre("b c"));
 }
 
-TEST_F(PackageListing, IsAScanThatAppendsToTheWorkingList) {
+TEST_F(PackageListing, isAScanThatAppendsToTheWorkingList) {
     stick_.addFile("a/x.psb");
     stick_.addFile("b");
     manager_.scanFiles("USB_X60.1", "");
@@ -273,7 +273,7 @@ TEST_F(PackageListing, IsAScanThatAppendsToTheWorkingList) {
     EXPECT_EQ(manager_.scanTree("USB_X60.1", stick_.path("b"), ".psb").size(), 2U);
 }
 
-TEST_F(PackageListing, CountsWhatTheWorkingListHoldsAlready) {
+TEST_F(PackageListing, countsWhatTheWorkingListHoldsAlready) {
     addPackages("a", 40);
     for (int number = 0; number < 29; ++number) {
         stick_.addFile("plain/" + std::to_string(number), "");
@@ -283,7 +283,7 @@ TEST_F(PackageListing, CountsWhatTheWorkingListHoldsAlready) {
     EXPECT_EQ(manager_.scanTree("USB_X60.1", stick_.path("a"), ".psb").size(), 31U);
 }
 
-TEST_F(PackageListing, IsAScanThatFailsOutsideTheStick) {
+TEST_F(PackageListing, isAScanThatFailsOutsideTheStick) {
     const TemporaryDirectory elsewhere;
     writeFile(elsewhere.path("plain"), "");
     EXPECT_THAT(manager_.scanTree("USB_X60.1", elsewhere.path(), ".psb"), IsEmpty());
@@ -291,7 +291,7 @@ TEST_F(PackageListing, IsAScanThatFailsOutsideTheStick) {
     EXPECT_THROW(manager_.scanTree("USB_X60.1", elsewhere.path(), ".psb"), std::out_of_range);
 }
 
-TEST_F(PackageListing, ReadsEachDirectoryOnceAndLooksAtEachEntryOnce) {
+TEST_F(PackageListing, readsEachDirectoryOnceAndLooksAtEachEntryOnce) {
     for (const char* name : {"a/b.psb", "a/c/d.psb", "a/c/.hidden", "e"}) {
         stick_.addFile(name);
     }

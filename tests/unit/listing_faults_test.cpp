@@ -145,7 +145,7 @@ class StickFailingForGood
     : public FailingStick,
       public testing::WithParamInterface<std::tuple<Fault, ManagerOperation>> {};
 
-TEST_P(StickFailingForGood, GivesWhatWasSeenBeforeAndLeavesNothingBehind) {
+TEST_P(StickFailingForGood, givesWhatWasSeenBeforeAndLeavesNothingBehind) {
     const auto& [fault, operation] = GetParam();
     const Run whole = run(operation, fault, kNever);
     ASSERT_GE(whole.list.size(), 3U);
@@ -177,7 +177,7 @@ bool isPartOf(const std::vector<std::string>& part, const std::vector<std::strin
     });
 }
 
-TEST_P(StickFailingOnce, GivesPartOfTheListAndLeavesNothingBehind) {
+TEST_P(StickFailingOnce, givesPartOfTheListAndLeavesNothingBehind) {
     const Fault oneCall{"", [](Stick&, std::size_t index, std::size_t strike) {
                             return index == strike ? EIO : 0;
                         }};
@@ -200,7 +200,7 @@ INSTANTIATE_TEST_SUITE_P(During, StickFailingOnce, testing::ValuesIn(operations(
 
 // ---- the other operations ---------------------------------------------------------------------
 
-TEST(FailingSticks, AreLeftOutOfTheEnumeration) {
+TEST(FailingSticks, areLeftOutOfTheEnumeration) {
     TfMngr manager;
     const Stick second(2);
     const Stick fourth(4);
@@ -238,7 +238,7 @@ TEST(FailingSticks, AreLeftOutOfTheEnumeration) {
     EXPECT_EQ(openDescriptorsOf(getpid()), open);
 }
 
-TEST(FailingSticks, AreNotDeletedFrom) {
+TEST(FailingSticks, areNotDeletedFrom) {
     TfMngr manager;
     for (std::size_t strike = 0; strike < 3; ++strike) {
         Stick stick(1);

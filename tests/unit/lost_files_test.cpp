@@ -166,7 +166,7 @@ void GeneratedCalls::live(std::uint32_t seed) {
     }
 }
 
-TEST_P(GeneratedCalls, ChangeOnTheSticksWhatTheModelSays) {
+TEST_P(GeneratedCalls, changeOnTheSticksWhatTheModelSays) {
     for (int seed = GetParam(); seed < lives() && !HasFailure(); seed += kLifeShards) {
         live(static_cast<std::uint32_t>(seed));
     }

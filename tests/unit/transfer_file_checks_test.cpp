@@ -44,7 +44,7 @@ protected:
     }
 };
 
-TEST_F(FileChecks, OfABackupListingShareOneConnection) {
+TEST_F(FileChecks, ofABackupListingShareOneConnection) {
     stick_.addFile("a/1.psb");
     stick_.addFile("2.psb");
     stick_.addFile("3.psb");
@@ -61,28 +61,28 @@ TEST_F(FileChecks, OfABackupListingShareOneConnection) {
     }
 }
 
-TEST_F(FileChecks, OfAnUpdateListingFollowTheReadingOfTheDeviceName) {
+TEST_F(FileChecks, ofAnUpdateListingFollowTheReadingOfTheDeviceName) {
     stick_.addFile("1.fwf");
     EXPECT_EQ(update("").size(), 1U);
     EXPECT_EQ(calls(),
               (nameReading() + opened("FU1") + Calls{check("FU1", "1.fwf")} + released("FU1")));
 }
 
-TEST_F(FileChecks, AreNotMadeOfFilesWithoutTheMarker) {
+TEST_F(FileChecks, areNotMadeOfFilesWithoutTheMarker) {
     stick_.addFile("a.txt");
     stick_.addFile("b.fwf");
     EXPECT_THAT(backup(""), IsEmpty());
     EXPECT_THAT(calls(), IsEmpty());
 }
 
-TEST_F(FileChecks, AreNotMadeOfAMissingDirectoryButTheDeviceNameIsRead) {
+TEST_F(FileChecks, areNotMadeOfAMissingDirectoryButTheDeviceNameIsRead) {
     EXPECT_THAT(backup("missing"), IsEmpty());
     EXPECT_THAT(calls(), IsEmpty());
     EXPECT_THAT(update("missing"), IsEmpty());
     EXPECT_EQ(calls(), nameReading());
 }
 
-TEST_F(FileChecks, DoNotDependOnTheDeviceName) {
+TEST_F(FileChecks, doNotDependOnTheDeviceName) {
     stick_.addFile("1.fwf");
     device_.orderStatus("Vesk.startTransaction", 1);
     EXPECT_EQ(update("").size(), 1U);
@@ -90,7 +90,7 @@ TEST_F(FileChecks, DoNotDependOnTheDeviceName) {
     EXPECT_EQ(update("").size(), 1U);
 }
 
-TEST_F(FileChecks, ConnectAnewForEachListing) {
+TEST_F(FileChecks, connectAnewForEachListing) {
     stick_.addFile("1.psb");
     stick_.addFile("2.fwf");
     backup("");
@@ -102,7 +102,7 @@ TEST_F(FileChecks, ConnectAnewForEachListing) {
                Calls{check("FU3", "2.fwf")} + released("FU3")));
 }
 
-TEST_F(FileChecks, AreFalseWithoutAController) {
+TEST_F(FileChecks, areFalseWithoutAController) {
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
     stick_.addFile("3.fwf");
@@ -114,7 +114,7 @@ TEST_F(FileChecks, AreFalseWithoutAController) {
     EXPECT_THAT(offeredPaths(device_), IsEmpty());
 }
 
-TEST_F(FileChecks, AreFalseWithoutAConnectionAndLeaveNoControllerBehind) {
+TEST_F(FileChecks, areFalseWithoutAConnectionAndLeaveNoControllerBehind) {
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
     stick_.addFile("3.psb");
@@ -131,7 +131,7 @@ TEST_F(FileChecks, AreFalseWithoutAConnectionAndLeaveNoControllerBehind) {
                         destroyed("FU4") + opened("FU5") + released("FU5")));
 }
 
-TEST_F(FileChecks, GoOnWhenTheDeviceManagerComesBackInTheMiddle) {
+TEST_F(FileChecks, goOnWhenTheDeviceManagerComesBackInTheMiddle) {
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
     stick_.addFile("3.psb");
@@ -152,7 +152,7 @@ TEST_F(FileChecks, GoOnWhenTheDeviceManagerComesBackInTheMiddle) {
                         Calls{check("BR2", order[1]), check("BR2", order[2])} + released("BR2")));
 }
 
-TEST_F(FileChecks, KeepTheirConnectionWhenFilesAreRejected) {
+TEST_F(FileChecks, keepTheirConnectionWhenFilesAreRejected) {
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
     device_.orderStatus("BR.checkBackupFile", 7);
@@ -163,7 +163,7 @@ TEST_F(FileChecks, KeepTheirConnectionWhenFilesAreRejected) {
 
 // The library may use the log object it was given until the controller is destroyed; the doubles
 // do, and tell when it has gone.
-TEST_F(FileChecks, GiveALogObjectThatOutlivesEveryController) {
+TEST_F(FileChecks, giveALogObjectThatOutlivesEveryController) {
     device_.order("*", "log", "0123456");
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
@@ -176,7 +176,7 @@ TEST_F(FileChecks, GiveALogObjectThatOutlivesEveryController) {
     EXPECT_THAT(device_.violations(), IsEmpty());
 }
 
-TEST_F(FileChecks, FindTheCredentialInEveryCallOfTheLibrary) {
+TEST_F(FileChecks, findTheCredentialInEveryCallOfTheLibrary) {
     const std::string credential(64, 'c');
     const PersistentRecord record(recordWith(credential));
     device_.order("*", "log", "6");
@@ -190,7 +190,7 @@ TEST_F(FileChecks, FindTheCredentialInEveryCallOfTheLibrary) {
     EXPECT_EQ(device_.logAnswers(), expected);
 }
 
-TEST_F(FileChecks, LeaveNoDescriptorOpenWhateverFails) {
+TEST_F(FileChecks, leaveNoDescriptorOpenWhateverFails) {
     stick_.addFile("1.psb");
     stick_.addFile("2.fwf");
     const auto before = openDescriptorsOf(getpid());
@@ -209,7 +209,7 @@ TEST_F(FileChecks, LeaveNoDescriptorOpenWhateverFails) {
 
 // ---- checks outside a listing -----------------------------------------------------------------
 
-TEST_F(FileChecks, GoToTheControllerThatTheMarkerSays) {
+TEST_F(FileChecks, goToTheControllerThatTheMarkerSays) {
     struct MarkerCase {
         std::string path;
         std::string marker;
@@ -231,7 +231,7 @@ TEST_F(FileChecks, GoToTheControllerThatTheMarkerSays) {
     }
 }
 
-TEST_F(FileChecks, AreFalseForTheOtherKindWhileOneIsConnected) {
+TEST_F(FileChecks, areFalseForTheOtherKindWhileOneIsConnected) {
     stick_.addFile("1.psb");
     stick_.addFile("2.fwf");
     EXPECT_TRUE(manager_.checkUpdateFile("/first"));
@@ -245,7 +245,7 @@ TEST_F(FileChecks, AreFalseForTheOtherKindWhileOneIsConnected) {
     EXPECT_EQ(calls().back(), "BRDestroyController(BR2)");
 }
 
-TEST_F(FileChecks, AreReleasedByTheNextListingOfTheirKindAlsoOfAMissingStick) {
+TEST_F(FileChecks, areReleasedByTheNextListingOfTheirKindAlsoOfAMissingStick) {
     EXPECT_TRUE(manager_.checkRestoreFile("/a"));
     EXPECT_THAT(manager_.getUpdateFilesList("USB_X60.9", ""), IsEmpty());
     EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"} + nameReading()));
@@ -254,7 +254,7 @@ TEST_F(FileChecks, AreReleasedByTheNextListingOfTheirKindAlsoOfAMissingStick) {
                         released("BR1")));
 }
 
-TEST_F(FileChecks, AreNotReleasedByTheEndOfTheManager) {
+TEST_F(FileChecks, areNotReleasedByTheEndOfTheManager) {
     {
         TfMngr manager;
         EXPECT_TRUE(manager.checkRestoreFile("/a"));
@@ -262,7 +262,7 @@ TEST_F(FileChecks, AreNotReleasedByTheEndOfTheManager) {
     EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"}));
 }
 
-TEST_F(FileChecks, AcceptNoStatusButZero) {
+TEST_F(FileChecks, acceptNoStatusButZero) {
     const std::vector<std::int64_t> failures{1, -1, 0x100000000, INT64_MIN};
     for (const std::int64_t status : failures) {
         device_.orderStatus("BR.checkBackupFile", status);
@@ -279,7 +279,7 @@ TEST_F(FileChecks, AcceptNoStatusButZero) {
     EXPECT_TRUE(manager_.checkUpdateFile("/a.fwf"));
 }
 
-TEST_F(FileChecks, PassAnyPathOn) {
+TEST_F(FileChecks, passAnyPathOn) {
     for (const std::string& path :
          {std::string(), std::string("../%n\n\xFF"), "/" + std::string(10000, 'x')}) {
         device_.clearRecord();
@@ -288,7 +288,7 @@ TEST_F(FileChecks, PassAnyPathOn) {
     }
 }
 
-TEST_F(FileChecks, KeepTheirControllerWhileTheSizeOfABackupIsAskedFor) {
+TEST_F(FileChecks, keepTheirControllerWhileTheSizeOfABackupIsAskedFor) {
     device_.order("BR.getBackupSize", "bytes", "18446744073709551615");
     EXPECT_TRUE(manager_.checkRestoreFile("/a.psb"));
     EXPECT_EQ(manager_.DoBackup(stick_.name(), 1, "new.psb"), JobResult::NotEnoughSpace);

@@ -46,11 +46,11 @@ std::uint64_t bytes(std::uint64_t blocks, const struct statfs64& fileSystem) {
     return blocks * static_cast<std::uint64_t>(fileSystem.f_bsize);
 }
 
-TEST_F(UsbSticks, AreNoneAndPrintNothingWhenNothingIsMounted) {
+TEST_F(UsbSticks, areNoneAndPrintNothingWhenNothingIsMounted) {
     EXPECT_EQ(printedBy([&] { EXPECT_THAT(names(), IsEmpty()); }), "");
 }
 
-TEST_F(UsbSticks, AreListedInAscendingNumberWithGapsSkipped) {
+TEST_F(UsbSticks, areListedInAscendingNumberWithGapsSkipped) {
     const std::vector<std::vector<int>> orders{{2, 4}, {3, 1}, {4}, {4, 3, 2, 1}};
     for (const std::vector<int>& order : orders) {
         std::vector<std::unique_ptr<Stick>> sticks;
@@ -64,14 +64,14 @@ TEST_F(UsbSticks, AreListedInAscendingNumberWithGapsSkipped) {
     }
 }
 
-TEST_F(UsbSticks, AreNeverListedOutsideNumbersOneToFour) {
+TEST_F(UsbSticks, areNeverListedOutsideNumbersOneToFour) {
     const Stick zero(0);
     const Stick five(5);
     const Stick ten(10);
     EXPECT_THAT(names(), IsEmpty());
 }
 
-TEST_F(UsbSticks, CarryTheirNameTwiceAndTheirSizeInBytes) {
+TEST_F(UsbSticks, carryTheirNameTwiceAndTheirSizeInBytes) {
     const Stick stick(1, {"8m", "/dev/sda1", false});
     stick.addFile("file", std::string(1U << 20U, 'x'));
     const std::vector<UsbStickInfo> found = manager_.enumerateUsbSticks();
@@ -82,7 +82,7 @@ TEST_F(UsbSticks, CarryTheirNameTwiceAndTheirSizeInBytes) {
     EXPECT_EQ(found[0].freeBytes, 7U << 20U);
 }
 
-TEST_F(UsbSticks, PrintTwoLinesEachInTheirOrder) {
+TEST_F(UsbSticks, printTwoLinesEachInTheirOrder) {
     const Stick second(3, {"4m", "/dev/sdb", false});
     const Stick first(2, {"8m", "/dev/sda1", false});
     EXPECT_EQ(printedBy([&] { manager_.enumerateUsbSticks(); }),
@@ -90,7 +90,7 @@ TEST_F(UsbSticks, PrintTwoLinesEachInTheirOrder) {
               "Disk size: 4194304 Byte\nFree size: 4194304 Byte\n");
 }
 
-TEST_F(UsbSticks, AreReadAnewEachTime) {
+TEST_F(UsbSticks, areReadAnewEachTime) {
     Stick stick(1);
     EXPECT_THAT(names(), ElementsAre("USB_X60.1"));
     stick.addFile("file", std::string(1U << 20U, 'x'));
@@ -101,14 +101,14 @@ TEST_F(UsbSticks, AreReadAnewEachTime) {
     EXPECT_THAT(names(), IsEmpty());
 }
 
-TEST_F(UsbSticks, AreCountedInFourAndMoreGigabytes) {
+TEST_F(UsbSticks, areCountedInFourAndMoreGigabytes) {
     const Stick stick(4, {"5g", "/dev/sda1", false});
     EXPECT_EQ(manager_.enumerateUsbSticks().at(0).totalBytes, 5ULL << 30U);
     EXPECT_EQ(manager_.enumerateUsbSticks().at(0).freeBytes, 5ULL << 30U);
 }
 
 // The free space is that of the super-user, blocks are f_bsize bytes, and products have 64 bits.
-TEST_F(UsbSticks, MultiplyTheBlockCountsByTheBlockSize) {
+TEST_F(UsbSticks, multiplyTheBlockCountsByTheBlockSize) {
     const Stick stick(1);
     struct statfs64 fileSystem = fileSystemOf(stick.path());
     fileSystem.f_bsize = 65536;
@@ -126,7 +126,7 @@ TEST_F(UsbSticks, MultiplyTheBlockCountsByTheBlockSize) {
     EXPECT_EQ(found[0].freeBytes, 562949953486848ULL);
 }
 
-TEST_F(UsbSticks, CountReservedBlocksAsFree) {
+TEST_F(UsbSticks, countReservedBlocksAsFree) {
     const std::string reason = LoopStick::whyUnavailable();
     if (!reason.empty()) {
         GTEST_SKIP() << reason;
@@ -141,13 +141,13 @@ TEST_F(UsbSticks, CountReservedBlocksAsFree) {
     EXPECT_EQ(found[0].freeBytes, bytes(fileSystem.f_bfree, fileSystem));
 }
 
-TEST_F(UsbSticks, AreNotFoldersOnWhichNothingIsMounted) {
+TEST_F(UsbSticks, areNotFoldersOnWhichNothingIsMounted) {
     makeDirectories(stickPath(1));
     EXPECT_THAT(names(), IsEmpty());
     rmdir(stickPath(1).c_str());
 }
 
-TEST_F(UsbSticks, AreOnlyDevicesWhoseNameBeginsWithDevSd) {
+TEST_F(UsbSticks, areOnlyDevicesWhoseNameBeginsWithDevSd) {
     for (const std::string device : {"/dev/mmcblk0p1", "/dev/hda1", "rootfs", "tmpfs", "/dev/s",
                                      "dev/sda1", "/DEV/SDA1", "/mnt/dev/sda1"}) {
         const Stick stick(1, {"1m", device, false});
@@ -159,13 +159,13 @@ TEST_F(UsbSticks, AreOnlyDevicesWhoseNameBeginsWithDevSd) {
     }
 }
 
-TEST_F(UsbSticks, AreFoundInLongLinesOfTheMountTable) {
+TEST_F(UsbSticks, areFoundInLongLinesOfTheMountTable) {
     const Stick stick(1, {"1m", "/dev/sd" + std::string(3'000, 'a'), false});
     makeDirectories(stickPath(2));  // a line cut before its directory would count for this one, too
     EXPECT_THAT(names(), ElementsAre("USB_X60.1"));
 }
 
-TEST_F(UsbSticks, AreFoundBehindOtherDevicesOnTheSameDirectory) {
+TEST_F(UsbSticks, areFoundBehindOtherDevicesOnTheSameDirectory) {
     const Mount parent("/media/usb", "/dev/mmcblk0p3", "tmpfs", 0, "size=1m");
     const Stick below(1, {"1m", "/dev/mmcblk0p1", false});
     const Stick stick(1, {"2m", "/dev/sda1", false});
@@ -173,7 +173,7 @@ TEST_F(UsbSticks, AreFoundBehindOtherDevicesOnTheSameDirectory) {
     EXPECT_EQ(manager_.enumerateUsbSticks()[0].totalBytes, 2U << 20U);
 }
 
-TEST_F(UsbSticks, IncludeEveryExistingFolderBelowADeviceMountedOnAParent) {
+TEST_F(UsbSticks, includeEveryExistingFolderBelowADeviceMountedOnAParent) {
     const Mount parent("/media", "/dev/sda1", "tmpfs", 0, "size=3m");
     makeDirectories(stickPath(1));
     makeDirectories(stickPath(3));
@@ -184,7 +184,7 @@ TEST_F(UsbSticks, IncludeEveryExistingFolderBelowADeviceMountedOnAParent) {
     }
 }
 
-TEST_F(UsbSticks, WithoutAFileSystemAreLeftOutSilently) {
+TEST_F(UsbSticks, withoutAFileSystemAreLeftOutSilently) {
     const Stick second(2);
     const HandMadeMountTable table(mountLine("/dev/sda1", "/media/usb/USB_X60.1") +
                                    mountLine("/dev/sdb1", "/media/usb/USB_X60.2"));
@@ -192,7 +192,7 @@ TEST_F(UsbSticks, WithoutAFileSystemAreLeftOutSilently) {
     EXPECT_EQ(printed, "Disk size: 16777216 Byte\nFree size: 16777216 Byte\n");
 }
 
-TEST_F(UsbSticks, AreNoneWithoutAReadableMountTable) {
+TEST_F(UsbSticks, areNoneWithoutAReadableMountTable) {
     const Stick stick(1);
     const std::vector<std::string> open = openDescriptorsOf(getpid());
     const auto expectNone = [&](const char* which) {
@@ -221,7 +221,7 @@ TEST_F(UsbSticks, AreNoneWithoutAReadableMountTable) {
     EXPECT_EQ(openDescriptorsOf(getpid()), open);
 }
 
-TEST_F(UsbSticks, TakeOneReadingOfTheMountTable) {
+TEST_F(UsbSticks, takeOneReadingOfTheMountTable) {
     const Stick first(1);
     const Stick fourth(4);
     const HandMadeMountTable table(mountLine("/dev/sda1", first.path()) +
@@ -247,7 +247,7 @@ std::string longLine(const std::string& source, const std::string& directory) {
     return source + " " + directory + " vfat " + std::string(10000, 'o') + " 0 0\n";
 }
 
-TEST_F(UsbSticks, CountAsMountedByTheMountTableAlone) {
+TEST_F(UsbSticks, countAsMountedByTheMountTableAlone) {
     const std::string one = "/media/usb/USB_X60.1";
     const std::vector<MountCheck> checks{
         {"", one, false},
@@ -299,7 +299,7 @@ TEST_F(UsbSticks, CountAsMountedByTheMountTableAlone) {
     }
 }
 
-TEST_F(UsbSticks, AreLookedForWithTheSameCheckAsASinglePath) {
+TEST_F(UsbSticks, areLookedForWithTheSameCheckAsASinglePath) {
     const Stick second(2);
     const Stick third(3);
     const Stick fourth(4, {"1m", "/dev/mmcblk0p1", false});
@@ -315,14 +315,14 @@ TEST_F(UsbSticks, AreLookedForWithTheSameCheckAsASinglePath) {
     rmdir(stickPath(1).c_str());
 }
 
-TEST(FormatString, FormatsLikePrintf) {
+TEST(FormatString, formatsLikePrintf) {
     EXPECT_EQ(TfMngr::formatString("USB_X60.%d", 4), "USB_X60.4");
     EXPECT_EQ(TfMngr::formatString("%s-%5.2f|%" PRIu64 "%%", "a", 3.14159, ~std::uint64_t{0}),
               "a- 3.14|18446744073709551615%");
     EXPECT_EQ(TfMngr::formatString("%s", ""), "");
 }
 
-TEST(FormatString, KeepsWhatFitsIntoItsBuffer) {
+TEST(FormatString, keepsWhatFitsIntoItsBuffer) {
     for (const std::size_t length : {1022U, 1023U}) {
         const std::string text(length, 'x');
         EXPECT_EQ(TfMngr::formatString("%s", text.c_str()), text);
@@ -334,11 +334,11 @@ TEST(FormatString, KeepsWhatFitsIntoItsBuffer) {
     EXPECT_EQ(TfMngr::formatString("%2000d", 1), std::string(1023, ' '));
 }
 
-TEST(FormatString, EndsAtTheFirstZeroByte) {
+TEST(FormatString, endsAtTheFirstZeroByte) {
     EXPECT_EQ(TfMngr::formatString("a%cb", 0), "a");
 }
 
-TEST(MountPath, JoinsTheMountBaseAndTheIdentifierAsTheyCome) {
+TEST(MountPath, joinsTheMountBaseAndTheIdentifierAsTheyCome) {
     EXPECT_EQ(TfMngr::mountPath("USB_X60.1"), "/media/usb/USB_X60.1");
     EXPECT_EQ(TfMngr::mountPath(""), "/media/usb/");
     EXPECT_EQ(TfMngr::mountPath("../x//y/"), "/media/usb/../x//y/");
