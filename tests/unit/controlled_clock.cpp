@@ -3,14 +3,13 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 
 namespace test_support {
 namespace {
 
-std::atomic<ControlledClock*> activeClock{nullptr};
+thread_local ControlledClock* activeClock = nullptr;
 
 }  // namespace
 

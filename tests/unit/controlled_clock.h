@@ -8,8 +8,8 @@
 
 namespace test_support {
 
-// While it exists sleep() is noted and returns at once, in every piece of code of this process; one
-// at a time. Without one both calls do what they always do.
+// While it exists a sleep() of the thread that made it is noted and returns at once; one at a time.
+// On other threads, and without one, both calls do what they always do.
 class ControlledClock {
 public:
     ControlledClock();
@@ -17,10 +17,10 @@ public:
     ControlledClock(const ControlledClock&) = delete;
     ControlledClock& operator=(const ControlledClock&) = delete;
 
-    // From now on time() answers this.
+    // From now on time() answers this on that thread.
     void standAt(std::time_t now) { now_ = now; }
 
-    // Runs in the place of every further sleep, on the thread that sleeps.
+    // Runs in the place of every further sleep.
     void whileSleeping(std::function<void()> action) { action_ = std::move(action); }
 
     // The seconds of each sleep by now.
