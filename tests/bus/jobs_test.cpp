@@ -14,7 +14,6 @@
 #include "tests/support/device_calls.h"
 #include "tests/support/device_double.h"
 #include "tests/support/files.h"
-#include "tests/support/paths.h"
 #include "tests/support/persistent_record.h"
 #include "tests/support/process_table.h"
 #include "tests/support/service_process.h"
@@ -118,8 +117,8 @@ TEST_F(Jobs, withoutAThreadAnswerMinus1AfterASecondAndLeaveTheirTextsBehind) {
 // Sanitizers have a heap of their own, and with 32 bits an arena is smaller than a stack.
 #if __SIZEOF_POINTER__ == 8 && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(Jobs, reserveAStackAndNoHeapOfTheirOwn) {
-    if (emulated()) {
-        GTEST_SKIP() << kEmulatorCannot << "be told from the program by its address space";
+    if (const std::string reason = whyMemoryIsNotItsOwn(); !reason.empty()) {
+        GTEST_SKIP() << reason;
     }
     constexpr int kLessThanAnArena = 32 * 1024;  // kB; an arena reserves 64 MiB, a stack 8
     const auto addressSpace = [this] {
@@ -138,7 +137,7 @@ TEST_F(Jobs, reserveAStackAndNoHeapOfTheirOwn) {
 // Nobody joins the workers, so a small device runs out of address space after some hundreds of
 // jobs.
 TEST_F(Jobs, thatHaveEndedKeepTheirStacksUntilThereIsNoThreadLeft) {
-    if (const std::string reason = whyThreadsCannotBeForbidden(); !reason.empty()) {
+    if (const std::string reason = whyMemoryIsNotItsOwn(); !reason.empty()) {
         GTEST_SKIP() << reason;
     }
     const int atRest = service_.threads();

@@ -3,7 +3,6 @@
 
 #include <string>
 
-#include "tests/support/paths.h"
 #include "tests/support/process_table.h"
 #include "tests/support/service_process.h"
 #include "tests/support/stick.h"
@@ -22,8 +21,8 @@ constexpr int kReplyOfThem = kFiles * kBytesARecord / 1024;  // kB
 class MemoryOfTheService : public testing::Test {
 protected:
     void SetUp() override {
-        if (emulated()) {
-            GTEST_SKIP() << kEmulatorCannot << "be told from the program by its memory";
+        if (const std::string reason = whyMemoryIsNotItsOwn(); !reason.empty()) {
+            GTEST_SKIP() << reason;
         }
         // Longer than what a std::string holds in itself.
         for (int i = 0; i < kFiles; ++i) {

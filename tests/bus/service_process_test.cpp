@@ -59,7 +59,7 @@ TEST(TestedService, thatDoesNotComeUpIsReportedWithWhatItSaid) {
 }
 
 TEST(TestedService, cannotStartThreadsOnceTheyAreForbidden) {
-    if (const std::string reason = whyThreadsCannotBeForbidden(); !reason.empty()) {
+    if (const std::string reason = whyMemoryIsNotItsOwn(); !reason.empty()) {
         GTEST_SKIP() << reason;
     }
     const Stick stick(1);

@@ -73,8 +73,9 @@ testing::AssertionResult limitAddressSpace(pid_t pid, rlim_t limit) {
 const std::vector<std::string> kWithoutPowers{"setpriv", "--bounding-set=-all", "--inh-caps=-all",
                                               "--"};
 
-std::string whyThreadsCannotBeForbidden() {
-    return emulated() ? std::string(kEmulatorCannot) + "be kept from starting threads" : "";
+std::string whyMemoryIsNotItsOwn() {
+    return emulated() ? std::string(kEmulatorCannot) + "be told from the program by its memory"
+                      : "";
 }
 
 ServiceProcess::ServiceProcess(const ServiceOptions& options)

@@ -25,8 +25,9 @@ struct ServiceOptions {
 // A prefix under which the service is root without root's powers, so that file modes count.
 extern const std::vector<std::string> kWithoutPowers;
 
-// Empty when forbidThreads() works here, else the reason why not.
-std::string whyThreadsCannotBeForbidden();
+// Empty when the service's process has the memory and address space of the service alone, which
+// forbidThreads() needs, too; else the reason why not.
+std::string whyMemoryIsNotItsOwn();
 
 // The words of the environment variable MORVANE_SERVICE_RUNNER, when set, are a command that is put
 // in front of the service; see scripts/checks/memcheck.
