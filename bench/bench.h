@@ -23,9 +23,9 @@ std::vector<std::string> onServiceCore(const std::vector<std::string>& command);
 
 // What is compared with the floor.
 enum class Compared {
-    Ratio,       // measured / floor
+    Ratio,  // measured / floor
     Difference,  // measured - floor
-    Nothing      // only reported
+    Nothing  // only reported
 };
 
 // One row of the table: a figure a round, of the floor and of what is measured.
@@ -34,9 +34,9 @@ struct Row {
     std::string floorIs;
     std::string unit;
     Compared compared = Compared::Ratio;
-    double aim = 0;     // the most that the comparison may give; of no meaning for Nothing
+    double aim = 0;  // the most that the comparison may give; of no meaning for Nothing
     std::string curve;  // of the plot that the row belongs to; empty for none
-    double size = 0;    // where on the curve
+    double size = 0;  // where on the curve
     std::vector<double> floor;
     std::vector<double> measured;
 };

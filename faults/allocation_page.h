@@ -14,9 +14,9 @@ enum AllocatingThread : std::uint32_t { kMainThread, kBusThread, kOtherThread, k
 
 // A file that both have mapped.
 struct AllocationPage {
-    std::atomic<std::uint32_t> armed;   // otherwise nothing is counted and nothing fails
+    std::atomic<std::uint32_t> armed;  // otherwise nothing is counted and nothing fails
     std::atomic<std::uint32_t> thread;  // whose allocation is to fail
-    std::atomic<std::uint32_t> nth;     // from 1; 0: none
+    std::atomic<std::uint32_t> nth;  // from 1; 0: none
     std::atomic<std::uint32_t> happened;
     std::array<std::atomic<std::uint32_t>, kAllocatingThreads> counts;
 };

@@ -72,8 +72,8 @@ private:
     test_support::UniqueFd listener_;
     test_support::UniqueFd stop_;
     std::map<pid_t, Caller> callers_;  // of the serving thread alone
-    std::vector<pid_t> processes_;     // in the order in which they came
-    mutable std::mutex mutex_;         // for what follows
+    std::vector<pid_t> processes_;  // in the order in which they came
+    mutable std::mutex mutex_;  // for what follows
     bool armed_ = false;
     bool loaded_ = false;
     bool happened_ = false;

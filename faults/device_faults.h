@@ -22,7 +22,7 @@ private:
 
     test_support::DeviceDouble device_;
     std::vector<std::string> noted_;  // operations
-    std::string expected_;            // the operation that is to fail
+    std::string expected_;  // the operation that is to fail
 };
 
 }  // namespace faults

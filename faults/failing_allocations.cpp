@@ -14,9 +14,9 @@
 
 // The C library's own, under the names that it has for them beside the usual ones.
 extern "C" {
-void* __libc_malloc(std::size_t size);                           // NOLINT
-void* __libc_calloc(std::size_t count, std::size_t size);        // NOLINT
-void* __libc_realloc(void* old, std::size_t size);               // NOLINT
+void* __libc_malloc(std::size_t size);  // NOLINT
+void* __libc_calloc(std::size_t count, std::size_t size);  // NOLINT
+void* __libc_realloc(void* old, std::size_t size);  // NOLINT
 void* __libc_memalign(std::size_t alignment, std::size_t size);  // NOLINT
 }
 

@@ -11,8 +11,8 @@
 namespace faults {
 
 struct Fault {
-    std::string name;    // such as "main openat 2 EMFILE"; the same in every run
-    std::string row;     // of the table, such as "openat"
+    std::string name;  // such as "main openat 2 EMFILE"; the same in every run
+    std::string row;  // of the table, such as "openat"
     std::string caller;  // the rest is what its injector makes of it
     long what = 0;
     unsigned nth = 0;

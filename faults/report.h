@@ -19,11 +19,11 @@ inline constexpr const char* kDaemon = "start as a daemon";
 }  // namespace group
 
 enum class Outcome {
-    Served,      // as if nothing had happened
-    Answered,    // by the failure that the interface defines
-    Ended,       // the process has ended, in a defined way, and the next start is clean
+    Served,  // as if nothing had happened
+    Answered,  // by the failure that the interface defines
+    Ended,  // the process has ended, in a defined way, and the next start is clean
     NotReached,  // the fault did not happen: the calls came in another order
-    Wrong,       // none of these
+    Wrong,  // none of these
 };
 
 struct Verdict {

@@ -16,10 +16,10 @@ namespace faults {
 
 struct Method {
     const char* name;
-    const char* arguments;          // in GVariant's text form
+    const char* arguments;  // in GVariant's text form
     std::set<std::string> touches;  // paths that may come or go with it
-    bool control = false;           // of the control interface
-    bool startsJob = false;         // once in a life of the service
+    bool control = false;  // of the control interface
+    bool startsJob = false;  // once in a life of the service
 };
 
 // All 17 methods of the service.

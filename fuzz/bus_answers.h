@@ -15,8 +15,8 @@ inline const std::set<std::string> kRefusals{"org.freedesktop.DBus.Error.Unknown
 
 // What one call may be answered.
 struct Expected {
-    std::string what;                // for a complaint
-    std::string type;                // of the reply; empty: an error
+    std::string what;  // for a complaint
+    std::string type;  // of the reply; empty: an error
     std::set<std::string> errors{};  // their names
 };
 

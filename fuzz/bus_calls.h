@@ -15,7 +15,7 @@ struct Method {
     const char* path;
     const char* interface;
     const char* name;
-    const char* in;   // signature, a character an argument
+    const char* in;  // signature, a character an argument
     const char* out;  // type of the reply
     bool startsJob;
 };

@@ -29,7 +29,7 @@ namespace {
 
 using test_support::SystemBus;
 
-constexpr std::size_t kInFlight = 8;        // calls of one client
+constexpr std::size_t kInFlight = 8;  // calls of one client
 constexpr std::size_t kRefillEvery = 2000;  // calls; the sticks are filled anew
 constexpr std::size_t kReportEvery = 50000;
 constexpr int kCallPatience = 120'000;  // milliseconds

@@ -8,7 +8,7 @@ namespace fuzz {
 
 struct FakeDevice {
     static std::function<bool(const std::string& path)> accepts;  // asked for each file to check
-    static int controllers;                                       // created and not yet destroyed
+    static int controllers;  // created and not yet destroyed
 };
 
 }  // namespace fuzz

@@ -4,7 +4,7 @@
 // The tag that goes with each syslog level on standard output.
 namespace log_tag {
 inline constexpr const char* kError = "[ERR] ";  // with LOG_ERR
-inline constexpr const char* kInfo = "[NFO] ";   // with LOG_INFO
+inline constexpr const char* kInfo = "[NFO] ";  // with LOG_INFO
 inline constexpr const char* kDebug = "[DEB] ";  // with LOG_DEBUG
 }  // namespace log_tag
 

@@ -40,7 +40,7 @@ struct MemberRecord {
 struct ArchiveManifest {
     std::string kind;
     std::string device;
-    std::string time;      // ISO 8601, UTC
+    std::string time;  // ISO 8601, UTC
     std::string firmware;  // of the device that was saved, or contained in an update
     std::vector<MemberRecord> members;
 };

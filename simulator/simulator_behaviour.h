@@ -12,12 +12,12 @@
 #include "simulator/backup_archive.h"
 
 struct SimulatorBehaviour {
-    std::string credentialRecord;         // path; empty: any credential will do
+    std::string credentialRecord;  // path; empty: any credential will do
     std::chrono::milliseconds jobTime{};  // what a backup, restore or update takes at least
-    std::chrono::milliseconds delay{};    // before each call is acted upon
-    bool refuse = false;                  // turn every connection down
-    bool hang = false;                    // act on no call, go on with no job
-    bool dieInJob = false;                // end the process half-way through a job
+    std::chrono::milliseconds delay{};  // before each call is acted upon
+    bool refuse = false;  // turn every connection down
+    bool hang = false;  // act on no call, go on with no job
+    bool dieInJob = false;  // end the process half-way through a job
     std::optional<std::uint64_t> reportedSize;
 };
 

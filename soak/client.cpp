@@ -11,7 +11,7 @@ namespace soak {
 
 struct Method {
     const char* name;
-    const char* in;   // signature
+    const char* in;  // signature
     const char* out;  // type of the reply
     unsigned weight;
 };

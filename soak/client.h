@@ -26,7 +26,7 @@ public:
     void join() { thread_.join(); }
 
     std::size_t calls() const { return calls_; }
-    const Durations& durations() const { return durations_; }           // once joined
+    const Durations& durations() const { return durations_; }  // once joined
     const std::vector<std::string>& errors() const { return errors_; }  // once joined
 
 private:

@@ -28,7 +28,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 // What is allowed to be left behind, and is said with the result.
-constexpr long kGrowth = 4096;      // KiB of anonymous memory, from the end of the first tenth
+constexpr long kGrowth = 4096;  // KiB of anonymous memory, from the end of the first tenth
 constexpr long kGrowthPerJob = 64;  // KiB: the touched part of a stack that nobody joins
 constexpr auto kPlugEvery = 700ms;
 

@@ -61,6 +61,6 @@ public:
 
 private:
     MorvaneScctrl* scctrlProxy = nullptr;  // lives as long as the process
-    GError* proxyError = nullptr;          // kept as received, never freed
+    GError* proxyError = nullptr;  // kept as received, never freed
     std::unique_ptr<TfMngr> tfMngr;
 };

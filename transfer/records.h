@@ -9,7 +9,7 @@
 
 // One mounted USB stick.
 struct UsbStickInfo {
-    std::string name;       // "USB_X60.n": the mount identifier that the other operations take
+    std::string name;  // "USB_X60.n": the mount identifier that the other operations take
     std::string mountName;  // the same text; both are part of the bus contract
     std::uint64_t totalBytes;
     std::uint64_t freeBytes;  // counted in blocks free to the super-user
@@ -27,7 +27,7 @@ inline SharedText sharedText(std::string text) {
 struct FileEntry {
     std::uint32_t kind;  // kDirectory or kOther
     std::string name;
-    std::int64_t size;    // bytes, for directories too
+    std::int64_t size;  // bytes, for directories too
     SharedText location;  // the holding directory relative to the stick's root, "/" for the root;
                           // never null
     static constexpr std::string_view kReserved{};  // always empty

@@ -17,7 +17,7 @@ namespace reply {
 
 // A list as it goes out. A list longer than the bus can carry is cut after a whole record.
 struct EncodedList {
-    GVariant* value;      // floating: the reply that it is put into takes it over
+    GVariant* value;  // floating: the reply that it is put into takes it over
     std::size_t records;  // how many of the records are in it
 };
 

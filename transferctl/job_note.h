@@ -23,7 +23,7 @@ struct Life {
 
 struct JobNote {
     Life life;
-    std::string job;   // "backup" and so on
+    std::string job;  // "backup" and so on
     std::string file;  // "USB_X60.1:a.psb"
 };
 

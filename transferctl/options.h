@@ -32,8 +32,8 @@ using CommandFunction = void (*)(const Options& options);
 
 struct Command {
     const char* name;
-    const char* arguments;    // as the help shows them
-    const char* summary;      // a line of the list of commands
+    const char* arguments;  // as the help shows them
+    const char* summary;  // a line of the list of commands
     const char* description;  // the rest of the command's own help
     unsigned knows;
     std::size_t fewest;  // arguments

@@ -18,7 +18,7 @@ struct File {
     bool isDirectory = false;
     std::string name;
     std::uint64_t size = 0;  // bytes
-    StickPath place;         // stick and path of the file itself
+    StickPath place;  // stick and path of the file itself
 };
 
 }  // namespace transferctl

@@ -14,7 +14,7 @@ Calls operator+(Calls first, const Calls& second);
 // One operation on a controller of its own: backup and restore ("BR") or update ("FU").
 struct OneShot {
     std::string kind;
-    int number = 0;         // counts the controllers of that kind
+    int number = 0;  // counts the controllers of that kind
     std::string operation;  // such as `restore("/file")`
     bool setsWorkDirectory = true;
 };

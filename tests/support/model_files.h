@@ -57,8 +57,8 @@ private:
     // Where a path leads.
     struct Place {
         Node* directory = nullptr;  // null: nothing leads there
-        std::string name;           // in that directory; "." and ".." included
-        Node* node = nullptr;       // null: nothing is there
+        std::string name;  // in that directory; "." and ".." included
+        Node* node = nullptr;  // null: nothing is there
         bool slashAtEnd = false;
     };
     enum class LastLink { Follow, Keep };

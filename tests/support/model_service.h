@@ -34,7 +34,7 @@ std::string describe(const Operation& operation);
 
 // What the device manager and the stick do with a job.
 struct JobCircumstances {
-    bool refused = false;               // the manager does not say that there is room
+    bool refused = false;  // the manager does not say that there is room
     std::optional<std::string> writes;  // into the file of a backup that has begun
     // Happens between a backup's checks and its launch; answers whether there is room still.
     std::function<bool()> lastCheck = [] { return true; };

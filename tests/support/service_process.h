@@ -15,9 +15,9 @@
 namespace test_support {
 
 struct ServiceOptions {
-    std::vector<std::string> arguments;    // of the service, such as "-d"
+    std::vector<std::string> arguments;  // of the service, such as "-d"
     std::vector<std::string> environment;  // "NAME=value"; see DeviceDouble::environment()
-    std::vector<ResourceLimit> limits;     // in force from the start
+    std::vector<ResourceLimit> limits;  // in force from the start
     std::optional<mode_t> umask;
     std::vector<std::string> prefix;  // a command that runs the service, such as kWithoutPowers
 };

@@ -81,7 +81,7 @@ public:
 struct LoopStickOptions {
     std::uint64_t size = 16U * 1024U * 1024U;
     std::string device = "/dev/sdb1";  // the node that is made for the loop device
-    int reservedPercent = 5;           // of the blocks, kept for root
+    int reservedPercent = 5;  // of the blocks, kept for root
 };
 
 // An ext4 file system on a loop device that appears as /dev/sd..., with reserved blocks.

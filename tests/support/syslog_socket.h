@@ -15,9 +15,9 @@
 namespace test_support {
 
 struct LogMessage {
-    int priority = 0;       // 0 to 7, LOG_EMERG to LOG_DEBUG
-    int facility = 0;       // LOG_USER and so on, as in <syslog.h>
-    std::string text;       // without time and program name, otherwise byte for byte
+    int priority = 0;  // 0 to 7, LOG_EMERG to LOG_DEBUG
+    int facility = 0;  // LOG_USER and so on, as in <syslog.h>
+    std::string text;  // without time and program name, otherwise byte for byte
     std::string program{};  // the sender's name for itself
 
     bool operator==(const LogMessage& other) const {

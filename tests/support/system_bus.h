@@ -35,8 +35,8 @@ std::string asText(GVariant* value);
 
 // What came back from a call: the reply's tuple, or a D-Bus error.
 struct Reply {
-    VariantPtr value;     // null when there is an error
-    std::string error;    // the D-Bus error's name, empty on success
+    VariantPtr value;  // null when there is an error
+    std::string error;  // the D-Bus error's name, empty on success
     std::string message;  // the error's text
 
     std::string type() const;  // such as "(av)"; empty on error

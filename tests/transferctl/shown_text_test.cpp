@@ -34,10 +34,10 @@ TEST(ShownText, escapesWhatATerminalWouldActOn) {
 
 TEST(ShownText, escapesEachByteThatIsNotUtf8) {
     const Pairs pairs{{"a\xff\xfe"sv, "a\\xff\\xfe"sv},
-                      {"\x9b"sv, "\\x9b"sv},                    // C1 as a single byte
-                      {"\xc0\x9b"sv, "\\xc0\\x9b"sv},           // too long a form
+                      {"\x9b"sv, "\\x9b"sv},  // C1 as a single byte
+                      {"\xc0\x9b"sv, "\\xc0\\x9b"sv},  // too long a form
                       {"\xed\xa0\x80"sv, "\\xed\\xa0\\x80"sv},  // a surrogate
-                      {"\xe2\x82"sv, "\\xe2\\x82"sv},           // cut off
+                      {"\xe2\x82"sv, "\\xe2\\x82"sv},  // cut off
                       {"\xf4\x90\x80\x80"sv, "\\xf4\\x90\\x80\\x80"sv}};
     for (const auto& [bytes, shown] : pairs) {
         EXPECT_EQ(shownSafely(bytes), shown);

@@ -215,7 +215,7 @@ TEST_F(RestoreListing, readsTheDirectoryOnceAndLooksAtEachEntryOnce) {
     EXPECT_EQ(watched.count("opendir"), 1U);
     EXPECT_EQ(watched.count("closedir"), 1U);
     EXPECT_EQ(watched.count("readdir64"), 8U);  // . .. .hidden b c d f and the end
-    EXPECT_EQ(watched.count("stat64"), 6U);     // the stick, the directory and four entries
+    EXPECT_EQ(watched.count("stat64"), 6U);  // the stick, the directory and four entries
     for (const char* name : {"a/b", "a/c", "a/d", "a/f", "a"}) {
         EXPECT_EQ(watched.count("stat64", stick_.path(name)), 1U) << name;
     }

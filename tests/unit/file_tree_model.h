@@ -11,10 +11,10 @@ namespace test_support {
 
 // One search for backups below a directory of a stick; enter() does it.
 struct TreeModel {
-    std::string root;                   // of the stick
+    std::string root;  // of the stick
     std::vector<std::string> rejected;  // texts for which the device manager rejects a path
 
-    std::vector<std::string> list{};     // the paths that are listed
+    std::vector<std::string> list{};  // the paths that are listed
     std::vector<std::string> offered{};  // the paths that the device manager is asked about
     std::vector<std::filesystem::path> inside{};  // the directories on the current path
     int loops = 0;
