@@ -8,7 +8,7 @@ set(CMAKE_LIBRARY_ARCHITECTURE ${MORVANE_TRIPLET})
 get_filename_component(morvane_source "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
 set(CMAKE_SYSROOT "${morvane_source}/build/sysroot-${MORVANE_DEBIAN_ARCHITECTURE}")
 set(CMAKE_CROSSCOMPILING_EMULATOR
-  "${morvane_source}/tests/sandbox/emulator;${MORVANE_DEBIAN_ARCHITECTURE}")
+  "${morvane_source}/simulator/sandbox/emulator;${MORVANE_DEBIAN_ARCHITECTURE}")
 
 # Libraries of the sysroot, programs of this machine.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

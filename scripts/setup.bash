@@ -106,11 +106,11 @@ takeState() {
 
 # runInDevice COMMAND...: runs it in the simulated device, whose state is that of takeState.
 runInDevice() {
-    enterDevice ${state:+--keep "$state"} -- run "$state" "$@"
+    enterDevice ${state:+--keep "$state"} -- simulator/device/run "$state" "$@"
 }
 
 # enterDevice [OPTION...] -- SCRIPT [ARG...]: builds the simulated device and goes on in the sandbox, which gets
-# the options, with scripts/inside/SCRIPT, which gets the build folder and the arguments.
+# the options, with SCRIPT of the project, which gets the build folder and the arguments.
 enterDevice() {
     local options=()
     while [[ $1 != -- ]]; do
@@ -122,5 +122,5 @@ enterDevice() {
         ensurePackages build run
         build dev com-morvane-transfer-service transferctl device-manager-simulator applet-control room
     ) >&2
-    exec "$project/tests/sandbox/sandbox" "${options[@]}" -- "$project/scripts/inside/$2" "$project/build/dev" "${@:3}"
+    exec "$project/simulator/sandbox/sandbox" "${options[@]}" -- "$project/$2" "$project/build/dev" "${@:3}"
 }

@@ -1,6 +1,6 @@
 // The stand-in for the closed device-manager client library: each controller is a connection to the
 // simulator.
-#include "platform/device_manager_client.h"
+#include "transfer/platform/device_manager_client.h"
 
 #include <gio/gio.h>
 

@@ -1,5 +1,5 @@
 // The stand-in for the closed settings library: reads the settings of the simulated device.
-#include "platform/vesk_service_interface.h"
+#include "transfer/platform/vesk_service_interface.h"
 
 #include <glib.h>
 

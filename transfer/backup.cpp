@@ -4,9 +4,9 @@
 
 #include <ctime>
 
-#include "platform/vesk_service_interface.h"
 #include "transfer/device_manager.h"
 #include "transfer/package_markers.h"
+#include "transfer/platform/vesk_service_interface.h"
 #include "transfer/tf_mngr.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The log object that the service hands to the device-manager client library.
 #pragma once
 
-#include "platform/device_manager_client.h"
+#include "transfer/platform/device_manager_client.h"
 
 // Discards every message and reads the device's credential on demand. Owned by whoever creates the
 // controller it is given to, and outlives that controller. The library may call it on any thread,

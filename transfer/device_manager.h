@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "platform/device_manager_client.h"
 #include "transfer/console_log.h"
+#include "transfer/platform/device_manager_client.h"
 
 namespace device_manager {
 

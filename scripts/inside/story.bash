@@ -1,7 +1,7 @@
 # Sourced inside the sandbox by what shows something step by step: the words of such a story, beside the device's parts.
 # The caller sets `build`, the build folder.
 # shellcheck shell=bash
-. "$(dirname -- "${BASH_SOURCE[0]}")/device.bash"
+. "$(dirname -- "${BASH_SOURCE[0]}")/../../simulator/device/device.bash"
 
 readonly kOtherApplet=256
 step=0

@@ -8,14 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/applet_control.h"
-#include "tests/support/files.h"
-#include "tests/support/lock_file.h"
-#include "tests/support/service_messages.h"
-#include "tests/support/service_process.h"
-#include "tests/support/syslog_socket.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/transfer_script.h"
+#include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/transfer_script.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/lock_file.h"
+#include "tests/support/process/service_messages.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/syslog_socket.h"
 
 namespace test_support {
 namespace {

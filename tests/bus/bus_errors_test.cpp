@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/bus_policy.h"
-#include "tests/support/device_double.h"
-#include "tests/support/service_process.h"
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/bus_policy.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/process/service_process.h"
 
 namespace test_support {
 namespace {

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/device_double.h"
-#include "tests/support/service_process.h"
-#include "tests/support/stick.h"
-#include "tests/support/syslog_socket.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/unique_fd.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/syslog_socket.h"
+#include "tests/support/process/unique_fd.h"
 
 namespace test_support {
 namespace {

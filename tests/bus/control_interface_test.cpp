@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/service_messages.h"
-#include "tests/support/service_process.h"
-#include "tests/support/syslog_socket.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/waiting.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/process/service_messages.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/syslog_socket.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

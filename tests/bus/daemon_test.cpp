@@ -10,19 +10,19 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/applet_control.h"
-#include "tests/support/files.h"
-#include "tests/support/lock_file.h"
-#include "tests/support/paths.h"
-#include "tests/support/process_table.h"
-#include "tests/support/service_messages.h"
-#include "tests/support/service_process.h"
-#include "tests/support/start_semaphores.h"
-#include "tests/support/syslog_socket.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/transfer_script.h"
-#include "tests/support/unique_fd.h"
-#include "tests/support/waiting.h"
+#include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/transfer_script.h"
+#include "tests/support/files/files.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/lock_file.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/service_messages.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/start_semaphores.h"
+#include "tests/support/process/syslog_socket.h"
+#include "tests/support/process/unique_fd.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/child_process.h"
-#include "tests/support/paths.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/child_process.h"
 
 namespace test_support {
 namespace {

@@ -7,11 +7,11 @@
 
 #include "tests/bus/job_calls.h"
 #include "tests/bus/steady_service.h"
-#include "tests/support/files.h"
-#include "tests/support/persistent_record.h"
-#include "tests/support/simulator.h"
-#include "tests/support/stick.h"
-#include "tests/support/waiting.h"
+#include "tests/support/device/persistent_record.h"
+#include "tests/support/device/simulator.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/golden.h"
-#include "tests/support/service_process.h"
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/files/golden.h"
+#include "tests/support/process/service_process.h"
 
 namespace test_support {
 namespace {

@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
 
 namespace test_support {
 

@@ -9,10 +9,10 @@
 
 #include "tests/bus/job_calls.h"
 #include "tests/bus/steady_service.h"
-#include "tests/support/device_calls.h"
-#include "tests/support/device_double.h"
-#include "tests/support/files.h"
-#include "tests/support/stick.h"
+#include "tests/support/device/device_calls.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
 
 namespace test_support {
 namespace {

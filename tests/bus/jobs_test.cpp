@@ -11,15 +11,15 @@
 #include <vector>
 
 #include "tests/bus/job_calls.h"
-#include "tests/support/device_calls.h"
-#include "tests/support/device_double.h"
-#include "tests/support/files.h"
-#include "tests/support/persistent_record.h"
-#include "tests/support/process_table.h"
-#include "tests/support/service_process.h"
-#include "tests/support/stick.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/waiting.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_calls.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/persistent_record.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

@@ -13,15 +13,15 @@
 #include <system_error>
 #include <vector>
 
-#include "tests/support/files.h"
-#include "tests/support/lock_file.h"
-#include "tests/support/process_table.h"
-#include "tests/support/service_messages.h"
-#include "tests/support/service_process.h"
-#include "tests/support/start_semaphores.h"
-#include "tests/support/stick.h"
-#include "tests/support/syslog_socket.h"
-#include "tests/support/transfer_script.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/device/transfer_script.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/lock_file.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/service_messages.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/start_semaphores.h"
+#include "tests/support/process/syslog_socket.h"
 
 namespace test_support {
 namespace {

@@ -8,11 +8,11 @@
 
 #include "tests/bus/job_calls.h"
 #include "tests/bus/steady_service.h"
-#include "tests/support/device_double.h"
-#include "tests/support/files.h"
-#include "tests/support/modelled_sticks.h"
-#include "tests/support/stick.h"
-#include "tests/support/waiting.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
+#include "tests/support/files/modelled_sticks.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

@@ -3,10 +3,10 @@
 
 #include <string>
 
-#include "tests/support/process_table.h"
-#include "tests/support/service_process.h"
-#include "tests/support/stick.h"
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/service_process.h"
 
 // Sanitizers have a heap of their own.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)

@@ -8,13 +8,13 @@
 #include <csignal>
 #include <memory>
 
-#include "tests/support/device_double.h"
-#include "tests/support/process_table.h"
-#include "tests/support/service_process.h"
-#include "tests/support/simulator.h"
-#include "tests/support/stick.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/waiting.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/simulator.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

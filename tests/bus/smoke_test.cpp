@@ -4,12 +4,12 @@
 
 #include <csignal>
 
-#include "tests/support/applet_control.h"
-#include "tests/support/device_double.h"
-#include "tests/support/process_table.h"
-#include "tests/support/service_process.h"
-#include "tests/support/stick.h"
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/service_process.h"
 
 namespace test_support {
 namespace {

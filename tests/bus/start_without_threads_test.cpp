@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/device_double.h"
-#include "tests/support/service_messages.h"
-#include "tests/support/service_process.h"
-#include "tests/support/start_semaphores.h"
-#include "tests/support/syslog_socket.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/process/service_messages.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/start_semaphores.h"
+#include "tests/support/process/syslog_socket.h"
 
 namespace test_support {
 namespace {

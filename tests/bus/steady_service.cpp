@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "tests/support/waiting.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 

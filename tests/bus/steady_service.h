@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/device_double.h"
-#include "tests/support/service_process.h"
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/process/service_process.h"
 
 namespace test_support {
 

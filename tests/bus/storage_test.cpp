@@ -11,11 +11,11 @@
 #include <set>
 #include <thread>
 
-#include "tests/support/device_double.h"
-#include "tests/support/service_messages.h"
-#include "tests/support/service_process.h"
-#include "tests/support/stick.h"
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/service_messages.h"
+#include "tests/support/process/service_process.h"
 
 namespace test_support {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/vesk_service_interface.h"
+#include "transfer/platform/vesk_service_interface.h"
 
 std::string_view plain_vesk::deviceName = "DEVICE";
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
 
 namespace test_support {
 

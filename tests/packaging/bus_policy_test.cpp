@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "tests/packaging/accounts.h"
-#include "tests/support/applet_control.h"
-#include "tests/support/device_double.h"
-#include "tests/support/files.h"
-#include "tests/support/paths.h"
-#include "tests/support/service_process.h"
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/files/files.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/service_process.h"
 
 namespace test_support {
 namespace {

@@ -8,16 +8,16 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/bus_daemon.h"
-#include "tests/support/child_process.h"
-#include "tests/support/files.h"
-#include "tests/support/lock_file.h"
-#include "tests/support/paths.h"
-#include "tests/support/process_table.h"
-#include "tests/support/room_process.h"
-#include "tests/support/service_process.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/transfer_script.h"
+#include "tests/support/bus/bus_daemon.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/transfer_script.h"
+#include "tests/support/files/files.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/child_process.h"
+#include "tests/support/process/lock_file.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/room_process.h"
+#include "tests/support/process/service_process.h"
 
 namespace test_support {
 namespace {

@@ -13,18 +13,18 @@
 #include <vector>
 
 #include "tests/packaging/accounts.h"
-#include "tests/support/applet_control.h"
-#include "tests/support/device_double.h"
-#include "tests/support/files.h"
-#include "tests/support/lock_file.h"
-#include "tests/support/paths.h"
-#include "tests/support/process_table.h"
-#include "tests/support/service_process.h"
-#include "tests/support/simulator.h"
-#include "tests/support/stick.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/transfer_script.h"
-#include "tests/support/waiting.h"
+#include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/simulator.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/device/transfer_script.h"
+#include "tests/support/files/files.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/lock_file.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/service_process.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

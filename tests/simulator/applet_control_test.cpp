@@ -7,12 +7,12 @@
 
 #include "com.morvane.scctrl/com.morvane.scctrl.h"
 #include "simulator/gobject_pointer.h"
-#include "tests/support/child_process.h"
-#include "tests/support/files.h"
-#include "tests/support/paths.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/unique_fd.h"
-#include "tests/support/waiting.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/files/files.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/child_process.h"
+#include "tests/support/process/unique_fd.h"
+#include "tests/support/process/waiting.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include <random>
 
 #include "tests/simulator/crafted_archive.h"
-#include "tests/support/files.h"
-#include "tests/support/stick.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
 
 namespace {
 

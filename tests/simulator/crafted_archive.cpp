@@ -8,7 +8,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tests/support/files.h"
+#include "tests/support/files/files.h"
 
 namespace {
 

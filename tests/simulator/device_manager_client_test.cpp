@@ -1,5 +1,5 @@
 // The stand-in client library and the simulator process, talking to each other.
-#include "platform/device_manager_client.h"
+#include "transfer/platform/device_manager_client.h"
 
 #include <gio/gio.h>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 
 #include "simulator/peer_protocol.h"
 #include "tests/simulator/device_manager_fixture.h"
-#include "tests/support/files.h"
+#include "tests/support/files/files.h"
 
 namespace test_support {
 namespace {

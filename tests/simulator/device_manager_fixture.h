@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/device_manager_client.h"
 #include "simulator/device_manager_status.h"
 #include "simulator/gobject_pointer.h"
-#include "tests/support/child_process.h"
-#include "tests/support/files.h"
-#include "tests/support/paths.h"
+#include "tests/support/files/files.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/child_process.h"
+#include "transfer/platform/device_manager_client.h"
 
 namespace test_support {
 

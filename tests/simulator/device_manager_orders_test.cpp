@@ -14,9 +14,9 @@
 
 #include "simulator/peer_protocol.h"
 #include "tests/simulator/device_manager_fixture.h"
-#include "tests/support/files.h"
-#include "tests/support/stick.h"
-#include "tests/support/waiting.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

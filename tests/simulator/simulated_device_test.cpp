@@ -12,7 +12,7 @@
 #include "simulator/device_layout.h"
 #include "simulator/device_name.h"
 #include "tests/simulator/crafted_archive.h"
-#include "tests/support/files.h"
+#include "tests/support/files/files.h"
 
 namespace {
 

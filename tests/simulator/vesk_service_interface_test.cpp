@@ -1,5 +1,5 @@
 // The stand-in settings library: reads the simulated device's settings.
-#include "platform/vesk_service_interface.h"
+#include "transfer/platform/vesk_service_interface.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 #include "simulator/device_layout.h"
 #include "simulator/simulated_device.h"
-#include "tests/support/files.h"
+#include "tests/support/files/files.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "tests/support/paths.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/sandbox.h"
 
 namespace {
 

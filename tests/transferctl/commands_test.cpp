@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/device_double.h"
-#include "tests/support/service_process.h"
-#include "tests/support/stick.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/service_process.h"
 #include "tests/transferctl/client.h"
 
 namespace test_support {

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "tests/support/files.h"
+#include "tests/support/files/files.h"
 #include "transferctl/job_note.h"
 
 namespace transferctl {

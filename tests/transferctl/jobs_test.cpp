@@ -5,10 +5,10 @@
 #include <memory>
 #include <utility>
 
-#include "tests/support/device_double.h"
-#include "tests/support/service_process.h"
-#include "tests/support/simulator.h"
-#include "tests/support/stick.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/simulator.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/service_process.h"
 #include "tests/transferctl/client.h"
 #include "tests/transferctl/stand_in_service.h"
 

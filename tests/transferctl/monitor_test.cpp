@@ -5,11 +5,11 @@
 #include <csignal>
 #include <optional>
 
-#include "tests/support/applet_control.h"
-#include "tests/support/bus_daemon.h"
-#include "tests/support/device_double.h"
-#include "tests/support/service_process.h"
-#include "tests/support/stick.h"
+#include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/bus_daemon.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/service_process.h"
 #include "tests/transferctl/client.h"
 
 namespace test_support {

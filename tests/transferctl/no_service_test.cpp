@@ -6,9 +6,9 @@
 
 #include <filesystem>
 
-#include "tests/support/bus_daemon.h"
-#include "tests/support/files.h"
-#include "tests/support/unique_fd.h"
+#include "tests/support/bus/bus_daemon.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/unique_fd.h"
 #include "tests/transferctl/client.h"
 #include "tests/transferctl/stand_in_service.h"
 

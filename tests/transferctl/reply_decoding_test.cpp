@@ -1,7 +1,7 @@
 // The service's flat lists, right and wrong ones.
 #include <gtest/gtest.h>
 
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
 #include "transferctl/failure.h"
 #include "transferctl/reply_decoding.h"
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "tests/support/waiting.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

@@ -5,8 +5,8 @@
 #include <ctime>
 #include <string>
 
-#include "tests/support/device_calls.h"
-#include "tests/support/device_double.h"
+#include "tests/support/device/device_calls.h"
+#include "tests/support/device/device_double.h"
 #include "tests/unit/controlled_clock.h"
 #include "transfer/tf_mngr.h"
 

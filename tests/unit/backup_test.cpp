@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/device_calls.h"
-#include "tests/support/files.h"
-#include "tests/support/process_table.h"
-#include "tests/support/stick.h"
+#include "tests/support/device/device_calls.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/process_table.h"
 #include "tests/unit/job_fixture.h"
 #include "tests/unit/watched_calls.h"
 

@@ -12,10 +12,10 @@
 #include <memory>
 #include <string>
 
-#include "tests/support/files.h"
-#include "tests/support/persistent_record.h"
-#include "tests/support/process_table.h"
-#include "tests/support/unique_fd.h"
+#include "tests/support/device/persistent_record.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/unique_fd.h"
 
 namespace test_support {
 namespace {

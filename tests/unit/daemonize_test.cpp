@@ -14,10 +14,10 @@
 #include <ostream>
 #include <string>
 
-#include "tests/support/denied_call.h"
-#include "tests/support/forked_process.h"
-#include "tests/support/start_semaphores.h"
-#include "tests/support/waiting.h"
+#include "tests/support/process/denied_call.h"
+#include "tests/support/process/forked_process.h"
+#include "tests/support/process/start_semaphores.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

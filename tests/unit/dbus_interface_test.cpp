@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/device_double.h"
-#include "tests/support/incoming_call.h"
-#include "tests/support/stick.h"
-#include "tests/support/transfer_script.h"
+#include "tests/support/bus/incoming_call.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/device/transfer_script.h"
 
 namespace test_support {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "tests/support/device_calls.h"
-#include "tests/support/device_double.h"
+#include "tests/support/device/device_calls.h"
+#include "tests/support/device/device_double.h"
 #include "transfer/tf_mngr.h"
 
 namespace test_support {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "tests/support/printed_text.h"
+#include "tests/support/process/printed_text.h"
 #include "tests/unit/listing.h"
 #include "tests/unit/watched_calls.h"
 

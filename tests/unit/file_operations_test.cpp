@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <system_error>
 
-#include "tests/support/dropped_powers.h"
-#include "tests/support/printed_text.h"
-#include "tests/support/stick.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/dropped_powers.h"
+#include "tests/support/process/printed_text.h"
 #include "transfer/tf_mngr.h"
 
 namespace test_support {

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <random>
 
-#include "tests/support/paths.h"
+#include "tests/support/files/paths.h"
 #include "tests/unit/file_tree_model.h"
 #include "tests/unit/listing.h"
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "tests/support/waiting.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

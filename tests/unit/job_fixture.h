@@ -9,7 +9,7 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/device_double.h"
+#include "tests/support/device/device_double.h"
 #include "tests/unit/controlled_clock.h"
 #include "transfer/tf_mngr.h"
 

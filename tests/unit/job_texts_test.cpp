@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/device_calls.h"
-#include "tests/support/files.h"
-#include "tests/support/stick.h"
-#include "tests/support/waiting.h"
+#include "tests/support/device/device_calls.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/waiting.h"
 #include "tests/unit/job_fixture.h"
 
 namespace test_support {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/device_double.h"
-#include "tests/support/stick.h"
+#include "tests/support/device/device_double.h"
+#include "tests/support/device/stick.h"
 #include "transfer/tf_mngr.h"
 
 namespace test_support {

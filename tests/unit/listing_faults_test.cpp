@@ -11,9 +11,9 @@
 #include <map>
 #include <memory>
 
-#include "tests/support/mount_table.h"
-#include "tests/support/printed_text.h"
-#include "tests/support/process_table.h"
+#include "tests/support/device/mount_table.h"
+#include "tests/support/process/printed_text.h"
+#include "tests/support/process/process_table.h"
 #include "tests/unit/listing.h"
 #include "tests/unit/watched_calls.h"
 

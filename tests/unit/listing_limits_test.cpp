@@ -5,10 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/support/descriptor_limit.h"
-#include "tests/support/dropped_powers.h"
-#include "tests/support/process_table.h"
-#include "tests/support/unique_fd.h"
+#include "tests/support/process/descriptor_limit.h"
+#include "tests/support/process/dropped_powers.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/unique_fd.h"
 #include "tests/unit/listing.h"
 
 namespace test_support {

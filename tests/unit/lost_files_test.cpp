@@ -8,11 +8,11 @@
 #include <map>
 #include <string>
 
-#include "tests/support/modelled_sticks.h"
-#include "tests/support/paths.h"
-#include "tests/support/printed_text.h"
-#include "tests/support/stick.h"
-#include "tests/support/unique_fd.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/modelled_sticks.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/printed_text.h"
+#include "tests/support/process/unique_fd.h"
 #include "tests/unit/job_fixture.h"
 #include "tests/unit/watched_calls.h"
 

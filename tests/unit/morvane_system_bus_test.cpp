@@ -8,14 +8,14 @@
 
 #include "com.morvane.dbus/com.morvane.dbus.h"
 #include "service/daemonize.h"
-#include "tests/support/bus_daemon.h"
-#include "tests/support/forked_process.h"
-#include "tests/support/fresh_process.h"
-#include "tests/support/service_messages.h"
-#include "tests/support/start_semaphores.h"
-#include "tests/support/syslog_socket.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/waiting.h"
+#include "tests/support/bus/bus_daemon.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/process/forked_process.h"
+#include "tests/support/process/fresh_process.h"
+#include "tests/support/process/service_messages.h"
+#include "tests/support/process/start_semaphores.h"
+#include "tests/support/process/syslog_socket.h"
+#include "tests/support/process/waiting.h"
 
 using com::morvane::dbus::MorvaneSystemBus;
 

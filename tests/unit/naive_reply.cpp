@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
 
 namespace test_support {
 namespace {

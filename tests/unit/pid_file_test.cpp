@@ -17,12 +17,12 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/denied_call.h"
-#include "tests/support/files.h"
-#include "tests/support/forked_process.h"
-#include "tests/support/process_table.h"
-#include "tests/support/unique_fd.h"
-#include "tests/support/waiting.h"
+#include "tests/support/files/files.h"
+#include "tests/support/process/denied_call.h"
+#include "tests/support/process/forked_process.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/unique_fd.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

@@ -12,9 +12,9 @@
 #include <typeinfo>
 #include <vector>
 
-#include "platform/device_manager_client.h"
-#include "tests/support/printed_text.h"
+#include "tests/support/process/printed_text.h"
 #include "transfer/console_log.h"
+#include "transfer/platform/device_manager_client.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/golden.h"
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/files/golden.h"
 #include "tests/unit/naive_reply.h"
 
 namespace test_support {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/system_bus.h"
+#include "tests/support/bus/system_bus.h"
 #include "tests/unit/naive_reply.h"
 #include "transfer/reply_encoding.h"
 

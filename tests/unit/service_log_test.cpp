@@ -9,9 +9,9 @@
 
 #include <string>
 
-#include "tests/support/forked_process.h"
-#include "tests/support/service_messages.h"
-#include "tests/support/syslog_socket.h"
+#include "tests/support/process/forked_process.h"
+#include "tests/support/process/service_messages.h"
+#include "tests/support/process/syslog_socket.h"
 
 namespace test_support {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "tests/support/child_process.h"
-#include "tests/support/files.h"
-#include "tests/support/paths.h"
+#include "tests/support/files/files.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/child_process.h"
 
 namespace test_support {
 namespace {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "tests/support/files.h"
-#include "tests/support/transfer_script.h"
+#include "tests/support/device/transfer_script.h"
+#include "tests/support/files/files.h"
 #include "transfer/tf_mngr.h"
 
 namespace test_support {

@@ -7,7 +7,7 @@
 #include <array>
 #include <cstdlib>
 
-#include "tests/support/fresh_process.h"
+#include "tests/support/process/fresh_process.h"
 
 namespace test_support {
 namespace {

@@ -5,9 +5,9 @@
 
 #include <cstdint>
 
-#include "tests/support/device_calls.h"
-#include "tests/support/persistent_record.h"
-#include "tests/support/process_table.h"
+#include "tests/support/device/device_calls.h"
+#include "tests/support/device/persistent_record.h"
+#include "tests/support/process/process_table.h"
 #include "tests/unit/listing.h"
 #include "tests/unit/watched_calls.h"
 

@@ -9,11 +9,11 @@
 #include <cinttypes>
 #include <memory>
 
-#include "tests/support/dropped_powers.h"
-#include "tests/support/mount_table.h"
-#include "tests/support/printed_text.h"
-#include "tests/support/process_table.h"
-#include "tests/support/stick.h"
+#include "tests/support/device/mount_table.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/dropped_powers.h"
+#include "tests/support/process/printed_text.h"
+#include "tests/support/process/process_table.h"
 #include "tests/unit/watched_calls.h"
 #include "transfer/tf_mngr.h"
 

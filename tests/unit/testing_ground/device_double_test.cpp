@@ -8,9 +8,9 @@
 #include <new>
 #include <thread>
 
-#include "platform/device_manager_client.h"
-#include "platform/vesk_service_interface.h"
-#include "tests/support/device_double.h"
+#include "tests/support/device/device_double.h"
+#include "transfer/platform/device_manager_client.h"
+#include "transfer/platform/vesk_service_interface.h"
 
 namespace test_support {
 namespace {

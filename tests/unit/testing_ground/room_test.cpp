@@ -4,11 +4,11 @@
 
 #include <csignal>
 
-#include "tests/support/paths.h"
-#include "tests/support/process_table.h"
-#include "tests/support/room_process.h"
-#include "tests/support/stick.h"
-#include "tests/support/waiting.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/room_process.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {
@@ -18,7 +18,7 @@ std::vector<std::string> sh(const std::string& script) {
 }
 
 CommandResult runRoom(const std::vector<std::string>& arguments) {
-    return runCommand(runnable(buildPath("tests/room"), arguments));
+    return runCommand(runnable(buildPath("room"), arguments));
 }
 
 TEST(Room, endsWithTheStatusOfItsCommand) {
@@ -49,9 +49,9 @@ TEST(Room, passesOnUnchangedWhatGoesToATerminal) {
 }
 
 TEST(Room, goesOnWhenNobodyReadsTheTerminalAnyMore) {
-    const CommandResult result = runCommand(runnableAfter(
-        {"sh", "-c", "{ \"$@\"; echo \"status $?\" >&2; } | true", "sh"}, buildPath("tests/room"),
-        {"--terminal", "--", "sh", "-c", "seq 100000; exit 4"}));
+    const CommandResult result = runCommand(
+        runnableAfter({"sh", "-c", "{ \"$@\"; echo \"status $?\" >&2; } | true", "sh"},
+                      buildPath("room"), {"--terminal", "--", "sh", "-c", "seq 100000; exit 4"}));
     EXPECT_EQ(result.error, "status 4\n");
 }
 
@@ -77,7 +77,7 @@ TEST(Room, refusesWrongArguments) {
 TEST(Room, refusesOutsideTheSandbox) {
     // Another ipc namespace than the one that the sandbox's mark names.
     const CommandResult result = runCommand(
-        runnableAfter({"unshare", "--ipc", "--"}, buildPath("tests/room"), {"--", "echo", "ran"}));
+        runnableAfter({"unshare", "--ipc", "--"}, buildPath("room"), {"--", "echo", "ran"}));
     EXPECT_EQ(result.end, exited(125));
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.error,
@@ -159,7 +159,7 @@ TEST(Room, diesAsAWholeWhenItIsKilled) {
 }
 
 TEST(Room, diesWithItsCaller) {
-    ChildProcess caller(runnableAfter({"sh", "-c", "\"$@\" & wait", "sh"}, buildPath("tests/room"),
+    ChildProcess caller(runnableAfter({"sh", "-c", "\"$@\" & wait", "sh"}, buildPath("room"),
                                       {"--", "sh", "-c", "echo started; exec sleep infinity"}));
     ASSERT_TRUE(caller.waitForOutput("started"));
     const std::vector<pid_t> rooms = childrenOf(caller.id());

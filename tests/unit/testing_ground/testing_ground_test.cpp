@@ -7,15 +7,15 @@
 
 #include <csignal>
 
-#include "tests/support/applet_control.h"
-#include "tests/support/bus_daemon.h"
-#include "tests/support/child_process.h"
-#include "tests/support/inside_sandbox.h"
-#include "tests/support/process_table.h"
-#include "tests/support/stick.h"
-#include "tests/support/syslog_socket.h"
-#include "tests/support/system_bus.h"
-#include "tests/support/waiting.h"
+#include "simulator/sandbox/inside_sandbox.h"
+#include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/bus_daemon.h"
+#include "tests/support/bus/system_bus.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/process/child_process.h"
+#include "tests/support/process/process_table.h"
+#include "tests/support/process/syslog_socket.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {

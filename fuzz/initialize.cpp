@@ -1,7 +1,0 @@
-// Takes libFuzzer into the private world before its first input.
-#include "fuzz/private_world.h"
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    fuzz::enterPrivateWorld(*argc, *argv);
-    return 0;
-}

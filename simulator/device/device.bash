@@ -1,0 +1,364 @@
+# Sourced inside the sandbox: the parts of the simulated device. The caller sets `build`, the build folder.
+# shellcheck shell=bash
+set -euo pipefail
+
+: "${build:?the build folder}"
+readonly kState=/mnt/usrdata/device # settings, recipes, users and firmware of the simulated device
+readonly kRun=/run/device           # what the running device needs: processes, applets, commands
+readonly kApplets=$kRun/applets     # lines written here are what the applet control follows
+readonly kLogs=/run/log
+readonly kSticks=4
+readonly kLimit=30       # seconds until something that should happen is given up
+readonly kLeftBytes=4096 # on a stick that is nearly full
+# shellcheck disable=SC2034 # for those who source this
+readonly kJobSeconds=3 # long enough to be watched
+# What has to stand in front of the programs of this build, which is nothing unless it is for another processor.
+emulator=()
+[[ ! -s $build/emulator ]] || read -ra emulator <"$build/emulator"
+readonly simulator=("${emulator[@]}" "$build/device-manager-simulator")
+
+explain() {
+    printf '%s: %s\n' "${0##*/}" "$*" >&2
+    exit 1
+}
+
+# attempt COMMAND...: when it fails, its first line of complaint ends the script.
+attempt() {
+    local said
+    said=$("$@" 2>&1) || explain "${said%%$'\n'*}"
+}
+
+# What follows mounts, and starts a service that ends every process it may signal.
+requireSandbox() {
+    local link
+    for link in "$(readlink /proc/self/ns/ipc)" "$(readlink /proc/self/ns/net)"; do
+        grep -qxF -- "$link" /run/morvane-sandbox 2>/dev/null || explain "runs inside the sandbox only"
+    done
+}
+
+# waitUntil SECONDS COMMAND...: until COMMAND succeeds; fails when it still does not after SECONDS.
+waitUntil() {
+    local limit=$((SECONDS + $1))
+    shift
+    until "$@"; do
+        ((SECONDS <= limit)) || return 1
+        sleep 0.02
+    done
+}
+
+# ---- the log -----------------------------------------------------------------------------------------
+
+# note TEXT: a line in the device's log, of the form that device manager and applet control use.
+note() {
+    local now=$EPOCHREALTIME
+    printf '%(%F %T)T.%s  %s\n' "${now%[.,]*}" "${now:(-6):3}" "$1" >>"$kLogs/device"
+}
+
+# logEnd LOG: how long LOG is; what logSays may begin with.
+logEnd() {
+    stat -c %s "$kLogs/$1" 2>/dev/null || printf 0
+}
+
+# logSays LOG TEXT PID [FROM]: whether TEXT is in LOG after FROM bytes; also true once PID has ended.
+logSays() {
+    grep -qF -- "$2" < <(tail -c "+$((${4-0} + 1))" "$kLogs/$1" 2>/dev/null) || ! kill -0 "$3" 2>/dev/null
+}
+
+lastLine() {
+    local line
+    line=$(tail -n 1 "$kLogs/$1")
+    printf '%s' "${line:-it says nothing}"
+}
+
+# ---- sticks ------------------------------------------------------------------------------------------
+
+stickPath() {
+    printf '/media/usb/USB_X60.%d' "$1"
+}
+
+stickDevice() {
+    local letters=abcd
+    printf '/dev/sd%s1' "${letters:$1-1:1}"
+}
+
+isPlugged() {
+    mountpoint -q "$(stickPath "$1")"
+}
+
+# plugStick NUMBER SIZE [FOLDER [READ-ONLY [NEARLY-FULL]]]: a stick in memory that nobody sees before it is
+# complete: with the contents of FOLDER unless that is empty, and what is "yes" of the other two. When that
+# fails it says why, and no stick is plugged.
+plugStick() {
+    local place=$kRun/stick-$1 plugged=no
+    mkdir -p "$place"
+    mount -t tmpfs -o "size=$2" "$(stickDevice "$1")" "$place" || return
+    prepareStick "$place" "${3-}" "${4-no}" "${5-no}" && showStick "$place" "$(stickPath "$1")" && plugged=yes
+    umount "$place" && rmdir "$place"
+    [[ $plugged == yes ]] || return
+    note "stick $1: plugged, $(describeStick "$1")"
+}
+
+showStick() {
+    mkdir -p "$2" && mount --bind "$1" "$2"
+}
+
+prepareStick() {
+    local place=$1 from=$2 readOnly=$3 nearlyFull=$4
+    # Nobody owns what is on a stick; the rest is copied as it is.
+    [[ -z $from ]] || cp -a --no-preserve=ownership -- "$from/." "$place/" || return
+    [[ $nearlyFull != yes ]] || fillStick "$place" || return
+    # With its source named, mount leaves the other options alone: an ordinary user could not set them again.
+    [[ $readOnly != yes ]] || mount -o remount,ro tmpfs "$place"
+}
+
+# A file takes all but the last bytes. It lies in memory, of which the machine must have enough.
+fillStick() {
+    local blocks size left memory filler
+    read -r blocks size < <(stat -f -c '%a %S' "$1")
+    read -r _ memory _ < <(grep '^MemAvailable:' /proc/meminfo)
+    left=$((blocks * size - kLeftBytes))
+    ((left > 0)) || return 0
+    if ((left / 1024 > memory / 2)); then
+        echo "the machine has too little memory to fill a stick of this size" >&2
+        return 1
+    fi
+    filler=$(mktemp "$1/filler.XXXXXX") && fallocate -l "$left" "$filler"
+}
+
+# Why there cannot be a stick with a block device; nothing when there can.
+whyNoDisk() {
+    if ! grep -q 4294967295 /proc/self/uid_map; then
+        echo "only root may use loop devices"
+    elif ! losetup -f >/dev/null 2>&1; then
+        echo "this machine has no free loop device"
+    elif ! type -P mkfs.ext4 >/dev/null; then
+        echo "mkfs.ext4 is missing"
+    fi
+}
+
+# plugDiskStick NUMBER SIZE: a stick with ext4 on a block device, a loop device. When that fails it says why,
+# and no stick is plugged. The loop device is taken by a first mount, which gives it back by itself whatever
+# ends this script.
+plugDiskStick() {
+    local image=/mnt/stick-$1.image first=/mnt/stick-$1 device loop plugged=no
+    device=$(stickDevice "$1")
+    mkdir -p "$first" "$(stickPath "$1")"
+    truncate -s "$2" "$image"
+    mkfs.ext4 -q -F "$image" || return
+    loop=$(losetup -f) || return
+    [[ -b $loop ]] || mknod "$loop" b 7 "${loop#/dev/loop}" || return
+    mount -o loop "$image" "$first" || return
+    read -r loop < <(findmnt -n -o MAJ:MIN "$first")
+    mknod "$device" b "${loop%:*}" "${loop#*:}" && mount "$device" "$(stickPath "$1")" && plugged=yes
+    umount "$first"
+    [[ $plugged == yes ]]
+}
+
+# Whoever has a file open on it may use that on, but nobody finds the stick any more.
+pullStick() {
+    umount --lazy "$(stickPath "$1")"
+    rmdir "$(stickPath "$1")" 2>/dev/null || true
+    note "stick $1: pulled"
+}
+
+describeStick() {
+    local device size free options
+    read -r device size free options < <(findmnt -r -n -o SOURCE,SIZE,AVAIL,OPTIONS --mountpoint "$(stickPath "$1")" | tail -n 1)
+    printf '%s, %s, %s free' "$device" "$size" "$free"
+    [[ $options != ro,* ]] || printf ', read-only'
+}
+
+listSticks() {
+    local number none=yes
+    for ((number = 1; number <= kSticks; number++)); do
+        isPlugged "$number" || continue
+        none=no
+        printf '%d  USB_X60.%d  %s\n' "$number" "$number" "$(describeStick "$number")"
+    done
+    [[ $none == no ]] || echo "no stick is plugged"
+}
+
+# ---- processes ---------------------------------------------------------------------------------------
+
+# processOf PART: prints its process id; fails when the part does not run.
+processOf() {
+    local pid
+    { read -r pid <"$kRun/$1.pid"; } 2>/dev/null && kill -0 "$pid" 2>/dev/null && printf '%s' "$pid"
+}
+
+runs() {
+    processOf "$1" >/dev/null
+}
+
+isGone() {
+    ! kill -0 "$1" 2>/dev/null
+}
+
+# startPart PART READY COMMAND...: starts a part of the device that writes to the device's log, and waits until
+# it says READY there. It outlives this script, and gets this function's input.
+startPart() {
+    local part=$1 ready=$2 pid from
+    shift 2
+    from=$(logEnd device)
+    pid=$("$@" <&0 >>"$kLogs/device" 2>&1 & echo "$!")
+    printf '%d\n' "$pid" >"$kRun/$part.pid"
+    if ! waitUntil "$kLimit" logSays device "$ready" "$pid" "$from" || isGone "$pid"; then
+        explain "the ${part/-/ } does not come up: $(lastLine device)"
+    fi
+}
+
+# stopPart PART: ends it in order, or at once when it does not.
+stopPart() {
+    local pid
+    pid=$(processOf "$1") || return 0
+    kill "$pid"
+    waitUntil "$kLimit" isGone "$pid" || kill -KILL "$pid"
+}
+
+# startDeviceManager SECONDS: what a job takes.
+startDeviceManager() {
+    startPart device-manager "listens on" "${simulator[@]}" --state "$kState" \
+        --job-seconds "$1" </dev/null
+}
+
+# orderDeviceManager ORDER [VALUE]: prints the behaviour after that. Status 2 for what is no order.
+orderDeviceManager() {
+    "${simulator[@]}" --order "$1" -- "${@:2}"
+}
+
+startAppletControl() {
+    mkfifo "$kApplets"
+    startPart applet-control "owns com.morvane.scctrl" "${emulator[@]}" "$build/applet-control" <>"$kApplets"
+}
+
+tellAppletControl() {
+    printf '%s\n' "$1" >"$kApplets"
+}
+
+# Sets the name of the device, or prints it when there is none.
+deviceName() {
+    if (($# == 0)); then
+        "${simulator[@]}" --state "$kState" --print-name
+    else
+        "${simulator[@]}" --state "$kState" --set-name="$1"
+    fi
+}
+
+# ---- the service -------------------------------------------------------------------------------------
+
+# Starts the service in a room, where its signal to every process ends only itself. Sets `room`, the process
+# whose end is the service's; the service's output is in the log "service", line by line. The room dies with
+# the process that calls this.
+startService() {
+    "${emulator[@]}" "$build/room" --terminal -- \
+        "${emulator[@]}" "$build/com-morvane-transfer-service" >>"$kLogs/service" 2>&1 &
+    room=$!
+    printf '%d\n' "$room" >"$kRun/room.pid"
+    if ! waitUntil "$kLimit" serviceAnswersOrEnded "$room" || isGone "$room"; then
+        explain "the service does not come up: $(lastLine service)"
+    fi
+    note "service: answers"
+}
+
+# The name is owned a moment before the objects are there, so ask the object.
+serviceAnswers() {
+    gdbus call --system --timeout 5 -d com.morvane.transfer -o /sacIntf -m org.freedesktop.DBus.Properties.Get \
+        com.morvane.transfer.sac organizationName >/dev/null 2>&1
+}
+
+serviceAnswersOrEnded() {
+    isGone "$1" || serviceAnswers
+}
+
+# keepService always|once: starts the service and, with "always", as on the device, starts it again whatever
+# ends it.
+keepService() {
+    local status
+    while true; do
+        startService
+        status=0
+        wait "$room" || status=$?
+        note "service: ended with status $status"
+        [[ $1 != once ]] || return 0
+    done
+}
+
+# startServiceKeeper always|once: has the service kept by a process that outlives this script.
+startServiceKeeper() {
+    local keeper
+    keeper=$(keepService "$1" </dev/null >>"$kLogs/device" 2>&1 & echo "$!")
+    printf '%d\n' "$keeper" >"$kRun/service.pid"
+    serviceComesUp "$keeper" || explain "the service does not come up: $(lastLine device)"
+}
+
+# serviceComesUp KEEPER: waits until the service answers; fails when its keeper has ended.
+serviceComesUp() {
+    waitUntil $((2 * kLimit)) serviceAnswersOrEnded "$1" && ! isGone "$1"
+}
+
+stopService() {
+    local room
+    stopPart service
+    # The room has gone with its keeper, or is about to.
+    ! room=$(processOf room) || waitUntil "$kLimit" isGone "$room"
+    note "service: stopped"
+}
+
+# changeApplet ID: announces an applet. Returns once a service that runs has taken notice: it has ended, or it
+# answers again.
+changeApplet() {
+    local control heard said room
+    control=$(processOf applet-control) || explain "the applet control does not run"
+    said=$(logEnd device)
+    heard=$(logEnd service)
+    room=$(processOf room) || room=
+    tellAppletControl "$1"
+    waitUntil "$kLimit" logSays device "applet control: applet $1" "$control" "$said" ||
+        explain "the applet control says nothing"
+    [[ -n $room ]] || return 0
+    if ! waitUntil "$kLimit" logSays service "Signal received with ID $1" "$room" "$heard" ||
+        ! waitUntil "$kLimit" serviceAnswersOrEnded "$room"; then
+        explain "the service does not take notice of applet $1"
+    fi
+}
+
+# call METHOD [ARG...]: calls the transfer interface and prints the reply.
+call() {
+    gdbus call --system -d com.morvane.transfer -o /sacIntf -m "com.morvane.transfer.sac.$1" "${@:2}"
+}
+
+# ---- the whole ---------------------------------------------------------------------------------------
+
+# The folder of the running device, with its commands.
+layOut() {
+    requireSandbox
+    mkdir -p "$kRun/bin" "$kState"
+    ln -s "$build" "$kRun/build"
+    ln -s "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/device" "$kRun/bin/device"
+    provideProgram device-manager-simulator # makes update files
+    [[ ! -x $build/transferctl ]] || provideProgram transferctl
+}
+
+# provideProgram NAME: makes a program of the build a command of the device's.
+provideProgram() {
+    printf '#!/bin/bash\nexec%s "$@"\n' "$(printf ' %q' "${emulator[@]}" "$build/$1")" >"$kRun/bin/$1"
+    chmod +x "$kRun/bin/$1"
+}
+
+# useState FOLDER: keeps the device's state in FOLDER, which one device may do at a time: as long as a process
+# holds the lock.
+useState() {
+    local lock
+    mount --rbind "$1" "$kState"
+    exec {lock}<"$kState"
+    flock --nonblock "$lock" || explain "another simulated device uses $1"
+}
+
+# Two sticks, the second with an update that the device takes.
+plugFirstSticks() {
+    local version
+    plugStick 1 32M
+    plugStick 2 16M
+    read -r version <"$kState/firmware/version"
+    "${simulator[@]}" --make-update "$((${version%%.*} + 1)).0.0" "$(stickPath 2)/device.fwf"
+}

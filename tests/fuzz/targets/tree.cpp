@@ -1,0 +1,94 @@
+// Any tree on a stick: the search for packages finds what the model finds, and asks what it asks.
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "tests/fuzz/fake_device.h"
+#include "tests/fuzz/one_stick.h"
+#include "tests/fuzz/target.h"
+#include "tests/support/files/files.h"
+#include "tests/unit/file_tree_model.h"
+#include "tests/unit/listing.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using fuzz::kStick;
+
+constexpr int kMostEntries = 120;
+constexpr int kMostLinks = 4;  // each way through them is walked
+constexpr int kMostDepth = 12;
+
+// Reads a tree off the input: each byte says what comes next and how it is called.
+class Grower {
+public:
+    explicit Grower(fuzz::Input& input) : input_(input) {}
+
+    void grow(const std::string& directory, int depth) {
+        test_support::makeDirectories(directory);
+        seen_.push_back(directory);
+        while (!input_.isEmpty() && entries_ < kMostEntries) {
+            const std::uint8_t choice = input_.byte();
+            if (choice % 8 == 7) {
+                return;
+            }
+            addEntry(directory + "/" + name(choice), choice % 8, depth);
+        }
+    }
+
+private:
+    // Unlike any other.
+    std::string name(std::uint8_t choice) {
+        const char* const endings[] = {".psb", "", ".psb.old", ".PSB", "\xFF.psb", ".fwf"};
+        return std::string(choice >= 0xF0 ? "." : "") + std::to_string(++entries_) +
+               endings[choice / 8 % 6];
+    }
+
+    void addEntry(const std::string& path, int what, int depth) {
+        if (what == 0 && depth < kMostDepth) {
+            grow(path, depth + 1);
+        } else if (what == 1 && links_ < kMostLinks) {
+            ++links_;
+            const std::vector<std::string> targets{seen_[input_.byte() % seen_.size()], path,
+                                                   "missing", "..", "."};
+            fs::create_symlink(targets[input_.upTo(4)], path);
+        } else {
+            test_support::writeFile(path, std::string(input_.byte(), 'x'));
+        }
+    }
+
+    fuzz::Input& input_;
+    int entries_ = 0;
+    int links_ = 0;
+    std::vector<std::string> seen_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    TfMngr& tested = fuzz::manager();
+    fuzz::Input input(data, size);
+    const std::string rejected = std::to_string(input.byte());
+    const std::string directory = input.upTo(1) == 0 ? "" : "tree";
+    const std::string root = directory.empty() ? kStick : std::string(kStick) + "/" + directory;
+    Grower(input).grow(root, 0);
+
+    test_support::TreeModel model{kStick, {rejected}};
+    model.enter(root);
+    const auto offered = std::make_shared<std::vector<std::string>>();
+    fuzz::FakeDevice::accepts = [offered, rejected](const std::string& path) {
+        offered->push_back(path);
+        return path.find(rejected) == std::string::npos;
+    };
+    const std::vector<FileEntry> listed = tested.getBackupFilesList("USB_X60.1", directory);
+    fuzz::require(test_support::wholly(listed) == test_support::wholly(model.entries()),
+                  "what is listed");
+    fuzz::require(*offered == model.offered, "what the device manager is asked");
+    fuzz::require(fuzz::FakeDevice::controllers == 0, "every controller is given back");
+    for (const fs::directory_entry& entry : fs::directory_iterator(kStick)) {
+        fs::remove_all(entry.path());
+    }
+    return 0;
+}

@@ -1,0 +1,83 @@
+// USB sticks for tests: file systems mounted where the device mounts its sticks.
+#include "tests/support/device/stick.h"
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "tests/support/process/errno_error.h"
+
+namespace test_support {
+
+std::string stickName(int number) {
+    return "USB_X60." + std::to_string(number);
+}
+
+std::string stickPath(int number) {
+    return "/media/usb/" + stickName(number);
+}
+
+Mount::Mount(std::string directory, const std::string& device, const std::string& type,
+             unsigned long flags, const std::string& data)
+    : directory_(std::move(directory)), data_(data) {
+    madeDirectory_ = std::filesystem::create_directories(directory_);
+    if (mount(device.c_str(), directory_.c_str(), type.c_str(), flags, data.c_str()) != 0) {
+        throwErrno("mount " + directory_);
+    }
+    mounted_ = true;
+}
+
+Mount::~Mount() {
+    unmountLazily();
+    if (madeDirectory_) {
+        rmdir(directory_.c_str());
+    }
+}
+
+bool Mount::unmount() {
+    if (mounted_ && umount2(directory_.c_str(), 0) == 0) {
+        mounted_ = false;
+    }
+    return !mounted_;
+}
+
+void Mount::unmountLazily() {
+    if (mounted_) {
+        umount2(directory_.c_str(), MNT_DETACH);
+        mounted_ = false;
+    }
+}
+
+void Mount::remount(unsigned long flags) {
+    if (mount("none", directory_.c_str(), nullptr, MS_REMOUNT | flags, data_.c_str()) != 0) {
+        throwErrno("remount " + directory_);
+    }
+}
+
+void AnyStick::addFile(const std::string& relative, std::string_view bytes) const {
+    makeDirectories(std::filesystem::path(path(relative)).parent_path());
+    writeFile(path(relative), bytes);
+}
+
+void AnyStick::addSparseFile(const std::string& relative, std::uint64_t size) const {
+    makeDirectories(std::filesystem::path(path(relative)).parent_path());
+    writeSparseFile(path(relative), size);
+}
+
+void AnyStick::addDirectory(const std::string& relative) const {
+    makeDirectories(path(relative));
+}
+
+void AnyStick::makeReadOnly() {
+    mount_->remount(MS_RDONLY);
+}
+
+Stick::Stick(int number, const StickOptions& options) : AnyStick(number) {
+    mount_.emplace(path(), options.device, "tmpfs", options.readOnly ? MS_RDONLY : 0,
+                   "size=" + options.size);
+}
+
+}  // namespace test_support

@@ -1,0 +1,77 @@
+// Small file helpers.
+#include "tests/support/files/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+#include "tests/support/process/errno_error.h"
+#include "tests/support/process/unique_fd.h"
+
+namespace test_support {
+std::string readFile(const std::string& path) {
+    // Through the stream and not its buffer: a read that fails, as of a process that has just gone,
+    // ends the text instead of throwing.
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
+}
+
+std::vector<std::string> readLines(const std::string& path) {
+    std::istringstream text(readFile(path));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+void writeFile(const std::string& path, std::string_view bytes) {
+    // Not in `path`'s name space of listed files for longer than the rename takes: hidden.
+    const std::filesystem::path target(path);
+    const std::string fresh = target.parent_path() / ".being-written";
+    std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file || std::rename(fresh.c_str(), path.c_str()) != 0) {
+        throwErrno(path);
+    }
+}
+
+void writeSparseFile(const std::string& path, std::uint64_t size) {
+    const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!fd || ftruncate64(fd.get(), static_cast<off64_t>(size)) != 0) {
+        throwErrno(path);
+    }
+}
+
+void makeDirectories(const std::string& path) {
+    std::filesystem::create_directories(path);
+}
+
+bool exists(const std::string& path) {
+    struct stat64 status {};
+    return lstat64(path.c_str(), &status) == 0;
+}
+
+TemporaryDirectory::TemporaryDirectory() : path_("/tmp/test-XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) {
+        throwErrno(path_);
+    }
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+}  // namespace test_support

@@ -1,0 +1,64 @@
+// The real service, started by a test in a room of its own.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/process/child_process.h"
+#include "tests/support/process/room_process.h"
+#include "tests/support/process/sanitizer_reports.h"
+
+namespace test_support {
+
+struct ServiceOptions {
+    std::vector<std::string> arguments;  // of the service, such as "-d"
+    std::vector<std::string> environment;  // "NAME=value"; see DeviceDouble::environment()
+    std::vector<ResourceLimit> limits;  // in force from the start
+    std::optional<mode_t> umask;
+    std::vector<std::string> prefix;  // a command that runs the service, such as kWithoutPowers
+};
+
+// A prefix under which the service is root without root's powers, so that file modes count.
+extern const std::vector<std::string> kWithoutPowers;
+
+// Empty when the service's process has the memory and address space of the service alone, which
+// forbidThreads() needs, too; else the reason why not.
+std::string whyMemoryIsNotItsOwn();
+
+// The words of the environment variable MORVANE_SERVICE_RUNNER, when set, are a command that is put
+// in front of the service; see scripts/checks/memcheck.
+//
+// Standard output goes through a raw pseudo-terminal, so that it arrives line by line and byte for
+// byte. The destructor ends the room and fails the test when a sanitizer reported anything; in
+// sanitizer builds it first lets the service exit, so that leaks are looked for.
+// The reports are a base because their folder has to exist before the process starts.
+class ServiceProcess final : private SanitizerReports, public RoomProcess {
+public:
+    explicit ServiceProcess(const ServiceOptions& options = {});
+    ~ServiceProcess();
+
+    // Waits until "/sacIntf" answers. On failure says what the service printed instead.
+    testing::AssertionResult waitUntilAnswers();
+
+    // The process that owns the service's bus name, as seen by the test; nothing when there is
+    // none or when it is not in this room.
+    std::optional<pid_t> processId() const;
+
+    // Its open descriptors, as the targets of /proc/PID/fd, and its number of threads.
+    std::vector<std::string> openDescriptors() const;
+    int threads() const;
+
+    // From now on the service can start just `further` threads, those that it joins not
+    // counted: its address space may not grow by another stack.
+    testing::AssertionResult forbidThreads(unsigned further = 0) const;
+
+    // Takes the bus name away from the service, which ends it. Returns how the room ended, nothing
+    // when it did not.
+    std::optional<ProcessEnd> stop();
+};
+
+}  // namespace test_support

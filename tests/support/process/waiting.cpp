@@ -1,0 +1,36 @@
+// Waiting for a condition instead of for a time.
+#include "tests/support/process/waiting.h"
+
+#include <thread>
+
+#include "tests/support/files/paths.h"
+
+namespace test_support {
+
+using namespace std::chrono_literals;
+
+std::chrono::milliseconds patience() {
+    return sanitized() || emulated() ? 180s : 60s;
+}
+
+bool waitUntil(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    auto pause = 1ms;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(pause);
+        pause = std::min<std::chrono::milliseconds>(pause * 2, 20ms);
+    }
+    return true;
+}
+
+testing::AssertionResult eventually(const std::function<bool()>& holds, const std::string& what) {
+    if (waitUntil(holds)) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << "waited in vain: " << what;
+}
+
+}  // namespace test_support
