@@ -90,6 +90,17 @@ build() {
     cmake --build "build/$preset" --parallel "$(nproc)" ${1+--target "$@"}
 }
 
+# ownFiles [PATTERN...]: the files that belong to the project, each ended by a zero byte.
+ownFiles() {
+    git ls-files -z --cached --others --exclude-standard -- "$@"
+}
+
+# testUnder PRESET [COMMAND...]: builds the preset and passes the tests, through COMMAND.
+testUnder() {
+    build "$1"
+    "${@:2}" ctest --test-dir "build/$1" --output-on-failure
+}
+
 # takeState ARG...: sets state, the folder that a leading "--state FOLDER" names, which is made where it is
 # missing, and rest, the arguments after that and an optional "--".
 takeState() {
