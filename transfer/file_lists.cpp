@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
-#include <utility>
 
 #include "transfer/package_markers.h"
 #include "transfer/tf_mngr.h"
@@ -35,12 +34,12 @@ std::string listedDirectory(const std::string& mntId, const std::string& dirPath
 }
 
 // What the entries of `directory` carry as their location: its path relative to the stick's root.
-SharedText locationOf(const std::string& directory, const std::string& mntId) {
+std::string locationOf(const std::string& directory, const std::string& mntId) {
     const std::string prefix = TfMngr::relativePath(directory + "/", mntId);
-    return sharedText(prefix.empty() ? "/" : TfMngr::parentPath(prefix));
+    return prefix.empty() ? "/" : TfMngr::parentPath(prefix);
 }
 
-FileEntry makeEntry(const char* name, const struct stat64& status, const SharedText& location) {
+FileEntry makeEntry(const char* name, const struct stat64& status, const std::string& location) {
     return {isDirectory(status) ? FileEntry::kDirectory : FileEntry::kOther, name, status.st_size,
             location};
 }
@@ -85,17 +84,11 @@ private:
 
 }  // namespace
 
-std::vector<FileEntry> TfMngr::getRestoreFilesList(const std::string& mntId,
-                                                   const std::string& dirPath) {
-    entries = takeRestoreFilesList(mntId, dirPath);
-    return entries;
-}
-
-std::vector<FileEntry> TfMngr::takeRestoreFilesList(const std::string& mntId,
-                                                    const std::string& dirPath) {
-    entries.clear();
+const std::vector<FileEntry>& TfMngr::getRestoreFilesList(const std::string& mntId,
+                                                          const std::string& dirPath) {
+    entries = std::vector<FileEntry>();  // with the memory of a long one
     scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
-    return std::exchange(entries, {});
+    return entries;
 }
 
 std::vector<FileEntry> TfMngr::scanDirectories(const std::string& mntId,
@@ -114,7 +107,7 @@ void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Lev
     if (!stickIsMounted(mntId) || !exists(directory)) {
         return;
     }
-    const SharedText location = locationOf(directory, mntId);
+    const std::string location = locationOf(directory, mntId);
     // Files go straight to their place; directories, of which there are few, are put before them.
     const auto begin = static_cast<std::ptrdiff_t>(entries.size());
     std::vector<FileEntry> directories;
@@ -181,7 +174,6 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
     }
     enclosing.push_back({self.st_dev, self.st_ino});
 
-    SharedText location;
     while (visible.next()) {
         if (isDirectory(visible.status())) {
             scanTreeLevel(mntId, visible.path(), marker, enclosing);
@@ -189,10 +181,8 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
         if (!hasMarker(visible.path(), marker) || !checkTransferFile(visible.path(), marker)) {
             continue;
         }
-        if (!location) {
-            location = locationOf(directory, mntId);
-        }
-        entries.push_back(makeEntry(visible.name(), visible.status(), location));
+        entries.push_back(
+            makeEntry(visible.name(), visible.status(), locationOf(directory, mntId)));
         // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
         if (entries.size() > kTreeListLimit) {
             break;

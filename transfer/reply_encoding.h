@@ -1,8 +1,9 @@
 // Turning the manager's records into the values that go over the bus. Pure: no bus, no manager, any
 // thread.
 //
-// A list is flat: each record is a run of four elements, never a structure of its own. Text that is
-// not UTF-8 goes out with U+FFFD in place of each invalid byte, since the bus carries nothing else.
+// A list is flat: each record is a run of four elements, never a structure of its own. A string
+// that is not UTF-8 goes out with U+FFFD in place of each invalid byte, since the bus carries
+// nothing else. Values are floating: the reply that they are put into takes them over.
 #pragma once
 
 #include <glib.h>
@@ -15,15 +16,15 @@
 
 namespace reply {
 
-// A list as it goes out. A list longer than the bus can carry is cut after a whole record.
-struct EncodedList {
-    GVariant* value;  // floating: the reply that it is put into takes it over
+// A list of files as it goes out, cut after a whole record where the bus cannot carry more.
+struct EncodedFiles {
+    GVariant* value;
     std::size_t records;  // how many of the records are in it
 };
 
 // Whether a file's kind goes out as a 32-bit unsigned or signed value. Kept: clients rely on the
-// difference. The values are the characters of the types.
-enum class KindWord : char { Unsigned = 'u', Signed = 'i' };
+// difference.
+enum class KindWord { Unsigned, Signed };
 
 // The most records that a tuple holds: its signature, of at most 255 bytes, spells out every
 // element.
@@ -33,17 +34,18 @@ inline constexpr std::size_t kMaxTupleRecords = 63;
 // which 1 KiB is left for the header.
 inline constexpr std::size_t kMaxArrayBytes = 32U * 1024 * 1024 - 1024;
 
-// An "av" of (s, s, t, t) and of (u, s, t, s) runs; empty without records. `maxBytes` bounds the
-// marshalled size of the array.
-EncodedList stickArray(const std::vector<UsbStickInfo>& sticks);
-EncodedList fileArray(const std::vector<FileEntry>& entries, std::size_t maxBytes = kMaxArrayBytes);
+// An "av" of (s, s, t, t) and of (u, s, t, s) runs; empty without records. The marshalled array
+// takes at most `maxBytes`.
+GVariant* stickArray(const std::vector<UsbStickInfo>& sticks);
+EncodedFiles fileArray(const std::vector<FileEntry>& entries,
+                       std::size_t maxBytes = kMaxArrayBytes);
 
 // One tuple of (s, s, t, t, ...) and of (u or i, s, t, s, ...) runs; a placeholder of one empty
 // record, its kind always unsigned, without records.
-EncodedList stickTuple(const std::vector<UsbStickInfo>& sticks);
-EncodedList fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord);
+GVariant* stickTuple(const std::vector<UsbStickInfo>& sticks);
+EncodedFiles fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord);
 
-// `bytes` with each invalid byte replaced by U+FFFD.
-std::string validText(const std::string& bytes);
+// `bytes` up to a zero byte, with U+FFFD in place of each byte that is not UTF-8.
+std::string validString(const std::string& bytes);
 
 }  // namespace reply

@@ -6,30 +6,28 @@
 
 namespace {
 
-using reply::EncodedList;
+using reply::EncodedFiles;
 using reply::KindWord;
 
 // Says how much of a list the bus could not carry.
-void logOmitted(std::size_t listed, const EncodedList& encoded, GDBusMethodInvocation* invocation) {
+EncodedFiles logOmitted(EncodedFiles encoded, std::size_t listed,
+                        GDBusMethodInvocation* invocation) {
     if (encoded.records < listed) {
         serviceLog(LOG_INFO, log_tag::kInfo, "%s: %zu of %zu entries left out of the reply",
                    g_dbus_method_invocation_get_method_name(invocation), listed - encoded.records,
                    listed);
     }
+    return encoded;
 }
 
-// The value, which is floating. A handler completes the call in a statement of its own: by then the
-// list is gone, and a long reply has the memory to itself.
 GVariant* encodeIndex(const std::vector<FileEntry>& entries, GDBusMethodInvocation* invocation) {
-    const EncodedList encoded = reply::fileArray(entries);
-    logOmitted(entries.size(), encoded, invocation);
-    return encoded.value;
+    return logOmitted(reply::fileArray(entries), entries.size(), invocation).value;
 }
 
-EncodedList encodeFilesList(const std::vector<FileEntry>& entries, KindWord kindWord,
-                            GDBusMethodInvocation* invocation) {
-    const EncodedList encoded = reply::fileTuple(entries, kindWord);
-    logOmitted(entries.size(), encoded, invocation);
+EncodedFiles encodeFilesList(const std::vector<FileEntry>& entries, KindWord kindWord,
+                             GDBusMethodInvocation* invocation) {
+    const EncodedFiles encoded =
+        logOmitted(reply::fileTuple(entries, kindWord), entries.size(), invocation);
     return {g_variant_new_variant(encoded.value), encoded.records};
 }
 
@@ -38,15 +36,15 @@ EncodedList encodeFilesList(const std::vector<FileEntry>& entries, KindWord kind
 void DBusInterface::getUsbStickDetails(MorvaneTransferSac* skeleton,
                                        GDBusMethodInvocation* invocation) {
     morvane_transfer_sac_complete_get_usbstick_details(
-        skeleton, invocation, reply::stickArray(tfMngr->enumerateUsbSticks()).value);
+        skeleton, invocation, reply::stickArray(tfMngr->enumerateUsbSticks()));
 }
 
 void DBusInterface::getStickDetailsWithCount(MorvaneTransferSac* skeleton,
                                              GDBusMethodInvocation* invocation) {
-    const EncodedList encoded = reply::stickTuple(tfMngr->enumerateUsbSticks());
-    morvane_transfer_sac_complete_get_stick_details_with_count(skeleton, invocation,
-                                                               g_variant_new_variant(encoded.value),
-                                                               static_cast<guint>(encoded.records));
+    const std::vector<UsbStickInfo> sticks = tfMngr->enumerateUsbSticks();
+    morvane_transfer_sac_complete_get_stick_details_with_count(
+        skeleton, invocation, g_variant_new_variant(reply::stickTuple(sticks)),
+        static_cast<guint>(sticks.size()));
 }
 
 void DBusInterface::validateBackupSize(MorvaneTransferSac* skeleton,
@@ -58,15 +56,15 @@ void DBusInterface::validateBackupSize(MorvaneTransferSac* skeleton,
 
 void DBusInterface::getBackupFileName(MorvaneTransferSac* skeleton,
                                       GDBusMethodInvocation* invocation, guint backupType) {
-    const std::string name = reply::validText(tfMngr->GetBackupFileName(backupType));
+    const std::string name = reply::validString(tfMngr->GetBackupFileName(backupType));
     morvane_transfer_sac_complete_get_backup_file_name(skeleton, invocation, name.c_str());
 }
 
 void DBusInterface::getRestoreFilesList(MorvaneTransferSac* skeleton,
                                         GDBusMethodInvocation* invocation, const gchar* mntId,
                                         const gchar* path) {
-    const EncodedList list =
-        encodeFilesList(tfMngr->takeRestoreFilesList(mntId, path), KindWord::Unsigned, invocation);
+    const std::vector<FileEntry>& entries = tfMngr->getRestoreFilesList(mntId, path);
+    const EncodedFiles list = encodeFilesList(entries, KindWord::Unsigned, invocation);
     morvane_transfer_sac_complete_get_restore_files_list(skeleton, invocation, list.value,
                                                          static_cast<gint>(list.records));
 }
@@ -74,8 +72,8 @@ void DBusInterface::getRestoreFilesList(MorvaneTransferSac* skeleton,
 void DBusInterface::getUpdateFilesList(MorvaneTransferSac* skeleton,
                                        GDBusMethodInvocation* invocation, const gchar* mntId,
                                        const gchar* path) {
-    const EncodedList list =
-        encodeFilesList(tfMngr->getUpdateFilesList(mntId, path), KindWord::Signed, invocation);
+    const std::vector<FileEntry> entries = tfMngr->getUpdateFilesList(mntId, path);
+    const EncodedFiles list = encodeFilesList(entries, KindWord::Signed, invocation);
     morvane_transfer_sac_complete_get_update_files_list(skeleton, invocation, list.value,
                                                         static_cast<gint>(list.records));
 }
@@ -83,8 +81,8 @@ void DBusInterface::getUpdateFilesList(MorvaneTransferSac* skeleton,
 void DBusInterface::getBackupFilesList(MorvaneTransferSac* skeleton,
                                        GDBusMethodInvocation* invocation, const gchar* mntId,
                                        const gchar* path) {
-    const EncodedList list =
-        encodeFilesList(tfMngr->getBackupFilesList(mntId, path), KindWord::Signed, invocation);
+    const std::vector<FileEntry> entries = tfMngr->getBackupFilesList(mntId, path);
+    const EncodedFiles list = encodeFilesList(entries, KindWord::Signed, invocation);
     morvane_transfer_sac_complete_get_backup_files_list(skeleton, invocation, list.value,
                                                         static_cast<gint>(list.records));
 }
@@ -123,20 +121,23 @@ void DBusInterface::doRestore(MorvaneTransferSac* skeleton, GDBusMethodInvocatio
 void DBusInterface::getDirectoryIndex(MorvaneTransferSac* skeleton,
                                       GDBusMethodInvocation* invocation, const gchar* mntId,
                                       const gchar* path) {
-    GVariant* const index = encodeIndex(tfMngr->takeRestoreFilesList(mntId, path), invocation);
-    morvane_transfer_sac_complete_get_directory_index(skeleton, invocation, index);
+    const std::vector<FileEntry>& entries = tfMngr->getRestoreFilesList(mntId, path);
+    morvane_transfer_sac_complete_get_directory_index(skeleton, invocation,
+                                                      encodeIndex(entries, invocation));
 }
 
 void DBusInterface::getDirectoryIndexForUpdate(MorvaneTransferSac* skeleton,
                                                GDBusMethodInvocation* invocation,
                                                const gchar* mntId, const gchar* path) {
-    GVariant* const index = encodeIndex(tfMngr->getUpdateFilesList(mntId, path), invocation);
-    morvane_transfer_sac_complete_get_directory_index_for_update(skeleton, invocation, index);
+    const std::vector<FileEntry> entries = tfMngr->getUpdateFilesList(mntId, path);
+    morvane_transfer_sac_complete_get_directory_index_for_update(skeleton, invocation,
+                                                                 encodeIndex(entries, invocation));
 }
 
 void DBusInterface::getDirectoryIndexForBackup(MorvaneTransferSac* skeleton,
                                                GDBusMethodInvocation* invocation,
                                                const gchar* mntId, const gchar* path) {
-    GVariant* const index = encodeIndex(tfMngr->getBackupFilesList(mntId, path), invocation);
-    morvane_transfer_sac_complete_get_directory_index_for_backup(skeleton, invocation, index);
+    const std::vector<FileEntry> entries = tfMngr->getBackupFilesList(mntId, path);
+    morvane_transfer_sac_complete_get_directory_index_for_backup(skeleton, invocation,
+                                                                 encodeIndex(entries, invocation));
 }

@@ -64,19 +64,17 @@ public:
     // --- Listings (file_lists.cpp); an empty list is the answer to every failure ---
 
     // One directory level: sub-directories first, then the rest, each in the file system's order.
-    // A copy of the working list; and the list itself, which is then empty: nothing of a long one
-    // is kept any longer than its reader needs it.
-    std::vector<FileEntry> getRestoreFilesList(const std::string& mntId,
-                                               const std::string& dirPath);
-    std::vector<FileEntry> takeRestoreFilesList(const std::string& mntId,
-                                                const std::string& dirPath);
+    // Returns the working list, which keeps these entries until the next listing.
+    const std::vector<FileEntry>& getRestoreFilesList(const std::string& mntId,
+                                                      const std::string& dirPath);
 
     // The backup or update files in the tree below `dirPath` that the device manager accepts, depth
     // first, some 30 at most. Connects to the device manager anew.
     std::vector<FileEntry> getBackupFilesList(const std::string& mntId, const std::string& dirPath);
     std::vector<FileEntry> getUpdateFilesList(const std::string& mntId, const std::string& dirPath);
 
-    // The scans behind the listings. Each appends to the working list and returns a copy of it.
+    // The scans behind the listings. Each appends to the working list and returns a copy of it. The
+    // restore listing reads the directory once for both of the first two, with the same result.
     std::vector<FileEntry> scanDirectories(const std::string& mntId, const std::string& dirPath);
     std::vector<FileEntry> scanFiles(const std::string& mntId, const std::string& dirPath);
     std::vector<FileEntry> scanTree(const std::string& mntId, const std::string& directory,

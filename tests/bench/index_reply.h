@@ -27,8 +27,8 @@ inline gsize marshal(GVariant* body) {
 // of the message. Returns the number of entries.
 inline std::size_t indexReply(TfMngr& manager, const std::string& stick,
                               const std::string& directory) {
-    const reply::EncodedList list =
-        reply::fileArray(manager.takeRestoreFilesList(stick, directory));
+    const reply::EncodedFiles list =
+        reply::fileArray(manager.getRestoreFilesList(stick, directory));
     marshal(g_variant_new("(@av)", list.value));
     return list.records;
 }

@@ -130,7 +130,7 @@ void measureRound(const Stick& stick, TfMngr& manager, Sized& sized) {
     const Operation bare = [&] { expect(readAndStat(path), wanted); };
     const int times = timesFor(sized.files);
     addRound(sized.listing, runInTurn(times, processorTime, bare, [&] {
-                 expect(manager.takeRestoreFilesList(stick.name(), sized.directory).size(), wanted);
+                 expect(manager.getRestoreFilesList(stick.name(), sized.directory).size(), wanted);
              }));
     addRound(sized.reply, runInTurn(times, processorTime, bare, [&] {
                  expect(indexReply(manager, stick.name(), sized.directory), wanted);

@@ -59,7 +59,7 @@ std::string mountTable(const std::vector<std::string>& sticks) {
 }
 
 std::vector<FileEntry> records(int number) {
-    const SharedText location = sharedText("backups");
+    const std::string location = "backups";
     std::vector<FileEntry> list;
     for (int i = 0; i < number; ++i) {
         list.push_back(
@@ -79,8 +79,9 @@ void countSticks(TfMngr& manager) {
     const Stick third(3);
     const HandMadeMountTable table(mountTable({first.path(), third.path()}));
     count("stick-details", [&] {
-        const reply::EncodedList list = reply::stickArray(manager.enumerateUsbSticks());
-        return bench::marshal(g_variant_new("(@av)", list.value)) > 0 && list.records == 2;
+        const std::vector<UsbStickInfo> sticks = manager.enumerateUsbSticks();
+        GVariant* const array = reply::stickArray(sticks);
+        return bench::marshal(g_variant_new("(@av)", array)) > 0 && sticks.size() == 2;
     });
 }
 
@@ -90,7 +91,7 @@ void countListings(TfMngr& manager) {
         const std::string directory = "listing of " + std::to_string(files);
         fill(stick, directory, files);
         count(("listing-" + std::to_string(files)).c_str(), [&] {
-            return manager.takeRestoreFilesList(stick.name(), directory).size() ==
+            return manager.getRestoreFilesList(stick.name(), directory).size() ==
                    static_cast<std::size_t>(files);
         });
     }
@@ -113,7 +114,7 @@ void countEncodings() {
     count("array-1000",
           [&] { return bench::marshal(g_variant_new("(@av)", reply::fileArray(many).value)) > 0; });
     count("tuple-63", [&] {
-        const reply::EncodedList list = reply::fileTuple(tuple, reply::KindWord::Signed);
+        const reply::EncodedFiles list = reply::fileTuple(tuple, reply::KindWord::Signed);
         return bench::marshal(g_variant_new("(vi)", list.value, 63)) > 0;
     });
 }

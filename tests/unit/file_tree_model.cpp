@@ -53,9 +53,9 @@ std::vector<FileEntry> TreeModel::entries() const {
         EXPECT_EQ(stat64(path.c_str(), &status), 0) << path;
         const std::string relative = path.substr(root.size() + 1);
         const std::size_t slash = relative.rfind('/');
-        result.push_back(
-            {S_ISDIR(status.st_mode) ? 0U : 1U, relative.substr(slash + 1), status.st_size,
-             sharedText(slash == std::string::npos ? "/" : relative.substr(0, slash))});
+        result.push_back({S_ISDIR(status.st_mode) ? 0U : 1U, relative.substr(slash + 1),
+                          status.st_size,
+                          slash == std::string::npos ? "/" : relative.substr(0, slash)});
     }
     return result;
 }

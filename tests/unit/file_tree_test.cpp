@@ -142,7 +142,7 @@ TEST_F(PackageListing, passesNamesThroughByteForByte) {
     }
     EXPECT_THAT(namesOf(backup("")), testing::UnorderedElementsAreArray(names));
     EXPECT_THAT(offeredPaths(device_), Contains("/media/usb/USB_X60.1/\xc3/line\nbreak.psb"));
-    EXPECT_EQ(*backup("").front().location, "\xc3");
+    EXPECT_EQ(backup("").front().location, "\xc3");
 }
 
 TEST_F(PackageListing, givesSizesOfMoreThanFourGigabytes) {

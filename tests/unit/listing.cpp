@@ -25,7 +25,7 @@ std::vector<std::string> namesOf(const std::vector<FileEntry>& list) {
 std::vector<std::string> placesOf(const std::vector<FileEntry>& list) {
     std::vector<std::string> result;
     for (const FileEntry& entry : list) {
-        result.push_back(*entry.location + " " + entry.name);
+        result.push_back(entry.location + " " + entry.name);
     }
     return result;
 }
@@ -34,8 +34,8 @@ std::vector<std::string> wholly(const std::vector<FileEntry>& list) {
     std::vector<std::string> result;
     for (const FileEntry& entry : list) {
         result.push_back("kind " + std::to_string(entry.kind) + " name '" + entry.name + "' size " +
-                         std::to_string(entry.size) + " location '" + *entry.location +
-                         "' reserved '" + std::string(FileEntry::kReserved) + "'");
+                         std::to_string(entry.size) + " location '" + entry.location +
+                         "' reserved '" + entry.reserved + "'");
     }
     return result;
 }

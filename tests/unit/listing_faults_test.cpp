@@ -103,7 +103,7 @@ protected:
 };
 
 std::string pathOf(const FileEntry& entry) {
-    return stickPath(1) + "/" + *entry.location + "/" + entry.name;
+    return stickPath(1) + "/" + entry.location + "/" + entry.name;
 }
 
 // What of a whole list had been looked at before the call of index `strike`.

@@ -86,9 +86,9 @@ TEST_F(ListingLimits, goAsDeepAsAPathCanBeLong) {
     const std::vector<FileEntry> list = backup("");
     EXPECT_EQ(list.size(), static_cast<std::size_t>(levels / kStep));
     ASSERT_FALSE(list.empty());
-    EXPECT_EQ(list.front().location->size(),
+    EXPECT_EQ(list.front().location.size(),
               static_cast<std::size_t>(levels / kStep * kStep * 2 - 1));
-    EXPECT_EQ(list.back().location->size(), static_cast<std::size_t>(kStep * 2 - 1));
+    EXPECT_EQ(list.back().location.size(), static_cast<std::size_t>(kStep * 2 - 1));
 }
 
 TEST_F(ListingLimits, giveNothingForNamesAndPathsThatAreTooLong) {

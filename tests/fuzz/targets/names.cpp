@@ -60,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         fuzz::require(tellsTime(name.substr(begin, name.size() - begin - ending.size()), now),
                       "the time stands between");
     }
-    const std::string shown = reply::validText(name);
+    const std::string shown = reply::validString(name);
     fuzz::require(
         g_utf8_validate(shown.data(), static_cast<gssize>(shown.size()), nullptr) != FALSE,
         "the reply is UTF-8");
