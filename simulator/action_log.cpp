@@ -5,26 +5,20 @@
 
 #include <cstdio>
 
-namespace {
-
-std::string escaped(unsigned char byte) {
-    g_autofree char* text = g_strdup_printf("\\x%02x", byte);
-    return text;
-}
-
-}  // namespace
-
 std::string printable(const std::string& text) {
     std::string shown;
     const char* const end = text.data() + text.size();
     for (const char* at = text.data(); at < end;) {
         const gunichar character = g_utf8_get_char_validated(at, end - at);
-        const bool valid = character != static_cast<gunichar>(-1) &&
-                           character != static_cast<gunichar>(-2) &&
-                           g_unichar_isprint(character) != FALSE;
-        const char* const next = valid ? g_utf8_next_char(at) : at + 1;
-        shown += valid ? std::string(at, next) : escaped(static_cast<unsigned char>(*at));
-        at = next;
+        if (character < static_cast<gunichar>(-2) && g_unichar_isprint(character) != FALSE) {
+            const char* const next = g_utf8_next_char(at);
+            shown.append(at, next);
+            at = next;
+        } else {
+            g_autofree char* escape = g_strdup_printf("\\x%02x", static_cast<guchar>(*at));
+            shown += escape;
+            ++at;
+        }
     }
     return shown;
 }

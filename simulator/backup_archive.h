@@ -1,75 +1,62 @@
-// The files that the simulated device manager writes and reads: sealed tar archives with a
-// manifest.
+// Backup and update files: a tar archive in one Zstandard frame, whose checksum covers every byte.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
+#include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
-// Why a file cannot be written, or is not one to be trusted; what() says it in words.
+// Why a file cannot be written, or is no whole archive; what() says it in words.
 class ArchiveError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// Called again and again while an archive is written or unpacked, with bytes of its file: how many
-// are done and how many there will be at most. It may sleep, and it ends the work by throwing.
+// Called at each step of a job: how much is done, and how much there is. It may sleep, and it ends
+// the job by throwing.
 using Pace = std::function<void(std::uint64_t done, std::uint64_t total)>;
 
-// What an archive of a kind may hold: files below these folders and nothing else.
-struct ArchiveKind {
-    std::string word;
-    std::vector<std::string> folders;
-};
-
-struct ArchiveMember {
-    std::string name;  // relative, with forward slashes
-    std::string bytes;
-};
-
-struct MemberRecord {
-    std::string name;
-    std::uint64_t size = 0;
-    std::string sha256;  // lower-case hexadecimal digits
-};
-
-// The first member of each archive.
-struct ArchiveManifest {
+struct Archive {
+    // The manifest, which is the first member of the file.
     std::string kind;
     std::string device;
     std::string time;  // ISO 8601, UTC
     std::string firmware;  // of the device that was saved, or contained in an update
-    std::vector<MemberRecord> members;
+
+    std::map<std::string, std::string> members;  // contents by relative path
 };
 
-// Takes the members of an archive while it is being verified. Nothing of it counts until
-// readArchive has returned: the checksum of a member is known only after its last byte.
-class MemberReceiver {
+// An open file of a stick. Pulling the stick takes the file out of the folders, while an open one
+// could be used on.
+class OpenFile {
 public:
-    MemberReceiver() = default;
-    MemberReceiver(const MemberReceiver&) = delete;
-    MemberReceiver& operator=(const MemberReceiver&) = delete;
-    virtual ~MemberReceiver() = default;
-    virtual void begin(const MemberRecord& member) = 0;
-    virtual void data(const char* bytes, std::size_t count) = 0;
-    virtual void end() = 0;
+    // Opens a regular file as fopen does. Throws ArchiveError.
+    OpenFile(std::string path, const char* mode);
+    std::FILE* get() const { return file_.get(); }
+    // Whether the path still names the open file.
+    bool isInPlace() const;
+    // Throws ArchiveError when it does not.
+    void requireInPlace() const;
+
+private:
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    std::string path_;
+    std::unique_ptr<std::FILE, Close> file_;
 };
 
-// The most bytes that an archive with these members takes up.
-std::uint64_t archiveSizeLimit(const ArchiveManifest& head,
-                               const std::vector<ArchiveMember>& members);
+// The most bytes that a file with this content takes up. Throws ArchiveError.
+std::uint64_t archiveSizeLimit(const Archive& content);
 
-// Writes `path` from the first byte to the last, so that its size shows the progress; until the
-// seal at its end is written readArchive refuses the file. `head.members` is not looked at. Returns
-// the size of the file. On failure throws ArchiveError, or what `pace` throws, and removes the
-// file.
-std::uint64_t writeArchive(const std::string& path, const ArchiveManifest& head,
-                           const std::vector<ArchiveMember>& members, const Pace& pace = {});
+// Writes `path` from front to back, so that its size shows the progress; readArchive refuses it
+// until it is whole. Returns its size. On failure throws ArchiveError, or what `pace` throws, and
+// removes the file.
+std::uint64_t writeArchive(const std::string& path, const Archive& content, const Pace& pace = {});
 
-// Verifies `path` completely and returns its manifest. The kind must be one of `kinds`. Throws
-// ArchiveError for whatever is not a whole, unaltered archive, and what `receiver` or `pace` throw.
-ArchiveManifest readArchive(const std::string& path, const std::vector<ArchiveKind>& kinds,
-                            MemberReceiver* receiver = nullptr, const Pace& pace = {});
+// Throws ArchiveError for whatever is not a whole, unaltered file of this form. The names of the
+// members are as the file states them.
+Archive readArchive(const OpenFile& file);

@@ -1,12 +1,21 @@
-// What the simulated device throws.
+// What the simulated device manager answers when it does not do what it is asked.
 #pragma once
 
-#include <glib.h>
-
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 
-#include "simulator/device_manager_status.h"
+// The values that the operations of the client library return.
+enum class DeviceManagerStatus : std::int64_t {
+    done = 0,
+    notConnected = 1,  // a call before a successful connect
+    unreachable = 2,  // nobody listens, or the connection broke
+    refused = 3,  // the connection or its credential is refused
+    unknownKind = 4,  // no backup kind of that name
+    unusableFile = 5,  // missing, truncated, altered, of another kind, or not newer
+    busy = 6,  // another job is running
+    failed = 7,  // the job itself failed, for example for want of space
+};
 
 // Why the device did not do what it was asked; what() says it in words.
 class DeviceError : public std::runtime_error {
@@ -15,8 +24,3 @@ public:
         : std::runtime_error(text), status(statusValue) {}
     DeviceManagerStatus status;
 };
-
-// Throws what GLib reported, which must not be null.
-[[noreturn]] inline void failWith(const GError* error) {
-    throw DeviceError(DeviceManagerStatus::failed, error->message);
-}

@@ -1,13 +1,15 @@
-// The stand-in for the closed device-manager client library: each controller is a connection to the
+// The stub of the closed device-manager client library: each controller is a connection to the
 // simulator.
 #include "transfer/platform/device_manager_client.h"
 
 #include <gio/gio.h>
 
+#include <cstdint>
+#include <initializer_list>
 #include <new>
+#include <string>
 
-#include "com.morvane.devicemanager/com.morvane.devicemanager.h"
-#include "simulator/device_manager_status.h"
+#include "simulator/device_error.h"
 #include "simulator/gobject_pointer.h"
 #include "simulator/peer_protocol.h"
 
@@ -17,7 +19,7 @@ constexpr std::int64_t statusOf(DeviceManagerStatus status) {
     return static_cast<std::int64_t>(status);
 }
 
-// The empty text in place of null.
+// The empty string in place of null.
 const char* textOf(const char* text) {
     return text == nullptr ? "" : text;
 }
@@ -33,18 +35,6 @@ GObjectPointer<GDBusConnection> openConnection(const char* endpoint, GError** er
     return GObjectPointer<GDBusConnection>(g_dbus_connection_new_sync(
         G_IO_STREAM(stream.get()), nullptr, G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
         anonymousOnly().get(), nullptr, error));
-}
-
-// A check or a job takes as long as it takes: no call has a time limit.
-GObjectPointer<MorvaneDevicemanager> openProxy(GDBusConnection* connection, GError** error) {
-    constexpr auto kFlags = static_cast<GDBusProxyFlags>(G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES |
-                                                         G_DBUS_PROXY_FLAGS_DO_NOT_CONNECT_SIGNALS);
-    GObjectPointer<MorvaneDevicemanager> proxy(morvane_devicemanager_proxy_new_sync(
-        connection, kFlags, nullptr, kDeviceManagerObject, nullptr, error));
-    if (proxy != nullptr) {
-        g_dbus_proxy_set_default_timeout(G_DBUS_PROXY(proxy.get()), G_MAXINT);
-    }
-    return proxy;
 }
 
 // The connection of one controller, used by one thread at a time. Messages go to the log object,
@@ -64,20 +54,10 @@ public:
         disconnect();
         g_autoptr(GError) error = nullptr;
         connection_ = openConnection(textOf(endpoint), &error);
-        if (connection_ != nullptr) {
-            proxy_ = openProxy(connection_.get(), &error);
+        if (connection_ == nullptr) {
+            return report("connect", statusOf(DeviceManagerStatus::unreachable), error->message);
         }
-        if (proxy_ == nullptr) {
-            report("connect", statusOf(DeviceManagerStatus::unreachable), error->message);
-            disconnect();
-            return statusOf(DeviceManagerStatus::unreachable);
-        }
-        const char* const shown = credentialFor(textOf(credential));
-        const std::int64_t status =
-            call("connect", [shown](auto* proxy, auto* result, auto* message, auto* failure) {
-                return morvane_devicemanager_call_connect_sync(proxy, shown, result, message,
-                                                               nullptr, failure);
-            });
+        const std::int64_t status = call("Connect", {credentialFor(textOf(credential))});
         if (status != 0) {
             disconnect();
         }
@@ -85,7 +65,6 @@ public:
     }
 
     void disconnect() {
-        proxy_.reset();
         if (connection_ == nullptr) {
             return;
         }
@@ -95,23 +74,31 @@ public:
         report("disconnect", 0, "closed");
     }
 
-    // Runs `method(proxy, &status, &message, &error)`, which returns FALSE when no answer came, and
-    // returns the status.
-    template <typename Method>
-    std::int64_t call(const char* action, Method method) {
-        if (proxy_ == nullptr) {
-            report(action, statusOf(DeviceManagerStatus::notConnected), "not connected");
-            return statusOf(DeviceManagerStatus::notConnected);
+    // Calls a method of the simulator and returns the status. Only a success sets *bytes.
+    std::int64_t call(const char* method, std::initializer_list<const char*> words,
+                      std::uint64_t* bytes = nullptr) {
+        const std::string action =
+            static_cast<char>(g_ascii_tolower(*method)) + std::string(method + 1);
+        if (connection_ == nullptr) {
+            return report(action, statusOf(DeviceManagerStatus::notConnected), "not connected");
+        }
+        g_autoptr(GError) error = nullptr;
+        // A check or a job takes as long as it takes: no call has a time limit.
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+            connection_.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, method,
+            byteStrings(words), G_VARIANT_TYPE("(xst)"), G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr,
+            &error);
+        if (reply == nullptr) {
+            return report(action, statusOf(DeviceManagerStatus::unreachable), error->message);
         }
         gint64 status = 0;
-        g_autofree gchar* message = nullptr;
-        g_autoptr(GError) error = nullptr;
-        if (method(proxy_.get(), &status, &message, &error) == FALSE) {
-            report(action, statusOf(DeviceManagerStatus::unreachable), error->message);
-            return statusOf(DeviceManagerStatus::unreachable);
+        const char* message = nullptr;
+        guint64 number = 0;
+        g_variant_get(reply, "(x&st)", &status, &message, &number);
+        if (status == 0 && bytes != nullptr) {
+            *bytes = number;
         }
-        report(action, status, message);
-        return status;
+        return report(action, status, message);
     }
 
 private:
@@ -128,20 +115,18 @@ private:
         return stored;
     }
 
-    void report(const char* action, std::int64_t status, const char* message) {
-        if (log_ == nullptr) {
-            return;
+    // Returns the status.
+    std::int64_t report(const std::string& action, std::int64_t status, const char* message) {
+        if (log_ != nullptr && status == 0) {
+            log_->log("%s: %s", action.c_str(), message);
+        } else if (log_ != nullptr) {
+            log_->logError("%s: %s (status %d)", action.c_str(), message, static_cast<int>(status));
         }
-        if (status == 0) {
-            log_->log("%s: %s", action, message);
-        } else {
-            log_->logError("%s: %s (status %d)", action, message, static_cast<int>(status));
-        }
+        return status;
     }
 
     IBRLog* log_ = nullptr;
     GObjectPointer<GDBusConnection> connection_;
-    GObjectPointer<MorvaneDevicemanager> proxy_;
 };
 
 class BackupRestoreController final : public IBRController {
@@ -153,40 +138,17 @@ public:
     void setLog(IBRLog* log) override { link_.setLog(log); }
 
     std::int64_t backup(const char* path, const char* kind) override {
-        return link_.call("backup", [=](auto* proxy, auto* status, auto* message, auto* error) {
-            return morvane_devicemanager_call_backup_sync(proxy, textOf(path), textOf(kind), status,
-                                                          message, nullptr, error);
-        });
+        return link_.call("Backup", {textOf(path), textOf(kind)});
     }
-
     std::int64_t restore(const char* path) override {
-        return link_.call("restore", [=](auto* proxy, auto* status, auto* message, auto* error) {
-            return morvane_devicemanager_call_restore_sync(proxy, textOf(path), status, message,
-                                                           nullptr, error);
-        });
+        return link_.call("Restore", {textOf(path)});
     }
-
     std::int64_t getBackupSize(const char* kind, std::uint64_t* bytes) override {
-        guint64 size = 0;
-        const std::int64_t status =
-            link_.call("getBackupSize", [&](auto* proxy, auto* result, auto* message, auto* error) {
-                return morvane_devicemanager_call_get_backup_size_sync(
-                    proxy, textOf(kind), result, message, &size, nullptr, error);
-            });
-        if (status == 0 && bytes != nullptr) {
-            *bytes = size;
-        }
-        return status;
+        return link_.call("GetBackupSize", {textOf(kind)}, bytes);
     }
-
     std::int64_t checkBackupFile(const char* path) override {
-        return link_.call("checkBackupFile",
-                          [=](auto* proxy, auto* status, auto* message, auto* error) {
-                              return morvane_devicemanager_call_check_backup_file_sync(
-                                  proxy, textOf(path), status, message, nullptr, error);
-                          });
+        return link_.call("CheckBackupFile", {textOf(path)});
     }
-
     void reserved7(const char* /*text*/) override {}
     void reserved8() override {}
     void setWorkDirectory(const char* /*path*/) override {}  // the simulator needs no working files
@@ -201,13 +163,7 @@ public:
     }
     void disconnect() override { link_.disconnect(); }
 
-    std::int64_t update(const char* path) override {
-        return link_.call("update", [=](auto* proxy, auto* status, auto* message, auto* error) {
-            return morvane_devicemanager_call_update_sync(proxy, textOf(path), status, message,
-                                                          nullptr, error);
-        });
-    }
-
+    std::int64_t update(const char* path) override { return link_.call("Update", {textOf(path)}); }
     void reserved3() override {}
     void reserved4() override {}
     void setLog(IBRLog* log) override { link_.setLog(log); }
@@ -220,11 +176,7 @@ public:
     void reserved12() override {}
 
     std::int64_t checkFirmwareFile(const char* path) override {
-        return link_.call("checkFirmwareFile",
-                          [=](auto* proxy, auto* status, auto* message, auto* error) {
-                              return morvane_devicemanager_call_check_firmware_file_sync(
-                                  proxy, textOf(path), status, message, nullptr, error);
-                          });
+        return link_.call("CheckFirmwareFile", {textOf(path)});
     }
 
 private:

@@ -5,184 +5,22 @@
 #include <system_error>
 #include <utility>
 
+#include "com.morvane.devicemanager/com.morvane.devicemanager.h"
 #include "simulator/action_log.h"
-#include "simulator/credential_record.h"
+#include "simulator/device_folder.h"
 #include "simulator/peer_protocol.h"
 
 namespace {
 
 // Marks a connection whose credential has been accepted.
 constexpr const char* kAccepted = "morvane-accepted";
+constexpr const char* kConnect = "connect";
 
-void markAccepted(GDBusMethodInvocation* invocation) {
-    GDBusConnection* const connection = g_dbus_method_invocation_get_connection(invocation);
-    g_object_set_data(G_OBJECT(connection), kAccepted, GINT_TO_POINTER(1));
-}
-
-bool isAccepted(GDBusMethodInvocation* invocation) {
-    GDBusConnection* const connection = g_dbus_method_invocation_get_connection(invocation);
-    return g_object_get_data(G_OBJECT(connection), kAccepted) != nullptr;
-}
-
-// Those that only gave orders, or were turned down, go without a word.
-void onClosed(GDBusConnection* connection, gboolean /*vanished*/, GError* /*error*/,
-              gpointer skeleton) {
-    g_dbus_interface_skeleton_unexport_from_connection(G_DBUS_INTERFACE_SKELETON(skeleton),
-                                                       connection);
-    if (g_object_steal_data(G_OBJECT(connection), kAccepted) != nullptr) {
-        logAction("disconnect", "closed");
-    }
-}
-
-// The skeleton keeps the connection until it is closed.
-bool exportUntilClosed(GDBusInterfaceSkeleton* skeleton, GDBusConnection* connection,
-                       const char* path, GError** error) {
-    if (g_dbus_interface_skeleton_export(skeleton, connection, path, error) == FALSE) {
-        return false;
-    }
-    g_signal_connect_object(connection, "closed", G_CALLBACK(onClosed), skeleton,
-                            static_cast<GConnectFlags>(0));
-    return true;
-}
-
-void unexport(GDBusInterfaceSkeleton* skeleton) {
-    if (g_dbus_interface_skeleton_get_connection(skeleton) != nullptr) {
-        g_dbus_interface_skeleton_unexport(skeleton);
-    }
+GObject* peerOf(GDBusMethodInvocation* invocation) {
+    return G_OBJECT(g_dbus_method_invocation_get_connection(invocation));
 }
 
 }  // namespace
-
-// One handler a method: names the action and says what the device does for it.
-struct CallHandlers {
-    using Server = DeviceManagerServer;
-    using Outcome = DeviceManagerServer::Outcome;
-
-    static Server& serverOf(gpointer server) { return *static_cast<Server*>(server); }
-
-    static gboolean connect(MorvaneDevicemanager* /*skeleton*/, GDBusMethodInvocation* invocation,
-                            const char* credential, gpointer data) {
-        Server& server = serverOf(data);
-        Server::Call call{invocation, "connect", {}};
-        call.isConnect = true;
-        call.work = [&server, text = std::string(credential)] {
-            const SimulatorBehaviour behaviour = server.behaviour_.now();
-            if (behaviour.refuse) {
-                throw DeviceError(DeviceManagerStatus::refused, "connection refused");
-            }
-            if (!behaviour.credentialRecord.empty()) {
-                requireCredential(behaviour.credentialRecord, text);
-            }
-            return Outcome{"accepted"};
-        };
-        server.start(call);
-        return TRUE;
-    }
-
-    static gboolean backup(MorvaneDevicemanager* /*skeleton*/, GDBusMethodInvocation* invocation,
-                           const char* path, const char* kind, gpointer data) {
-        Server& server = serverOf(data);
-        Server::Call call{invocation, std::string("backup ") + kind + " to " + path, {}};
-        call.isJob = true;
-        call.work = [&server, file = std::string(path), word = std::string(kind)] {
-            const auto bytes = server.device_.backup(file, word, server.behaviour_.pace());
-            return Outcome{"done, " + std::to_string(bytes) + " bytes"};
-        };
-        server.start(call);
-        return TRUE;
-    }
-
-    static gboolean restore(MorvaneDevicemanager* /*skeleton*/, GDBusMethodInvocation* invocation,
-                            const char* path, gpointer data) {
-        Server& server = serverOf(data);
-        Server::Call call{invocation, std::string("restore from ") + path, {}};
-        call.isJob = true;
-        call.work = [&server, file = std::string(path)] {
-            return Outcome{"done, " + server.device_.restore(file, server.behaviour_.pace())};
-        };
-        server.start(call);
-        return TRUE;
-    }
-
-    static gboolean update(MorvaneDevicemanager* /*skeleton*/, GDBusMethodInvocation* invocation,
-                           const char* path, gpointer data) {
-        Server& server = serverOf(data);
-        Server::Call call{invocation, std::string("update from ") + path, {}};
-        call.isJob = true;
-        call.work = [&server, file = std::string(path)] {
-            return Outcome{"done, firmware " +
-                           server.device_.update(file, server.behaviour_.pace())};
-        };
-        server.start(call);
-        return TRUE;
-    }
-
-    static gboolean getBackupSize(MorvaneDevicemanager* /*skeleton*/,
-                                  GDBusMethodInvocation* invocation, const char* kind,
-                                  gpointer data) {
-        Server& server = serverOf(data);
-        Server::Call call{invocation, std::string("size of backup ") + kind, {}};
-        call.answersBytes = true;
-        call.work = [&server, word = std::string(kind)] {
-            const auto needed = server.device_.backupSize(word);
-            const auto bytes = server.behaviour_.now().reportedSize.value_or(needed);
-            return Outcome{std::to_string(bytes) + " bytes", bytes};
-        };
-        server.start(call);
-        return TRUE;
-    }
-
-    static gboolean checkBackupFile(MorvaneDevicemanager* /*skeleton*/,
-                                    GDBusMethodInvocation* invocation, const char* path,
-                                    gpointer data) {
-        Server& server = serverOf(data);
-        Server::Call call{invocation, std::string("check backup file ") + path, {}};
-        call.work = [&server, file = std::string(path)] {
-            return Outcome{"acceptable, " + server.device_.checkBackupFile(file)};
-        };
-        server.start(call);
-        return TRUE;
-    }
-
-    static gboolean checkFirmwareFile(MorvaneDevicemanager* /*skeleton*/,
-                                      GDBusMethodInvocation* invocation, const char* path,
-                                      gpointer data) {
-        Server& server = serverOf(data);
-        Server::Call call{invocation, std::string("check firmware file ") + path, {}};
-        call.work = [&server, file = std::string(path)] {
-            return Outcome{"acceptable, " + server.device_.checkFirmwareFile(file)};
-        };
-        server.start(call);
-        return TRUE;
-    }
-
-    static gboolean order(MorvaneDevicemanagerControl* /*skeleton*/,
-                          GDBusMethodInvocation* invocation, const char* order, const char* value,
-                          gpointer data) {
-        LiveBehaviour& behaviour = serverOf(data).behaviour_;
-        if (!behaviour.change(order, value)) {
-            g_dbus_method_invocation_return_error(invocation, G_DBUS_ERROR,
-                                                  G_DBUS_ERROR_INVALID_ARGS, "no such order");
-            return TRUE;
-        }
-        const std::string text = describe(behaviour.now());
-        if (order != std::string(kStatusOrder)) {
-            logAction("device manager", text);
-        }
-        g_dbus_method_invocation_return_value(invocation, g_variant_new("(s)", text.c_str()));
-        return TRUE;
-    }
-
-    static gboolean newConnection(GDBusServer* /*peers*/, GDBusConnection* connection,
-                                  gpointer data) {
-        g_autoptr(GError) error = nullptr;
-        if (!serverOf(data).exportOn(connection, &error)) {
-            logAction("new connection", error->message);
-            return FALSE;
-        }
-        return TRUE;
-    }
-};
 
 GObjectPointer<GDBusServer> bindDeviceManagerPort(guint16 port, GError** error) {
     g_autofree char* address = g_strdup_printf("tcp:host=127.0.0.1,port=%u", port);
@@ -192,28 +30,15 @@ GObjectPointer<GDBusServer> bindDeviceManagerPort(guint16 port, GError** error) 
                                anonymousOnly().get(), nullptr, error));
 }
 
-DeviceManagerServer::DeviceManagerServer(SimulatedDevice& device, SimulatorBehaviour behaviour,
+DeviceManagerServer::DeviceManagerServer(SimulatedDevice& device,
+                                         const SimulatorBehaviour& behaviour,
+                                         std::string credentialRecord,
                                          GObjectPointer<GDBusServer> server)
     : device_(device),
-      behaviour_(std::move(behaviour)),
-      skeleton_(morvane_devicemanager_skeleton_new()),
-      control_(morvane_devicemanager_control_skeleton_new()),
+      behaviour_(behaviour),
+      credentialRecord_(std::move(credentialRecord)),
       server_(std::move(server)) {
-    const std::pair<const char*, GCallback> handlers[] = {
-        {"handle-connect", G_CALLBACK(CallHandlers::connect)},
-        {"handle-backup", G_CALLBACK(CallHandlers::backup)},
-        {"handle-restore", G_CALLBACK(CallHandlers::restore)},
-        {"handle-update", G_CALLBACK(CallHandlers::update)},
-        {"handle-get-backup-size", G_CALLBACK(CallHandlers::getBackupSize)},
-        {"handle-check-backup-file", G_CALLBACK(CallHandlers::checkBackupFile)},
-        {"handle-check-firmware-file", G_CALLBACK(CallHandlers::checkFirmwareFile)},
-    };
-    for (const auto& [signal, handler] : handlers) {
-        g_signal_connect(skeleton_.get(), signal, handler, this);
-    }
-    g_signal_connect(control_.get(), "handle-order", G_CALLBACK(CallHandlers::order), this);
-    g_signal_connect(server_.get(), "new-connection", G_CALLBACK(CallHandlers::newConnection),
-                     this);
+    g_signal_connect(server_.get(), "new-connection", G_CALLBACK(onNewConnection), this);
     g_dbus_server_start(server_.get());
 }
 
@@ -221,18 +46,124 @@ DeviceManagerServer::~DeviceManagerServer() {
     behaviour_.stop();
     g_dbus_server_stop(server_.get());
     g_signal_handlers_disconnect_by_data(server_.get(), this);
-    g_signal_handlers_disconnect_by_data(skeleton_.get(), this);
-    g_signal_handlers_disconnect_by_data(control_.get(), this);
+    for (const auto& peer : peers_) {
+        g_signal_handlers_disconnect_by_data(peer.get(), this);
+    }
     calls_.clear();  // waits for each
-    unexport(G_DBUS_INTERFACE_SKELETON(skeleton_.get()));
-    unexport(G_DBUS_INTERFACE_SKELETON(control_.get()));
 }
 
-bool DeviceManagerServer::exportOn(GDBusConnection* connection, GError** error) {
-    return exportUntilClosed(G_DBUS_INTERFACE_SKELETON(skeleton_.get()), connection,
-                             kDeviceManagerObject, error) &&
-           exportUntilClosed(G_DBUS_INTERFACE_SKELETON(control_.get()), connection, kControlObject,
-                             error);
+gboolean DeviceManagerServer::onNewConnection(GDBusServer* /*server*/, GDBusConnection* peer,
+                                              gpointer self) {
+    static constexpr GDBusInterfaceVTable kHandlers = {onMethodCall, nullptr, nullptr, {}};
+    g_autoptr(GError) error = nullptr;
+    const auto offer = [&](const char* path, GDBusInterfaceInfo* interface) {
+        return g_dbus_connection_register_object(peer, path, interface, &kHandlers, self, nullptr,
+                                                 &error) != 0;
+    };
+    if (!offer(kDeviceManagerObject, morvane_devicemanager_interface_info()) ||
+        !offer(kControlObject, morvane_devicemanager_control_interface_info())) {
+        logAction("new connection", error->message);
+        return FALSE;
+    }
+    g_signal_connect(peer, "closed", G_CALLBACK(onClosed), self);
+    static_cast<DeviceManagerServer*>(self)->peers_.emplace_back(
+        static_cast<GDBusConnection*>(g_object_ref(peer)));
+    return TRUE;
+}
+
+// Those that only gave orders, or were turned down, go without a word.
+void DeviceManagerServer::onClosed(GDBusConnection* peer, gboolean /*vanished*/, GError* /*error*/,
+                                   gpointer self) {
+    if (g_object_steal_data(G_OBJECT(peer), kAccepted) != nullptr) {
+        logAction("disconnect", "closed");
+    }
+    static_cast<DeviceManagerServer*>(self)->peers_.remove_if(
+        [&](const auto& each) { return each.get() == peer; });
+}
+
+void DeviceManagerServer::onMethodCall(GDBusConnection* /*peer*/, const char* /*sender*/,
+                                       const char* /*path*/, const char* interface,
+                                       const char* method, GVariant* parameters,
+                                       GDBusMethodInvocation* invocation, gpointer self) {
+    auto& server = *static_cast<DeviceManagerServer*>(self);
+    std::vector<std::string> words;
+    for (gsize i = 0; i < g_variant_n_children(parameters); ++i) {
+        g_autoptr(GVariant) word = g_variant_get_child_value(parameters, i);
+        words.emplace_back(g_variant_get_bytestring(word));
+    }
+    if (interface == std::string(kControlInterface)) {
+        server.order(words[0], words[1], invocation);
+        return;
+    }
+    Call call = server.callFor(method, words);
+    call.invocation = invocation;
+    server.start(call);
+}
+
+// What a method is called in the log, and what the device does for it.
+DeviceManagerServer::Call DeviceManagerServer::callFor(const std::string& method,
+                                                       const std::vector<std::string>& words) {
+    const std::string word = words[0];
+    if (method == "Connect") {
+        return {kConnect, false, [=] { return accept(word); }};
+    }
+    if (method == "Backup") {
+        const auto work = [=, kind = words[1]] {
+            const auto bytes = device_.backup(word, kind, behaviour_.pace());
+            return Outcome{"done, " + std::to_string(bytes) + " bytes"};
+        };
+        return {"backup " + words[1] + " to " + word, true, work};
+    }
+    if (method == "Restore") {
+        const auto work = [=] {
+            return Outcome{"done, " + device_.restore(word, behaviour_.pace())};
+        };
+        return {"restore from " + word, true, work};
+    }
+    if (method == "Update") {
+        const auto work = [=] {
+            return Outcome{"done, firmware " + device_.update(word, behaviour_.pace())};
+        };
+        return {"update from " + word, true, work};
+    }
+    if (method == "GetBackupSize") {
+        const auto work = [=] {
+            const auto needed = device_.backupSize(word);
+            const auto bytes = behaviour_.now().reportedSize.value_or(needed);
+            return Outcome{std::to_string(bytes) + " bytes", bytes};
+        };
+        return {"size of backup " + word, false, work};
+    }
+    if (method == "CheckBackupFile") {
+        const auto work = [=] { return Outcome{"acceptable, " + device_.checkBackupFile(word)}; };
+        return {"check backup file " + word, false, work};
+    }
+    const auto work = [=] { return Outcome{"acceptable, " + device_.checkFirmwareFile(word)}; };
+    return {"check firmware file " + word, false, work};
+}
+
+DeviceManagerServer::Outcome DeviceManagerServer::accept(const std::string& credential) {
+    if (behaviour_.now().faults.refuse) {
+        throw DeviceError(DeviceManagerStatus::refused, "connection refused");
+    }
+    if (!credentialRecord_.empty()) {
+        requireCredential(credentialRecord_, credential);
+    }
+    return {"accepted"};
+}
+
+void DeviceManagerServer::order(const std::string& order, const std::string& value,
+                                GDBusMethodInvocation* invocation) {
+    if (!behaviour_.change(order, value)) {
+        g_dbus_method_invocation_return_error(invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS,
+                                              "no such order");
+        return;
+    }
+    const std::string text = describe(behaviour_.now());
+    if (order != kStatusOrder) {
+        logAction("device manager", text);
+    }
+    g_dbus_method_invocation_return_value(invocation, g_variant_new("(s)", text.c_str()));
 }
 
 void DeviceManagerServer::start(const Call& call) {
@@ -257,6 +188,31 @@ void DeviceManagerServer::run(const Call& call) {
     }
 }
 
+DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
+    GObject* const peer = peerOf(call.invocation);
+    const bool isConnect = call.action == kConnect;
+    if (behaviour_.now().faults.hang) {
+        logAction(call.action, "waits, the device manager hangs");
+    }
+    if (!behaviour_.waitToAct()) {
+        throw DeviceError(DeviceManagerStatus::failed, "the device manager stops");
+    }
+    if (g_dbus_connection_is_closed(G_DBUS_CONNECTION(peer)) != FALSE) {
+        throw DeviceError(DeviceManagerStatus::notConnected, "the caller has gone");
+    }
+    if (!isConnect && g_object_get_data(peer, kAccepted) == nullptr) {
+        throw DeviceError(DeviceManagerStatus::notConnected, "not connected");
+    }
+    if (call.isJob) {
+        logAction(call.action, "started");
+    }
+    Outcome outcome = call.work();
+    if (isConnect) {
+        g_object_set_data(peer, kAccepted, GINT_TO_POINTER(1));
+    }
+    return outcome;
+}
+
 void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
                                  const Outcome& outcome) {
     const auto number = static_cast<gint64>(status);
@@ -264,31 +220,6 @@ void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
     logAction(call.action, status == DeviceManagerStatus::done
                                ? text
                                : "FAILED (status " + std::to_string(number) + "): " + text);
-    GVariant* const reply = call.answersBytes
-                                ? g_variant_new("(xst)", number, text.c_str(), outcome.bytes)
-                                : g_variant_new("(xs)", number, text.c_str());
-    g_dbus_method_invocation_return_value(call.invocation, reply);
-}
-
-DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
-    if (behaviour_.now().hang) {
-        logAction(call.action, "waits, the device manager hangs");
-    }
-    if (!behaviour_.waitToAct()) {
-        throw DeviceError(DeviceManagerStatus::failed, "the device manager stops");
-    }
-    if (g_dbus_connection_is_closed(g_dbus_method_invocation_get_connection(call.invocation))) {
-        throw DeviceError(DeviceManagerStatus::notConnected, "the caller has gone");
-    }
-    if (!call.isConnect && !isAccepted(call.invocation)) {
-        throw DeviceError(DeviceManagerStatus::notConnected, "not connected");
-    }
-    if (call.isJob) {
-        logAction(call.action, "started");
-    }
-    Outcome outcome = call.work();
-    if (call.isConnect) {
-        markAccepted(call.invocation);
-    }
-    return outcome;
+    g_dbus_method_invocation_return_value(
+        call.invocation, g_variant_new("(xst)", number, text.c_str(), outcome.bytes));
 }

@@ -1,5 +1,5 @@
-// The simulator's side of the peer connection: answers the client library, with the faults it is
-// told to show, and takes the orders that change these while it runs.
+// The simulator's side of the peer connection: answers the client library, with the faults that
+// are raised, and takes the orders that change these while it runs.
 #pragma once
 
 #include <gio/gio.h>
@@ -9,8 +9,8 @@
 #include <future>
 #include <list>
 #include <string>
+#include <vector>
 
-#include "com.morvane.devicemanager/com.morvane.devicemanager.h"
 #include "simulator/gobject_pointer.h"
 #include "simulator/simulated_device.h"
 #include "simulator/simulator_behaviour.h"
@@ -22,38 +22,44 @@ GObjectPointer<GDBusServer> bindDeviceManagerPort(guint16 port, GError** error);
 // thread of its own. Destruction ends the running jobs and waits for them.
 class DeviceManagerServer {
 public:
-    DeviceManagerServer(SimulatedDevice& device, SimulatorBehaviour behaviour,
-                        GObjectPointer<GDBusServer> server);
+    // With an empty `credentialRecord`, which is a path, any credential will do.
+    DeviceManagerServer(SimulatedDevice& device, const SimulatorBehaviour& behaviour,
+                        std::string credentialRecord, GObjectPointer<GDBusServer> server);
     DeviceManagerServer(const DeviceManagerServer&) = delete;
     DeviceManagerServer& operator=(const DeviceManagerServer&) = delete;
     ~DeviceManagerServer();
 
 private:
-    friend struct CallHandlers;
-
     struct Outcome {
         std::string message;
         std::uint64_t bytes = 0;
     };
     struct Call {
-        GDBusMethodInvocation* invocation;  // released by its answer
         std::string action;
-        std::function<Outcome()> work;  // fails by an exception
-        bool isConnect = false;
         bool isJob = false;
-        bool answersBytes = false;
+        std::function<Outcome()> work;  // fails by an exception
+        GDBusMethodInvocation* invocation = nullptr;  // released by its answer
     };
 
+    static gboolean onNewConnection(GDBusServer* server, GDBusConnection* peer, gpointer self);
+    static void onClosed(GDBusConnection* peer, gboolean vanished, GError* error, gpointer self);
+    static void onMethodCall(GDBusConnection* peer, const char* sender, const char* path,
+                             const char* interface, const char* method, GVariant* parameters,
+                             GDBusMethodInvocation* invocation, gpointer self);
+
+    Call callFor(const std::string& method, const std::vector<std::string>& words);
+    Outcome accept(const std::string& credential);
+    void order(const std::string& order, const std::string& value,
+               GDBusMethodInvocation* invocation);
     void start(const Call& call);
     void run(const Call& call);
     Outcome workOn(const Call& call);
-    void finish(const Call& call, DeviceManagerStatus status, const Outcome& outcome);
-    bool exportOn(GDBusConnection* connection, GError** error);
+    static void finish(const Call& call, DeviceManagerStatus status, const Outcome& outcome);
 
     SimulatedDevice& device_;
     LiveBehaviour behaviour_;
+    const std::string credentialRecord_;
     std::list<std::future<void>> calls_;  // main-loop thread only
-    GObjectPointer<MorvaneDevicemanager> skeleton_;
-    GObjectPointer<MorvaneDevicemanagerControl> control_;
+    std::list<GObjectPointer<GDBusConnection>> peers_;  // main-loop thread only
     GObjectPointer<GDBusServer> server_;
 };

@@ -5,48 +5,35 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <fstream>
 #include <regex>
 #include <sstream>
-#include <system_error>
 #include <utility>
+#include <vector>
 
-#include "simulator/default_contents.h"
-#include "simulator/device_layout.h"
-#include "simulator/device_name.h"
-#include "simulator/state_folder.h"
+#include "simulator/device_folder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kFullBackup = "fullbackup";
 constexpr const char* kFirmwareKind = "firmware";
 
-// Archive members of these kinds are named relative to the data folder.
-const std::vector<ArchiveKind>& backupKinds() {
-    static const std::vector<ArchiveKind> kKinds = {
-        {kFullBackup, {"settings", "recipes", "users"}},
-        {"recipes", {"recipes"}},
-        {"userdatabase", {"users"}},
+// What an archive of a kind holds: files below these folders of the state folder.
+const std::map<std::string, std::vector<std::string>>& backupKinds() {
+    static const std::map<std::string, std::vector<std::string>> kKinds = {
+        {"fullbackup", {"data/settings", "data/recipes", "data/users"}},
+        {"recipes", {"data/recipes"}},
+        {"userdatabase", {"data/users"}},
     };
     return kKinds;
 }
 
-// Members of an update are named relative to the state folder.
-const std::vector<ArchiveKind>& updateKinds() {
-    static const std::vector<ArchiveKind> kKinds = {{kFirmwareKind, {kFirmwareFolder}}};
-    return kKinds;
-}
-
-const ArchiveKind& backupKind(const std::string& word) {
-    for (const ArchiveKind& kind : backupKinds()) {
-        if (kind.word == word) {
-            return kind;
-        }
+const std::vector<std::string>& foldersOf(const std::string& kind) {
+    const auto found = backupKinds().find(kind);
+    if (found == backupKinds().end()) {
+        throw DeviceError(DeviceManagerStatus::unknownKind, "unknown backup kind");
     }
-    throw DeviceError(DeviceManagerStatus::unknownKind, "unknown backup kind");
+    return found->second;
 }
 
 // Runs `work`; what is wrong with an archive gets the status given, what is wrong here is a
@@ -68,61 +55,45 @@ std::string now() {
     return text;
 }
 
-class FolderReceiver final : public MemberReceiver {
-public:
-    explicit FolderReceiver(fs::path folder) : folder_(std::move(folder)) {}
-    void begin(const MemberRecord& member) override {
-        const fs::path path = folder_ / member.name;
-        fs::create_directories(path.parent_path());
-        file_.open(path, std::ios::binary | std::ios::trunc);
-        requireGood(path);
-    }
-    void data(const char* bytes, std::size_t count) override {
-        file_.write(bytes, static_cast<std::streamsize>(count));
-    }
-    void end() override {
-        file_.close();
-        requireGood(folder_);
-    }
-
-private:
-    void requireGood(const fs::path& path) const {
-        if (!file_) {
-            throw fs::filesystem_error("cannot write", path,
-                                       std::error_code(errno, std::generic_category()));
-        }
-    }
-
-    fs::path folder_;
-    std::ofstream file_;
-};
-
-std::vector<ArchiveMember> collect(const fs::path& base, const ArchiveKind& kind) {
-    std::vector<ArchiveMember> members;
-    for (const std::string& folder : kind.folders) {
-        if (!fs::exists(base / folder)) {
-            continue;
-        }
-        for (const auto& entry : fs::recursive_directory_iterator(base / folder)) {
-            if (entry.is_directory() && !entry.is_symlink()) {
-                continue;
-            }
-            if (!entry.is_regular_file() || entry.is_symlink()) {
-                throw ArchiveError("not a plain file in the state folder");
-            }
-            members.push_back({entry.path().lexically_relative(base).generic_string(),
-                               readStateFile(entry.path())});
-        }
-    }
-    std::sort(members.begin(), members.end(),
-              [](const auto& left, const auto& right) { return left.name < right.name; });
-    return members;
-}
-
 void requireAbsolute(const std::string& path) {
     if (!fs::path(path).is_absolute()) {
         throw DeviceError(DeviceManagerStatus::unusableFile, "not an absolute path");
     }
+}
+
+// A name that leads out of its folder is no name of ours.
+bool isBelow(const std::string& name, const std::string& folder) {
+    return name.rfind(folder + "/", 0) == 0 && fs::path(name).lexically_normal() == name;
+}
+
+void requireBackup(const Archive& content) {
+    const auto kind = backupKinds().find(content.kind);
+    const auto belongs = [&](const auto& member) {
+        return std::any_of(kind->second.begin(), kind->second.end(),
+                           [&](const auto& folder) { return isBelow(member.first, folder); });
+    };
+    if (kind == backupKinds().end() ||
+        !std::all_of(content.members.begin(), content.members.end(), belongs)) {
+        throw ArchiveError("not a backup");
+    }
+}
+
+// Puts the members below `folder`, at the pace of a job that ends when the stick has been pulled.
+void unpack(const Archive& content, const OpenFile& file, const fs::path& folder,
+            const Pace& pace) {
+    const std::size_t steps = content.members.size() + 1;
+    std::size_t done = 0;
+    const auto step = [&] {
+        if (pace) {
+            pace(++done, steps);
+        }
+        file.requireInPlace();
+    };
+    for (const auto& [name, bytes] : content.members) {
+        writeStateFile(folder / name, bytes);
+        step();
+    }
+    step();
 }
 
 std::array<unsigned long, 4> parseVersion(const std::string& text) {
@@ -139,9 +110,9 @@ std::array<unsigned long, 4> parseVersion(const std::string& text) {
     return numbers;
 }
 
-std::string summary(const ArchiveManifest& manifest) {
-    return manifest.kind + " of " + manifest.device + ", " + manifest.time + ", firmware " +
-           manifest.firmware + ", " + std::to_string(manifest.members.size()) + " files";
+std::string summary(const Archive& content) {
+    return content.kind + " of " + content.device + ", " + content.time + ", firmware " +
+           content.firmware + ", " + std::to_string(content.members.size()) + " files";
 }
 
 std::unique_lock<std::mutex> beginJob(std::mutex& job) {
@@ -152,17 +123,6 @@ std::unique_lock<std::mutex> beginJob(std::mutex& job) {
     return lock;
 }
 
-void requireInstallable(const ArchiveManifest& manifest, const std::string& installed) {
-    const std::string payload = std::string(kFirmwareFolder) + "/" + kPayloadFile;
-    if (manifest.members.size() != 1 || manifest.members.front().name != payload) {
-        throw DeviceError(DeviceManagerStatus::unusableFile, "an update holds one payload");
-    }
-    if (!isNewerVersion(manifest.firmware, installed)) {
-        throw DeviceError(DeviceManagerStatus::unusableFile,
-                          "version " + manifest.firmware + " is not newer than " + installed);
-    }
-}
-
 }  // namespace
 
 bool isNewerVersion(const std::string& left, const std::string& right) {
@@ -171,34 +131,26 @@ bool isNewerVersion(const std::string& left, const std::string& right) {
 
 void writeUpdateFile(const std::string& path, const std::string& version) {
     parseVersion(version);  // throws
-    ArchiveManifest head;
-    head.kind = kFirmwareKind;
-    head.device = "Morvane-X60";
-    head.time = now();
-    head.firmware = version;
-    const std::string name = std::string(kFirmwareFolder) + "/" + kPayloadFile;
-    const auto seed = g_str_hash(version.c_str());
     withStatus(DeviceManagerStatus::failed, [&] {
-        return writeArchive(path, head, {{name, firmwarePayload(seed)}});
+        return writeArchive(path, {kFirmwareKind,
+                                   "Morvane-X60",
+                                   now(),
+                                   version,
+                                   {{kPayloadFile, firmwarePayload(version)}}});
     });
 }
 
 SimulatedDevice::SimulatedDevice(fs::path state) : state_(std::move(state)) {
-    withStatus(DeviceManagerStatus::failed, [&] {
-        fs::create_directories(state_);
-        clearStaging(state_);
-        createDefaultContents(state_);
-    });
+    withStatus(DeviceManagerStatus::failed, [&] { prepareStateFolder(state_); });
 }
 
 std::uint64_t SimulatedDevice::backup(const std::string& path, const std::string& kind,
                                       const Pace& pace) {
     requireAbsolute(path);
-    const ArchiveKind& chosen = backupKind(kind);
+    foldersOf(kind);  // throws
     const auto lock = beginJob(job_);
-    return withStatus(DeviceManagerStatus::failed, [&] {
-        return writeArchive(path, describe(kind), collect(state_ / kDataFolder, chosen), pace);
-    });
+    return withStatus(DeviceManagerStatus::failed,
+                      [&] { return writeArchive(path, collect(kind), pace); });
 }
 
 // What a kind covers is one folder, so that one exchange replaces it.
@@ -206,66 +158,62 @@ std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) 
     requireAbsolute(path);
     const auto lock = beginJob(job_);
     return withStatus(DeviceManagerStatus::unusableFile, [&] {
+        const OpenFile file(path, "rbe");
+        const Archive content = readArchive(file);
+        requireBackup(content);
+        const auto& folders = foldersOf(content.kind);
         const StagingFolder staging(state_);
-        FolderReceiver receiver(staging.path() / kDataFolder);
-        const ArchiveManifest manifest = readArchive(path, backupKinds(), &receiver, pace);
-        const auto& folders = backupKind(manifest.kind).folders;
-        const fs::path covered =
-            folders.size() == 1 ? fs::path(kDataFolder) / folders.front() : fs::path(kDataFolder);
+        unpack(content, file, staging.path(), pace);
         for (const std::string& folder : folders) {
-            fs::create_directories(staging.path() / kDataFolder / folder);
+            fs::create_directories(staging.path() / folder);
         }
+        const fs::path covered = folders.size() == 1 ? folders.front() : kDataFolder;
         fs::create_directories(state_ / covered);
         exchangeFolders(staging.path() / covered, state_ / covered);
-        return manifest.kind;
+        return content.kind;
     });
 }
 
 std::string SimulatedDevice::update(const std::string& path, const Pace& pace) {
     requireAbsolute(path);
     const auto lock = beginJob(job_);
-    checkFirmwareFile(path);  // turned away at once, not after the time of a job
     return withStatus(DeviceManagerStatus::unusableFile, [&] {
+        const OpenFile file(path, "rbe");
+        const Archive content = readArchive(file);
+        requireInstallable(content);
         const StagingFolder staging(state_);
-        FolderReceiver receiver(staging.path());
-        const ArchiveManifest manifest = readArchive(path, updateKinds(), &receiver, pace);
-        requireInstallable(manifest, firmwareVersion());
-        const fs::path firmware = staging.path() / kFirmwareFolder;
-        writeStateFile(firmware / kVersionFile, manifest.firmware + "\n");
-        exchangeFolders(firmware, state_ / kFirmwareFolder);
-        return manifest.firmware;
+        writeStateFile(staging.path() / kVersionFile, content.firmware + "\n");
+        unpack(content, file, staging.path(), pace);
+        exchangeFolders(staging.path() / kFirmwareFolder, state_ / kFirmwareFolder);
+        return content.firmware;
     });
 }
 
 std::uint64_t SimulatedDevice::backupSize(const std::string& kind) const {
-    const ArchiveKind& chosen = backupKind(kind);
-    return withStatus(DeviceManagerStatus::failed, [&] {
-        return archiveSizeLimit(describe(kind), collect(state_ / kDataFolder, chosen));
-    });
+    return withStatus(DeviceManagerStatus::failed, [&] { return archiveSizeLimit(collect(kind)); });
 }
 
 std::string SimulatedDevice::checkBackupFile(const std::string& path) const {
     requireAbsolute(path);
-    return withStatus(DeviceManagerStatus::unusableFile,
-                      [&] { return summary(readArchive(path, backupKinds())); });
+    return withStatus(DeviceManagerStatus::unusableFile, [&] {
+        const Archive content = readArchive(OpenFile(path, "rbe"));
+        requireBackup(content);
+        return summary(content);
+    });
 }
 
 std::string SimulatedDevice::checkFirmwareFile(const std::string& path) const {
     requireAbsolute(path);
     return withStatus(DeviceManagerStatus::unusableFile, [&] {
-        const ArchiveManifest manifest = readArchive(path, updateKinds());
-        requireInstallable(manifest, firmwareVersion());
-        return summary(manifest);
+        const Archive content = readArchive(OpenFile(path, "rbe"));
+        requireInstallable(content);
+        return summary(content);
     });
 }
 
 std::string SimulatedDevice::firmwareVersion() const {
-    return withStatus(DeviceManagerStatus::failed, [&] {
-        std::istringstream text(readStateFile(state_ / kFirmwareFolder / kVersionFile));
-        std::string version;
-        std::getline(text, version);
-        return version;
-    });
+    const std::string text = readStateFile(state_ / kVersionFile);
+    return text.substr(0, text.find('\n'));
 }
 
 std::string SimulatedDevice::name() const {
@@ -276,11 +224,34 @@ std::string SimulatedDevice::name() const {
     }
 }
 
-ArchiveManifest SimulatedDevice::describe(const std::string& kind) const {
-    ArchiveManifest head;
-    head.kind = kind;
-    head.device = name();
-    head.time = now();
-    head.firmware = firmwareVersion();
-    return head;
+// What a backup of this kind holds now.
+Archive SimulatedDevice::collect(const std::string& kind) const {
+    Archive content = {kind, name(), now(), firmwareVersion(), {}};
+    for (const std::string& folder : foldersOf(kind)) {
+        if (!fs::exists(state_ / folder)) {
+            continue;
+        }
+        for (const auto& entry : fs::recursive_directory_iterator(state_ / folder)) {
+            if (entry.is_symlink() || (!entry.is_directory() && !entry.is_regular_file())) {
+                throw ArchiveError("not a plain file in the state folder");
+            }
+            if (entry.is_regular_file()) {
+                content.members[entry.path().lexically_relative(state_)] =
+                    readStateFile(entry.path());
+            }
+        }
+    }
+    return content;
+}
+
+void SimulatedDevice::requireInstallable(const Archive& content) const {
+    if (content.kind != kFirmwareKind || content.members.size() != 1 ||
+        content.members.count(kPayloadFile) == 0) {
+        throw ArchiveError("not an update");
+    }
+    const std::string installed = firmwareVersion();
+    if (!isNewerVersion(content.firmware, installed)) {
+        throw DeviceError(DeviceManagerStatus::unusableFile,
+                          "version " + content.firmware + " is not newer than " + installed);
+    }
 }

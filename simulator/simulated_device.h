@@ -23,8 +23,6 @@ void writeUpdateFile(const std::string& path, const std::string& version);
 // checks are answered meanwhile.
 class SimulatedDevice {
 public:
-    // Creates default contents for what the state folder lacks, and clears what an interrupted job
-    // left.
     explicit SimulatedDevice(std::filesystem::path state);
 
     // Writes the backup file and returns its size in bytes.
@@ -50,7 +48,8 @@ public:
     std::string firmwareVersion() const;
 
 private:
-    ArchiveManifest describe(const std::string& kind) const;
+    Archive collect(const std::string& kind) const;
+    void requireInstallable(const Archive& content) const;
 
     std::filesystem::path state_;
     std::mutex job_;  // held by the running job

@@ -1,10 +1,9 @@
-// How the simulated device manager behaves.
+// Orders to the simulated device manager, and the waiting that they end.
 #include "simulator/simulator_behaviour.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <map>
 #include <sstream>
 #include <system_error>
 
@@ -24,73 +23,41 @@ std::optional<Number> parse(const std::string& text) {
     return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-std::optional<std::chrono::milliseconds> parseTime(const std::string& text) {
+bool setTime(std::chrono::milliseconds& time, const std::string& text) {
     const auto seconds = parse<double>(text);
-    return seconds ? timeFromSeconds(*seconds) : std::nullopt;
-}
-
-// Sets what an order is about; false when its value does not fit.
-template <typename Target, typename Value>
-bool assign(Target& target, const std::optional<Value>& value) {
-    if (value) {
-        target = *value;
-    }
-    return value.has_value();
-}
-
-using Order = bool (*)(SimulatorBehaviour& behaviour, const std::string& value);
-
-// An order that takes no value.
-template <void (*Change)(SimulatorBehaviour&)>
-bool plain(SimulatorBehaviour& behaviour, const std::string& value) {
-    if (!value.empty()) {
+    if (!seconds || !(*seconds >= 0 && *seconds <= kMaxSeconds)) {
         return false;
     }
-    Change(behaviour);
+    time = std::chrono::milliseconds(static_cast<int>(*seconds * 1000));
     return true;
 }
 
-void accept(SimulatorBehaviour& behaviour) {
-    behaviour.refuse = behaviour.hang = behaviour.dieInJob = false;
-    behaviour.delay = {};
+bool accept(SimulatorBehaviour& behaviour, const std::string& /*value*/) {
+    behaviour.faults = {};
+    return true;
 }
-void refuse(SimulatorBehaviour& behaviour) {
-    behaviour.refuse = true;
-}
-void hang(SimulatorBehaviour& behaviour) {
-    behaviour.hang = true;
-}
-void dieInJob(SimulatorBehaviour& behaviour) {
-    behaviour.dieInJob = true;
-}
-void realSize(SimulatorBehaviour& behaviour) {
-    behaviour.reportedSize.reset();
-}
-void status(SimulatorBehaviour& /*behaviour*/) {}
 
 bool delay(SimulatorBehaviour& behaviour, const std::string& value) {
-    return assign(behaviour.delay, parseTime(value));
-}
-bool jobSeconds(SimulatorBehaviour& behaviour, const std::string& value) {
-    return assign(behaviour.jobTime, parseTime(value));
-}
-bool reportSize(SimulatorBehaviour& behaviour, const std::string& value) {
-    return assign(behaviour.reportedSize, parse<std::uint64_t>(value));
+    return setTime(behaviour.faults.delay, value);
 }
 
-const std::map<std::string, Order>& orders() {
-    static const std::map<std::string, Order> kOrders = {
-        {"accept", plain<accept>},
-        {"refuse", plain<refuse>},
-        {"hang", plain<hang>},
-        {"die-in-job", plain<dieInJob>},
-        {"real-size", plain<realSize>},
-        {kStatusOrder, plain<status>},
-        {"delay", delay},
-        {"job-seconds", jobSeconds},
-        {"report-size", reportSize},
-    };
-    return kOrders;
+bool setJobTime(SimulatorBehaviour& behaviour, const std::string& value) {
+    return setTime(behaviour.jobTime, value);
+}
+
+bool reportSize(SimulatorBehaviour& behaviour, const std::string& value) {
+    const auto bytes = parse<std::uint64_t>(value);
+    behaviour.reportedSize = bytes ? bytes : behaviour.reportedSize;
+    return bytes.has_value();
+}
+
+bool reportRealSize(SimulatorBehaviour& behaviour, const std::string& /*value*/) {
+    behaviour.reportedSize.reset();
+    return true;
+}
+
+bool changeNothing(SimulatorBehaviour& /*behaviour*/, const std::string& /*value*/) {
+    return true;
 }
 
 double secondsOf(std::chrono::milliseconds time) {
@@ -99,34 +66,56 @@ double secondsOf(std::chrono::milliseconds time) {
 
 }  // namespace
 
-std::optional<std::chrono::milliseconds> timeFromSeconds(double seconds) {
-    if (!(seconds >= 0 && seconds <= kMaxSeconds)) {
-        return std::nullopt;
-    }
-    return std::chrono::milliseconds(static_cast<int>(seconds * 1000));
+const std::vector<SimulatorOrder>& simulatorOrders() {
+    using Faults = SimulatorFaults;
+    static const std::vector<SimulatorOrder> kOrders = {
+        {kStatusOrder, "", "how it behaves", nullptr, nullptr, changeNothing},
+        {"refuse", "", "turn every connection down", &Faults::refuse, "refuses connections"},
+        {"delay", "SECONDS", "act on each call only after SECONDS", nullptr, nullptr, delay},
+        {"hang", "", "act on no call and go on with no job", &Faults::hang, "hangs"},
+        {"die-in-job", "", "end half-way through a job", &Faults::dieInJob, "dies in a job"},
+        {"accept", "", "none of these: what hangs goes on", nullptr, nullptr, accept},
+        {"report-size", "BYTES", "report BYTES as the size of every backup", nullptr, nullptr,
+         reportSize},
+        {"real-size", "", "report the real size", nullptr, nullptr, reportRealSize},
+        {"job-seconds", "SECONDS", "let a job take SECONDS, with fractions", nullptr, nullptr,
+         setJobTime},
+    };
+    return kOrders;
 }
 
 bool carryOut(const std::string& order, const std::string& value, SimulatorBehaviour& behaviour) {
-    const auto found = orders().find(order);
-    return found != orders().end() && found->second(behaviour, value);
+    for (const SimulatorOrder& each : simulatorOrders()) {
+        if (order != each.name || (!each.takesValue() && !value.empty())) {
+            continue;
+        }
+        if (each.carryOut != nullptr) {
+            return each.carryOut(behaviour, value);
+        }
+        behaviour.faults.*each.fault = true;
+        return true;
+    }
+    return false;
 }
 
 std::string describe(const SimulatorBehaviour& behaviour) {
     std::ostringstream text;
-    text << (behaviour.refuse ? "refuses connections, " : "accepts connections, ");
-    if (behaviour.hang) {
-        text << "hangs";
-    } else if (behaviour.delay.count() > 0) {
-        text << "acts after " << secondsOf(behaviour.delay) << " s";
-    } else {
-        text << "acts at once";
+    for (const SimulatorOrder& each : simulatorOrders()) {
+        if (each.fault != nullptr && behaviour.faults.*each.fault) {
+            text << each.said << ", ";
+        }
     }
-    text << (behaviour.dieInJob ? ", dies in a job" : "") << ", jobs take "
-         << secondsOf(behaviour.jobTime) << " s, ";
+    if (behaviour.faults.delay.count() > 0) {
+        text << "acts after " << secondsOf(behaviour.faults.delay) << " s, ";
+    }
+    if (text.str().empty()) {
+        text << "accepts connections, acts at once, ";
+    }
+    text << "jobs take " << secondsOf(behaviour.jobTime) << " s, reports ";
     if (behaviour.reportedSize) {
-        text << "reports " << *behaviour.reportedSize << " bytes as backup size";
+        text << *behaviour.reportedSize << " bytes as backup size";
     } else {
-        text << "reports the real backup size";
+        text << "the real backup size";
     }
     return text.str();
 }
@@ -151,7 +140,7 @@ void LiveBehaviour::stop() {
 
 bool LiveBehaviour::waitToAct() {
     return waitUntil([begin = Clock::now()](const SimulatorBehaviour& behaviour) {
-        return begin + behaviour.delay;
+        return begin + behaviour.faults.delay;
     });
 }
 
@@ -169,21 +158,21 @@ Pace LiveBehaviour::pace() {
             throw DeviceError(DeviceManagerStatus::failed, "the device manager stops");
         }
         begin += std::max(Clock::now() - due, Clock::duration::zero());
-        if (now().dieInJob && share >= 0.5) {
+        if (now().faults.dieInJob && share >= 0.5) {
             logAction("device manager", "dies in a job");
             std::_Exit(kDiedInJobStatus);
         }
     };
 }
 
-// Until the time that is due, asked for anew at each change, has come and the device manager does
+// Until the time that is due, asked for again at each change, has come and the device manager does
 // not hang.
 bool LiveBehaviour::waitUntil(
     const std::function<Clock::time_point(const SimulatorBehaviour&)>& due) {
     std::unique_lock<std::mutex> lock(mutex_);
     while (!stopping_) {
         const Clock::time_point time = due(values_);
-        if (values_.hang) {
+        if (values_.faults.hang) {
             changed_.wait(lock);
         } else if (Clock::now() < time) {
             changed_.wait_until(lock, time);

@@ -1,4 +1,4 @@
-// How the simulated device manager behaves: told when it starts, and by orders while it runs.
+// How the simulated device manager behaves: set when it starts, and by orders while it runs.
 #pragma once
 
 #include <chrono>
@@ -8,32 +8,46 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "simulator/backup_archive.h"
 
-struct SimulatorBehaviour {
-    std::string credentialRecord;  // path; empty: any credential will do
-    std::chrono::milliseconds jobTime{};  // what a backup, restore or update takes at least
-    std::chrono::milliseconds delay{};  // before each call is acted upon
+// What the order "accept" ends.
+struct SimulatorFaults {
     bool refuse = false;  // turn every connection down
     bool hang = false;  // act on no call, go on with no job
     bool dieInJob = false;  // end the process half-way through a job
+    std::chrono::milliseconds delay{};  // before each call is acted upon
+};
+
+struct SimulatorBehaviour {
+    SimulatorFaults faults;
+    std::chrono::milliseconds jobTime{500};  // what a backup, restore or update takes at least
     std::optional<std::uint64_t> reportedSize;
 };
 
-// The status of a process that died in a job because it was told to.
+// The status of a process that died in a job because of the fault.
 constexpr int kDiedInJobStatus = 3;
+
+// An order to a device manager. Command line, help and completion come from the list of them.
+struct SimulatorOrder {
+    const char* name;
+    const char* value;  // what it takes, in capital letters, or ""
+    const char* help;
+    bool SimulatorFaults::*fault = nullptr;  // what it raises
+    const char* said = nullptr;  // of a device manager that shows the fault
+    // What any other order does; false, and no change, for a value that does not fit.
+    bool (*carryOut)(SimulatorBehaviour& behaviour, const std::string& value) = nullptr;
+
+    bool takesValue() const { return *value != '\0'; }
+};
+const std::vector<SimulatorOrder>& simulatorOrders();
 
 // The order that changes nothing.
 constexpr const char* kStatusOrder = "status";
 
-// Nothing for what is not a time from 0 seconds to a day.
-std::optional<std::chrono::milliseconds> timeFromSeconds(double seconds);
-
-// Carries out one order: "accept", "refuse", "hang", "die-in-job", "real-size" and "status" take an
-// empty value, "delay" and "job-seconds" seconds, "report-size" bytes. "accept" lifts every fault,
-// the delay included; "status" changes nothing. Returns false, and changes nothing, for any other
-// order and for a value that does not fit.
+// Carries out one order; an order without a value takes "". Returns false, and changes nothing,
+// for what is no order and for a value that does not fit.
 bool carryOut(const std::string& order, const std::string& value, SimulatorBehaviour& behaviour);
 
 // The behaviour in words, one line of printable characters.
@@ -43,7 +57,7 @@ std::string describe(const SimulatorBehaviour& behaviour);
 // lets it.
 class LiveBehaviour {
 public:
-    explicit LiveBehaviour(SimulatorBehaviour initial) : values_(std::move(initial)) {}
+    explicit LiveBehaviour(const SimulatorBehaviour& initial) : values_(initial) {}
 
     SimulatorBehaviour now() const;
 

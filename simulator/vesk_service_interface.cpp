@@ -1,12 +1,11 @@
-// The stand-in for the closed settings library: reads the settings of the simulated device.
+// The stub of the closed settings library: reads the settings of the simulated device.
 #include "transfer/platform/vesk_service_interface.h"
 
 #include <glib.h>
 
 #include <mutex>
 
-#include "simulator/device_layout.h"
-#include "simulator/key_file.h"
+#include "simulator/device_folder.h"
 
 namespace {
 
@@ -17,7 +16,7 @@ constexpr int kFailure = -1;
 // transaction.
 struct Transaction {
     std::mutex mutex;
-    KeyFile settings;
+    GKeyFile* settings = nullptr;
 };
 
 // Lives as long as the process, so that a thread may still read while static objects are destroyed.
@@ -36,14 +35,14 @@ VeskServiceInterface* VeskServiceInterface::getSingleton() {
 // A transaction that was left open is replaced, so that one failed getValue does not end all
 // reading.
 int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
-    g_autofree char* path =
-        g_build_filename(kDefaultStateFolder, kDataFolder, kSettingsFile, nullptr);
-    KeyFile settings(g_key_file_new());
-    if (g_key_file_load_from_file(settings.get(), path, G_KEY_FILE_NONE, nullptr) == FALSE) {
+    g_autofree char* path = g_build_filename(kDefaultStateFolder, kSettingsFile, nullptr);
+    g_autoptr(GKeyFile) settings = g_key_file_new();
+    if (g_key_file_load_from_file(settings, path, G_KEY_FILE_NONE, nullptr) == FALSE) {
         return kFailure;
     }
     const std::lock_guard<std::mutex> lock(transaction().mutex);
-    transaction().settings = std::move(settings);
+    g_clear_pointer(&transaction().settings, g_key_file_unref);
+    transaction().settings = g_steal_pointer(&settings);
     return kSuccess;
 }
 
@@ -54,7 +53,7 @@ int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
         return kFailure;
     }
     g_autofree char* text =
-        g_key_file_get_string(transaction().settings.get(), key.substr(0, separator).c_str(),
+        g_key_file_get_string(transaction().settings, key.substr(0, separator).c_str(),
                               key.substr(separator + 1).c_str(), nullptr);
     if (text == nullptr) {
         return kFailure;
@@ -65,5 +64,5 @@ int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
 
 void VeskServiceInterface::stopTransaction() {
     const std::lock_guard<std::mutex> lock(transaction().mutex);
-    transaction().settings.reset();
+    g_clear_pointer(&transaction().settings, g_key_file_unref);
 }

@@ -130,7 +130,7 @@ TEST_F(DeviceManagerClient, theSimulatorItselfAnswersAfterConnectOnly) {
     g_autoptr(GError) error = nullptr;
     g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
         peer.get(), nullptr, kDeviceManagerObject, "com.morvane.devicemanager", "Backup",
-        g_variant_new("(^ay^ay)", file_.c_str(), "recipes"), G_VARIANT_TYPE("(xs)"),
+        g_variant_new("(^ay^ay)", file_.c_str(), "recipes"), G_VARIANT_TYPE("(xst)"),
         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
     ASSERT_NE(reply, nullptr) << error->message;
     gint64 status = 0;

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device_manager_status.h"
+#include "simulator/device_error.h"
 #include "simulator/gobject_pointer.h"
 #include "tests/support/files/files.h"
 #include "tests/support/files/paths.h"

@@ -42,7 +42,7 @@ TEST_F(DeviceManagerClient, getsTheReportedSize) {
 }
 
 TEST_F(DeviceManagerClient, waitsAsLongAsTheDeviceDelays) {
-    start({"--delay-ms", "200"});
+    start({"--delay", "0.2"});
     const BackupRestore controller = connected();
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnusable);

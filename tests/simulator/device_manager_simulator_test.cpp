@@ -51,7 +51,7 @@ TEST(DeviceManagerSimulator, explainsWhatItCannotDo) {
         {{"--port", "70000"}, 2},
         {{"--job-seconds", "-1"}, 2},
         {{"--job-seconds", "nan"}, 2},
-        {{"--delay-ms", "-1"}, 2},
+        {{"--delay", "-1"}, 2},
         {{"--make-update", "1.0"}, 2},
         {{"--order", "nonsense"}, 2},
         {{"--order", "delay"}, 2},

@@ -9,9 +9,7 @@
 #include <thread>
 #include <tuple>
 
-#include "simulator/device_layout.h"
-#include "simulator/device_name.h"
-#include "tests/simulator/crafted_archive.h"
+#include "simulator/device_folder.h"
 #include "tests/support/files/files.h"
 
 namespace {
@@ -78,29 +76,30 @@ constexpr auto kUnusable = DeviceManagerStatus::unusableFile;
 TEST_F(SimulatedDeviceTest, startsWithContentsOfEveryKind) {
     EXPECT_EQ(device_.name(), "Morvane-X60");
     EXPECT_EQ(device_.firmwareVersion(), "1.4.0");
-    EXPECT_TRUE(fs::is_regular_file(state_ + "/data/" + kSettingsFile));
+    EXPECT_TRUE(fs::is_regular_file(state_ + "/" + kSettingsFile));
     EXPECT_FALSE(fs::is_empty(state_ + "/data/recipes"));
     EXPECT_FALSE(fs::is_empty(state_ + "/data/users"));
 }
 
-TEST_F(SimulatedDeviceTest, getsAnotherName) {
+TEST_F(SimulatedDeviceTest, takesAnotherName) {
     for (const std::string name : {"Kitchen", " \\s\n;#\t ", "", "\xC3\xBC"}) {
         setDeviceName(state_, name);
         EXPECT_EQ(deviceName(state_), name);
         EXPECT_EQ(device_.name(), name);
     }
-    EXPECT_THAT(valueOf(kSettingsFile), HasSubstr("serial=X60-000042\n\n[DISPLAY]\nbrightness=80"));
+    EXPECT_THAT(valueOf("settings/settings.ini"),
+                HasSubstr("serial=X60-000042\n\n[DISPLAY]\nbrightness=80"));
 }
 
-TEST_F(SimulatedDeviceTest, keepsItsNameWhenTheNewOneIsNoText) {
+TEST_F(SimulatedDeviceTest, refusesNameThatIsNotUtf8) {
     EXPECT_THROW(setDeviceName(state_, "a\xFF"), DeviceError);
     EXPECT_EQ(deviceName(state_), "Morvane-X60");
-    change(kSettingsFile, "[OTHER]\n");
+    change("settings/settings.ini", "[OTHER]\n");
     EXPECT_THROW(deviceName(state_), DeviceError);
     EXPECT_EQ(device_.name(), "unnamed");
 }
 
-TEST_F(SimulatedDeviceTest, keepsItsContentsOverANewStart) {
+TEST_F(SimulatedDeviceTest, keepsContentsOverRestart) {
     change("recipes/new", "mine");
     fs::remove_all(state_ + "/data/users");
     const Contents before = contents();
@@ -115,10 +114,10 @@ TEST_F(SimulatedDeviceTest, clearsWhatAnInterruptedJobLeft) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, restoreOfAFullBackupBringsEverythingBack) {
+TEST_F(SimulatedDeviceTest, restoresEverythingFromFullBackup) {
     const Contents before = contents();
     device_.backup(file_, "fullbackup");
-    change(kSettingsFile, "[DEVICE_INFO]\ntransfername=changed\n");
+    change("settings/settings.ini", "[DEVICE_INFO]\ntransfername=changed\n");
     change("recipes/new", "later");
     fs::remove_all(state_ + "/data/users");
 
@@ -127,7 +126,7 @@ TEST_F(SimulatedDeviceTest, restoreOfAFullBackupBringsEverythingBack) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, restoreOfOneKindLeavesTheOthersAlone) {
+TEST_F(SimulatedDeviceTest, restoresOneKindOnly) {
     for (const auto& [kind, inside, outside] :
          {std::tuple{"recipes", "recipes/x", "users/x"},
           std::tuple{"userdatabase", "users/x", "recipes/x"}}) {
@@ -135,18 +134,18 @@ TEST_F(SimulatedDeviceTest, restoreOfOneKindLeavesTheOthersAlone) {
         device_.backup(file_, kind);
         change(inside, "new");
         change(outside, "new");
-        change(kSettingsFile, "new");
+        change("settings/settings.ini", "new");
         change(std::string(inside) + "-later", "new");
 
         EXPECT_EQ(device_.restore(file_), kind);
         EXPECT_EQ(valueOf(inside), "old");
         EXPECT_EQ(valueOf(outside), "new");
-        EXPECT_EQ(valueOf(kSettingsFile), "new");
+        EXPECT_EQ(valueOf("settings/settings.ini"), "new");
         EXPECT_FALSE(test_support::exists(state_ + "/data/" + inside + "-later"));
     }
 }
 
-TEST_F(SimulatedDeviceTest, restoreOfAKindWithoutFilesEmptiesIt) {
+TEST_F(SimulatedDeviceTest, emptiesKindThatHeldNothing) {
     fs::remove_all(state_ + "/data/users");
     device_.backup(file_, "userdatabase");
     change("users/new", "later");
@@ -154,7 +153,7 @@ TEST_F(SimulatedDeviceTest, restoreOfAKindWithoutFilesEmptiesIt) {
     EXPECT_TRUE(fs::is_empty(state_ + "/data/users"));
 }
 
-TEST_F(SimulatedDeviceTest, nestedFoldersSurviveARoundTrip) {
+TEST_F(SimulatedDeviceTest, restoresNestedFolders) {
     change("recipes/asia/soups/pho", "hot");
     const Contents before = contents();
     device_.backup(file_, "recipes");
@@ -163,7 +162,7 @@ TEST_F(SimulatedDeviceTest, nestedFoldersSurviveARoundTrip) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, unknownKindsAreRefused) {
+TEST_F(SimulatedDeviceTest, refusesUnknownKind) {
     for (const char* kind : {"", "Recipes", "firmware", "fullbackup ", "\xFF"}) {
         EXPECT_EQ(statusOf([&] { device_.backup(file_, kind); }), DeviceManagerStatus::unknownKind);
         EXPECT_EQ(statusOf([&] { device_.backupSize(kind); }), DeviceManagerStatus::unknownKind);
@@ -171,7 +170,7 @@ TEST_F(SimulatedDeviceTest, unknownKindsAreRefused) {
     }
 }
 
-TEST_F(SimulatedDeviceTest, sizeIsEnoughForTheBackupAndNotMuchMore) {
+TEST_F(SimulatedDeviceTest, answersSizeThatSuffices) {
     for (const char* kind : {"fullbackup", "recipes", "userdatabase"}) {
         const std::uint64_t size = device_.backupSize(kind);
         const std::uint64_t taken = device_.backup(file_, kind);
@@ -181,7 +180,7 @@ TEST_F(SimulatedDeviceTest, sizeIsEnoughForTheBackupAndNotMuchMore) {
     }
 }
 
-TEST_F(SimulatedDeviceTest, onlyAbsolutePathsAreTaken) {
+TEST_F(SimulatedDeviceTest, refusesRelativePath) {
     EXPECT_EQ(statusOf([&] { device_.backup("a.psb", "recipes"); }), kUnusable);
     EXPECT_EQ(restoreStatus("a.psb"), kUnusable);
     EXPECT_EQ(checkStatus(""), kUnusable);
@@ -189,31 +188,18 @@ TEST_F(SimulatedDeviceTest, onlyAbsolutePathsAreTaken) {
     EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(""); }), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, failedRestoreChangesNothing) {
-    const CraftedMember good = {"recipes/soup", "hot"};
-    const CraftedMember settings = {kSettingsFile, "[DEVICE_INFO]\ntransfername=evil\n"};
-    const CraftedMember bad = {"users/users.ini", "right"};
-    CraftedMember altered = bad;
-    altered.bytes = "wrong";
-    writeCrafted(file_, {{"manifest", craftedManifest("fullbackup", {good, settings, bad})},
-                         good,
-                         settings,
-                         altered});
+TEST_F(SimulatedDeviceTest, refusesForeignMembers) {
     const Contents before = contents();
-    EXPECT_EQ(checkStatus(file_), kUnusable);
-    EXPECT_EQ(restoreStatus(file_), kUnusable);
+    for (const char* name : {"data/users/users.ini", "data/recipes", "data/recipes/../users/x",
+                             "data/recipes/..", "/data/recipes/x", "../x", "recipes/x", ""}) {
+        writeArchive(file_, {"recipes", "", "", "", {{name, "intruder"}}});
+        EXPECT_EQ(checkStatus(file_), kUnusable) << name;
+        EXPECT_EQ(restoreStatus(file_), kUnusable) << name;
+    }
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, membersOutsideTheKindAreRefused) {
-    const Contents before = contents();
-    writeWithManifest(file_, "recipes", {{"users/users.ini", "[intruder]\nlevel=9\n"}});
-    EXPECT_EQ(checkStatus(file_), kUnusable);
-    EXPECT_EQ(restoreStatus(file_), kUnusable);
-    EXPECT_EQ(contents(), before);
-}
-
-TEST_F(SimulatedDeviceTest, restoreGivenUpHalfWayChangesNothing) {
+TEST_F(SimulatedDeviceTest, changesNothingInRestoreGivenUp) {
     struct GivenUp {};
     device_.backup(file_, "fullbackup");
     change("recipes/new", "later");
@@ -227,19 +213,19 @@ TEST_F(SimulatedDeviceTest, restoreGivenUpHalfWayChangesNothing) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, backupNeedsAFolderToWriteTo) {
+TEST_F(SimulatedDeviceTest, failsWithoutFolderForBackup) {
     const std::string path = folder_.path("missing/a.psb");
     EXPECT_EQ(statusOf([&] { device_.backup(path, "recipes"); }), DeviceManagerStatus::failed);
 }
 
-TEST_F(SimulatedDeviceTest, backupTakesPlainFilesOnly) {
+TEST_F(SimulatedDeviceTest, backsUpPlainFilesOnly) {
     fs::create_symlink("/etc/passwd", state_ + "/data/recipes/link");
     EXPECT_EQ(statusOf([&] { device_.backup(file_, "recipes"); }), DeviceManagerStatus::failed);
     EXPECT_FALSE(test_support::exists(file_));
     EXPECT_EQ(statusOf([&] { device_.backup(file_, "userdatabase"); }), kDone);
 }
 
-TEST_F(SimulatedDeviceTest, answersChecksDuringAJob) {
+TEST_F(SimulatedDeviceTest, answersChecksDuringJob) {
     const std::string other = folder_.path("other.psb");
     device_.backup(other, "recipes");
     bool asked = false;
@@ -251,7 +237,7 @@ TEST_F(SimulatedDeviceTest, answersChecksDuringAJob) {
     EXPECT_TRUE(asked);
 }
 
-TEST_F(SimulatedDeviceTest, turnsASecondJobAwayAsBusy) {
+TEST_F(SimulatedDeviceTest, refusesSecondJobAsBusy) {
     writeUpdateFile(updateFile_, "2.0");
     device_.backup(folder_.path("other.psb"), "recipes");
     int asked = 0;
@@ -268,7 +254,7 @@ TEST_F(SimulatedDeviceTest, turnsASecondJobAwayAsBusy) {
     EXPECT_EQ(updateStatus(updateFile_), kDone);
 }
 
-TEST_F(SimulatedDeviceTest, installsANewerUpdateOnce) {
+TEST_F(SimulatedDeviceTest, installsNewerUpdateOnce) {
     writeUpdateFile(updateFile_, "1.10");
     const std::string payload = readFile(state_ + "/firmware/payload");
     EXPECT_THAT(device_.checkFirmwareFile(updateFile_), HasSubstr("1.10"));
@@ -283,34 +269,29 @@ TEST_F(SimulatedDeviceTest, installsANewerUpdateOnce) {
     EXPECT_EQ(updateStatus(updateFile_), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, refusesUnusableUpdates) {
-    const Contents before = contents();
-    const CraftedMember payload = {"firmware/payload", "code"};
-    CraftedMember altered = payload;
-    altered.bytes = "mode";
-    const auto craft = [&](const std::string& version, const std::vector<CraftedMember>& stated,
-                           const std::vector<CraftedMember>& held) {
-        std::vector<CraftedMember> all = {
-            {"manifest", craftedManifest("firmware", stated, version)}};
-        all.insert(all.end(), held.begin(), held.end());
-        writeCrafted(updateFile_, all);
-        EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(updateFile_); }), kUnusable);
-        EXPECT_EQ(updateStatus(updateFile_), kUnusable);
-        EXPECT_EQ(contents(), before);
+TEST_F(SimulatedDeviceTest, refusesUnusableUpdate) {
+    using Members = std::map<std::string, std::string>;
+    const Members payload = {{kPayloadFile, "code"}};
+    const std::vector<std::pair<std::string, Members>> updates = {
+        {"1.4.0", payload},
+        {"1.4", payload},
+        {"1.3.9", payload},
+        {"newest", payload},
+        {"", payload},
+        {"2.0", {}},
+        {"2.0", {{"firmware/other", "code"}}},
+        {"2.0", {{kPayloadFile, "code"}, {kVersionFile, "9"}}},
     };
-    craft("1.4.0", {payload}, {payload});
-    craft("1.4", {payload}, {payload});
-    craft("1.3.9", {payload}, {payload});
-    craft("newest", {payload}, {payload});
-    craft("", {payload}, {payload});
-    craft("2.0", {payload}, {altered});
-    craft("2.0", {payload}, {});
-    craft("2.0", {}, {});
-    const CraftedMember version = {"firmware/version", "9"};
-    craft("2.0", {payload, version}, {payload, version});
+    const Contents before = contents();
+    for (const auto& [version, members] : updates) {
+        writeArchive(updateFile_, {"firmware", "", "", version, members});
+        EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(updateFile_); }), kUnusable) << version;
+        EXPECT_EQ(updateStatus(updateFile_), kUnusable) << version;
+    }
+    EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, takesNeitherFileForTheOther) {
+TEST_F(SimulatedDeviceTest, tellsBackupFromUpdate) {
     device_.backup(file_, "fullbackup");
     writeUpdateFile(updateFile_, "2.0");
     EXPECT_EQ(checkStatus(updateFile_), kUnusable);
@@ -319,7 +300,7 @@ TEST_F(SimulatedDeviceTest, takesNeitherFileForTheOther) {
     EXPECT_EQ(updateStatus(file_), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, backupKeepsTheFirmwareOutOfIt) {
+TEST_F(SimulatedDeviceTest, leavesFirmwareOutOfBackup) {
     device_.backup(file_, "fullbackup");
     writeUpdateFile(updateFile_, "2.0");
     device_.update(updateFile_);
@@ -327,7 +308,7 @@ TEST_F(SimulatedDeviceTest, backupKeepsTheFirmwareOutOfIt) {
     EXPECT_EQ(device_.firmwareVersion(), "2.0");
 }
 
-TEST(FirmwareVersion, isComparedNumberByNumber) {
+TEST(FirmwareVersion, comparesNumberByNumber) {
     for (const auto& [newer, older] :
          {std::pair{"1.10", "1.9"}, std::pair{"2", "1.99.99.99"}, std::pair{"1.0.0.1", "1"},
           std::pair{"10.0", "9.0"}, std::pair{"0.0.1", "0"}}) {
@@ -339,7 +320,7 @@ TEST(FirmwareVersion, isComparedNumberByNumber) {
     EXPECT_FALSE(isNewerVersion("01.2", "1.2"));
 }
 
-TEST(FirmwareVersion, mustBeOne) {
+TEST(FirmwareVersion, refusesWhatIsNoVersion) {
     for (const char* text : {"", ".", "1.", ".1", "1..2", "1.2.3.4.5", "-1", "1.2a", " 1", "v1",
                              "1\n", "1234567890"}) {
         EXPECT_THROW(isNewerVersion(text, "1"), DeviceError) << text;

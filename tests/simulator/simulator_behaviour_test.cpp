@@ -23,20 +23,20 @@ SimulatorBehaviour after(const std::vector<std::pair<std::string, std::string>>&
     return behaviour;
 }
 
-TEST(SimulatorOrders, changeTheBehaviour) {
+TEST(SimulatorOrder, changesBehaviour) {
     const auto changed = after({{"refuse", ""},
                                 {"hang", ""},
                                 {"die-in-job", ""},
                                 {"delay", "1.5"},
                                 {"job-seconds", "0.25"},
                                 {"report-size", "18446744073709551615"}});
-    EXPECT_TRUE(changed.refuse && changed.hang && changed.dieInJob);
-    EXPECT_EQ(changed.delay, milliseconds(1500));
+    EXPECT_TRUE(changed.faults.refuse && changed.faults.hang && changed.faults.dieInJob);
+    EXPECT_EQ(changed.faults.delay, milliseconds(1500));
     EXPECT_EQ(changed.jobTime, milliseconds(250));
     EXPECT_EQ(changed.reportedSize, std::numeric_limits<std::uint64_t>::max());
 }
 
-TEST(SimulatorOrders, acceptLiftsEveryFaultAndKeepsTheRest) {
+TEST(SimulatorOrder, acceptEndsEveryFault) {
     const auto changed = after({{"refuse", ""},
                                 {"hang", ""},
                                 {"die-in-job", ""},
@@ -44,14 +44,14 @@ TEST(SimulatorOrders, acceptLiftsEveryFaultAndKeepsTheRest) {
                                 {"job-seconds", "2"},
                                 {"report-size", "3"},
                                 {"accept", ""}});
-    EXPECT_FALSE(changed.refuse || changed.hang || changed.dieInJob);
-    EXPECT_EQ(changed.delay, milliseconds(0));
+    EXPECT_FALSE(changed.faults.refuse || changed.faults.hang || changed.faults.dieInJob);
+    EXPECT_EQ(changed.faults.delay, milliseconds(0));
     EXPECT_EQ(changed.jobTime, milliseconds(2000));
     EXPECT_EQ(changed.reportedSize, 3U);
     EXPECT_EQ(after({{"report-size", "3"}, {"real-size", ""}}).reportedSize, std::nullopt);
 }
 
-TEST(SimulatorOrders, thatMakeNoSenseChangeNothing) {
+TEST(SimulatorOrder, changesNothingWhenWrong) {
     const std::vector<std::pair<std::string, std::string>> orders = {
         {"", ""},
         {"nonsense", ""},
@@ -77,14 +77,14 @@ TEST(SimulatorOrders, thatMakeNoSenseChangeNothing) {
     }
 }
 
-TEST(SimulatorOrders, areDescribed) {
+TEST(SimulatorOrder, isDescribed) {
     EXPECT_EQ(describe(after({{"job-seconds", "3"}, {"status", ""}})),
               "accepts connections, acts at once, jobs take 3 s, reports the real backup size");
     EXPECT_EQ(describe(after(
                   {{"refuse", ""}, {"delay", "0.5"}, {"die-in-job", ""}, {"report-size", "123"}})),
-              "refuses connections, acts after 0.5 s, dies in a job, jobs take 0 s, reports 123 "
+              "refuses connections, dies in a job, acts after 0.5 s, jobs take 0.5 s, reports 123 "
               "bytes as backup size");
-    EXPECT_THAT(describe(after({{"hang", ""}})), HasSubstr(", hangs, "));
+    EXPECT_THAT(describe(after({{"hang", ""}})), HasSubstr("hangs, "));
 }
 
 // Gives the orders that are expected to end a wait in another thread, and waits for its result.
@@ -98,12 +98,12 @@ auto resultOf(Wait wait, LiveBehaviour& behaviour,
     return result.get();
 }
 
-TEST(LiveBehaviour, goesOnAsSoonAsTheHangIsLifted) {
+TEST(LiveBehaviour, goesOnWhenHangEnds) {
     LiveBehaviour behaviour(after({{"hang", ""}}));
     EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, {{"accept", ""}}));
 }
 
-TEST(LiveBehaviour, goesOnAsSoonAsAWaitIsShortened) {
+TEST(LiveBehaviour, goesOnWhenWaitIsShortened) {
     LiveBehaviour behaviour(after({{"delay", "86400"}, {"job-seconds", "86400"}}));
     EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, {{"delay", "0"}}));
     EXPECT_TRUE(resultOf(
@@ -114,7 +114,7 @@ TEST(LiveBehaviour, goesOnAsSoonAsAWaitIsShortened) {
         behaviour, {{"job-seconds", "0"}}));
 }
 
-TEST(LiveBehaviour, keepsThePaceOfAJob) {
+TEST(LiveBehaviour, keepsPaceOfJob) {
     LiveBehaviour behaviour(after({{"job-seconds", "0.2"}}));
     const auto begin = std::chrono::steady_clock::now();
     const Pace pace = behaviour.pace();
@@ -126,7 +126,7 @@ TEST(LiveBehaviour, keepsThePaceOfAJob) {
 
 // What is left of a job takes its time, also after it has been held up for longer than all of it
 // takes.
-TEST(LiveBehaviour, doesNotHurryAJobThatIsLate) {
+TEST(LiveBehaviour, doesNotHurryLateJob) {
     LiveBehaviour behaviour(after({{"job-seconds", "0.2"}}));
     const Pace pace = behaviour.pace();
     std::this_thread::sleep_for(milliseconds(250));

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "simulator/device_layout.h"
+#include "simulator/device_folder.h"
 #include "simulator/simulated_device.h"
 #include "tests/support/files/files.h"
 
@@ -22,8 +22,7 @@ protected:
     void TearDown() override { std::filesystem::remove_all(kDefaultStateFolder); }
 
     static void writeSettings(const std::string& text) {
-        const std::string path =
-            std::string(kDefaultStateFolder) + "/" + kDataFolder + "/" + kSettingsFile;
+        const std::string path = std::string(kDefaultStateFolder) + "/" + kSettingsFile;
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
         test_support::writeFile(path, text);
     }
@@ -36,7 +35,7 @@ TEST_F(VeskServiceInterfaceTest, isOneObject) {
     EXPECT_EQ(VeskServiceInterface::getSingleton(), &service_);
 }
 
-TEST_F(VeskServiceInterfaceTest, readsTheSettingsOfTheSimulatedDevice) {
+TEST_F(VeskServiceInterfaceTest, readsSettingsOfSimulatedDevice) {
     const SimulatedDevice device(kDefaultStateFolder);
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     EXPECT_EQ(service_.getValue(kName, value_), 0);
@@ -50,12 +49,12 @@ TEST_F(VeskServiceInterfaceTest, failsWithoutSettings) {
     EXPECT_EQ(value_, "untouched");
 }
 
-TEST_F(VeskServiceInterfaceTest, failsForSettingsThatAreNone) {
+TEST_F(VeskServiceInterfaceTest, failsForMalformedSettings) {
     writeSettings("no settings");
     EXPECT_NE(service_.startTransaction(true, true), 0);
 }
 
-TEST_F(VeskServiceInterfaceTest, failsForWhatIsNotSet) {
+TEST_F(VeskServiceInterfaceTest, failsForUnknownKey) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\nbad=\xFF\n");
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     for (const char* key :
@@ -69,7 +68,7 @@ TEST_F(VeskServiceInterfaceTest, failsForWhatIsNotSet) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, answersInsideATransactionOnly) {
+TEST_F(VeskServiceInterfaceTest, answersInsideTransactionOnly) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     EXPECT_NE(service_.getValue(kName, value_), 0);
     ASSERT_EQ(service_.startTransaction(true, true), 0);
@@ -79,7 +78,7 @@ TEST_F(VeskServiceInterfaceTest, answersInsideATransactionOnly) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, aTransactionSeesTheSettingsAsTheyWereWhenItBegan) {
+TEST_F(VeskServiceInterfaceTest, readsSettingsAsTransactionFoundThem) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     writeSettings("[DEVICE_INFO]\ntransfername=Cellar\n");
@@ -92,7 +91,7 @@ TEST_F(VeskServiceInterfaceTest, aTransactionSeesTheSettingsAsTheyWereWhenItBega
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, mayBeUsedOnSeveralThreads) {
+TEST_F(VeskServiceInterfaceTest, worksOnSeveralThreads) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     std::vector<std::thread> threads;
     threads.reserve(4);

@@ -1,7 +1,6 @@
 // Waiting for a condition instead of for a time.
 #include "tests/support/process/waiting.h"
 
-#include <cstdlib>
 #include <thread>
 
 #include "tests/support/files/paths.h"
@@ -11,8 +10,7 @@ namespace test_support {
 using namespace std::chrono_literals;
 
 std::chrono::milliseconds patience() {
-    const bool slow = sanitized() || emulated() || std::getenv("MORVANE_SERVICE_RUNNER") != nullptr;
-    return slow ? 60s : 10s;
+    return sanitized() || emulated() ? 180s : 60s;
 }
 
 bool waitUntil(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
