@@ -3,17 +3,12 @@
 find_program(GDBUS_CODEGEN gdbus-codegen REQUIRED)
 set(MORVANE_GENERATED_ROOT "${CMAKE_BINARY_DIR}/common/cmake")
 
-# morvane_dbus_interface(TARGET DESCRIPTION FOLDER UNIT [UNNAMED_ARGUMENTS N])
+# morvane_dbus_interface(TARGET DESCRIPTION FOLDER UNIT)
 #
 # Generates FOLDER/UNIT.{c,h} from DESCRIPTION and builds them into the static library TARGET.
-# gdbus-codegen serves an argument without a name as "unnamed_argN"; clients are promised that it has none.
-# UNNAMED_ARGUMENTS says how many such names the generated code holds; each is replaced by NULL, and the
-# build fails when their number is another.
+# gdbus-codegen serves an argument without a name as "unnamed_argN"; clients are promised that it has none, so each
+# such name is replaced by NULL.
 function(morvane_dbus_interface target description folder unit)
-  cmake_parse_arguments(ARG "" "UNNAMED_ARGUMENTS" "" ${ARGN})
-  if(NOT DEFINED ARG_UNNAMED_ARGUMENTS)
-    set(ARG_UNNAMED_ARGUMENTS 0)
-  endif()
   set(base "${MORVANE_GENERATED_ROOT}/${folder}/${unit}")
   set(strip_script "${PROJECT_SOURCE_DIR}/cmake/StripUnnamedArguments.cmake")
   file(MAKE_DIRECTORY "${MORVANE_GENERATED_ROOT}/${folder}")
@@ -23,8 +18,7 @@ function(morvane_dbus_interface target description folder unit)
             --header --output "${base}.h" "${description}"
     COMMAND ${GDBUS_CODEGEN} --interface-prefix com. --c-generate-autocleanup all
             --body --output "${base}.c" "${description}"
-    COMMAND ${CMAKE_COMMAND} "-DFILE=${base}.c" -DEXPECTED=${ARG_UNNAMED_ARGUMENTS}
-            -P "${strip_script}"
+    COMMAND ${CMAKE_COMMAND} "-DFILE=${base}.c" "-DDESCRIPTION=${description}" -P "${strip_script}"
     DEPENDS "${description}" "${strip_script}"
     COMMENT "Generating ${folder}/${unit}.{c,h}"
     VERBATIM)

@@ -1,6 +1,7 @@
 // Waiting for a condition instead of for a time.
 #include "tests/support/process/waiting.h"
 
+#include <cstdlib>
 #include <thread>
 
 #include "tests/support/files/paths.h"
@@ -10,7 +11,8 @@ namespace test_support {
 using namespace std::chrono_literals;
 
 std::chrono::milliseconds patience() {
-    return sanitized() || emulated() ? 180s : 60s;
+    const bool slow = sanitized() || emulated() || std::getenv("MORVANE_SERVICE_RUNNER") != nullptr;
+    return slow ? 60s : 10s;
 }
 
 bool waitUntil(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
