@@ -11,15 +11,12 @@
 #include "service/morvane_system_bus.h"
 #include "service/pid_file.h"
 #include "service/service_log.h"
+#include "transfer/contract.h"
 #include "transfer/dbus_interface.h"
 
 using com::morvane::dbus::MorvaneSystemBus;
 
 namespace {
-
-constexpr const char* kBusName = "com.morvane.transfer";
-constexpr const char* kControlPath = "/ctrl";
-constexpr const char* kTransferPath = "/sacIntf";
 
 // What a large reply took goes back to the system with it. Left to itself the C library moves this
 // limit up with the first large block that is freed and keeps the next ones for itself.
@@ -57,8 +54,9 @@ int main(int argc, char** argv) {
     const int startSemaphore = readOptions(argc, argv);
 
     // The descriptor is kept to the end of the process: it holds the lock.
-    if (lockPidFile(kBusName) < 0) {
-        serviceLog(LOG_ERR, log_tag::kError, "Service already started. Shutting down %s", kBusName);
+    if (lockPidFile(kServiceName) < 0) {
+        serviceLog(LOG_ERR, log_tag::kError, "Service already started. Shutting down %s",
+                   kServiceName);
         if (startSemaphore >= 0) {
             releaseStarterAndExit(startSemaphore);
         }
@@ -68,16 +66,16 @@ int main(int argc, char** argv) {
     // Creates the transfer manager, which tells the transfer script that the service starts.
     MorvaneSystemBus().addStartArguments(DBusInterface::getInstance(), argc, argv);
     GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    serviceLog(LOG_INFO, log_tag::kInfo, "Starting DBUS Service %s", kBusName);
+    serviceLog(LOG_INFO, log_tag::kInfo, "Starting DBUS Service %s", kServiceName);
     serviceLog(LOG_DEBUG, log_tag::kDebug,
                "Register default Interface com.morvane.dbus under Path: /ctrl");
     MorvaneSystemBus().registerInterface(kControlPath, ComMorvaneDBusInterface::getInstance());
     // Kept: the message names the bus, not the interface.
-    serviceLog(LOG_INFO, log_tag::kInfo, "Register Interface: %s under Path: %s", kBusName,
+    serviceLog(LOG_INFO, log_tag::kInfo, "Register Interface: %s under Path: %s", kServiceName,
                kTransferPath);
     MorvaneSystemBus().registerInterface(kTransferPath, DBusInterface::getInstance());
-    serviceLog(LOG_INFO, log_tag::kInfo, "Register as DBUS Service %s", kBusName);
-    const guint ownerId = MorvaneSystemBus().ownName(kBusName, loop);
+    serviceLog(LOG_INFO, log_tag::kInfo, "Register as DBUS Service %s", kServiceName);
+    const guint ownerId = MorvaneSystemBus().ownName(kServiceName, loop);
     serviceLog(LOG_DEBUG, log_tag::kDebug, "Init Main loop");
     g_main_loop_run(loop);
 

@@ -6,8 +6,8 @@
 #include <initializer_list>
 
 #include "simulator/gobject_pointer.h"
+#include "transfer/contract.h"
 
-constexpr guint16 kDeviceManagerPort = 5001;
 constexpr const char* kDeviceManagerObject = "/deviceManager";
 constexpr const char* kDeviceManagerInterface = "com.morvane.devicemanager";
 constexpr const char* kControlObject = "/control";

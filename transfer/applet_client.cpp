@@ -4,6 +4,7 @@
 #include <syslog.h>
 
 #include "service/service_log.h"
+#include "transfer/contract.h"
 #include "transfer/dbus_interface.h"
 
 namespace {
@@ -15,9 +16,9 @@ void onAppletChanged(MorvaneScctrl* /*proxy*/, gint id, gpointer /*data*/) {
 }  // namespace
 
 MorvaneScctrl* connectAppletClient(GError** error) {
-    MorvaneScctrl* const proxy =
-        morvane_scctrl_proxy_new_for_bus_sync(G_BUS_TYPE_SYSTEM, G_DBUS_PROXY_FLAGS_NONE,
-                                              "com.morvane.scctrl", "/scctrlIntf", nullptr, error);
+    MorvaneScctrl* const proxy = morvane_scctrl_proxy_new_for_bus_sync(
+        G_BUS_TYPE_SYSTEM, G_DBUS_PROXY_FLAGS_NONE, kAppletControlName, kAppletControlPath, nullptr,
+        error);
     if (*error != nullptr) {
         // Kept at information level: the service runs on without applet changes.
         serviceLog(LOG_INFO, log_tag::kInfo, "Error creating proxy for signal applet-changed");

@@ -4,8 +4,8 @@
 
 #include <ctime>
 
+#include "transfer/contract.h"
 #include "transfer/device_manager.h"
-#include "transfer/package_markers.h"
 #include "transfer/platform/vesk_service_interface.h"
 #include "transfer/tf_mngr.h"
 

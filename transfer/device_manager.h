@@ -4,11 +4,11 @@
 #include <cstdint>
 
 #include "transfer/console_log.h"
+#include "transfer/contract.h"
 #include "transfer/platform/device_manager_client.h"
 
 namespace device_manager {
 
-inline constexpr const char* kEndpoint = "127.0.0.1:5001";
 inline constexpr const char* kNoCredential = "";  // the library asks the log object for it
 inline constexpr const char* kWorkDirectory = "/tmp";
 inline constexpr std::int64_t kSuccess = 0;
@@ -69,7 +69,7 @@ bool runOnController(WorkDirectory workDirectory, Operation operation) {
         controller->setWorkDirectory(kWorkDirectory);
     }
     controller->setLog(&log);
-    if (controller->connect(kEndpoint, kNoCredential) != kSuccess) {
+    if (controller->connect(kDeviceManagerEndpoint, kNoCredential) != kSuccess) {
         return false;
     }
     const bool succeeded = operation(*controller);

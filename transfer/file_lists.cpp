@@ -6,12 +6,10 @@
 #include <iterator>
 #include <memory>
 
-#include "transfer/package_markers.h"
+#include "transfer/contract.h"
 #include "transfer/tf_mngr.h"
 
 namespace {
-
-constexpr std::size_t kTreeListLimit = 29;  // a level stops when the list holds more
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
@@ -184,7 +182,7 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
         entries.push_back(
             makeEntry(visible.name(), visible.status(), locationOf(directory, mntId)));
         // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
-        if (entries.size() > kTreeListLimit) {
+        if (entries.size() >= kTreeListLimit) {
             break;
         }
     }

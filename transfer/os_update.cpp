@@ -1,8 +1,8 @@
 // Operating-system update: the checks, the launch and the worker.
 #include <unistd.h>
 
+#include "transfer/contract.h"
 #include "transfer/device_manager.h"
-#include "transfer/package_markers.h"
 #include "transfer/tf_mngr.h"
 
 JobResult TfMngr::DoOSUpdate(const std::string& mntId, const std::string& filePath) {

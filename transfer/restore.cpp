@@ -1,5 +1,5 @@
 // Restore: the checks before a backup file is put back onto the device.
-#include "transfer/package_markers.h"
+#include "transfer/contract.h"
 #include "transfer/tf_mngr.h"
 
 JobResult TfMngr::DoRestore(const std::string& mntId, const std::string& filePath) {

@@ -7,20 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "transfer/contract.h"
 #include "transfer/records.h"
 
 class IBRController;
 class IFUController;
-
-// What starting a job answers. The values are part of the bus contract.
-enum class JobResult : std::int32_t {
-    NoThread = -1,  // the worker thread could not be created
-    Started = 0,  // the worker runs; its outcome is reported to nobody
-    BadFileName = 1,  // empty, or without the marker of its kind
-    StickNotMounted = 2,  // no such directory below the mount base
-    NotEnoughSpace = 3,  // backup only; also when the size cannot be learnt
-    FileMissing = 5,  // update only
-};
 
 // One object for the life of the process, owned by DBusInterface. A mount identifier (`mntId`)
 // names a stick as enumerateUsbSticks reports it; paths are relative to the stick and joined as

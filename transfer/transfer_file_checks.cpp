@@ -1,7 +1,7 @@
 // Having the device manager check backup and update files, through controllers kept open for one
 // listing.
+#include "transfer/contract.h"
 #include "transfer/device_manager.h"
-#include "transfer/package_markers.h"
 #include "transfer/tf_mngr.h"
 
 namespace {
@@ -26,7 +26,7 @@ bool checkFile(typename Kind::Controller*& cached, std::int32_t& connected, cons
             return false;
         }
         cached->setLog(cachedControllerLog());
-        if (cached->connect(device_manager::kEndpoint, device_manager::kNoCredential) !=
+        if (cached->connect(kDeviceManagerEndpoint, device_manager::kNoCredential) !=
             device_manager::kSuccess) {
             return false;
         }

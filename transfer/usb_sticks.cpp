@@ -9,14 +9,10 @@
 #include <cstring>
 #include <memory>
 
+#include "transfer/contract.h"
 #include "transfer/tf_mngr.h"
 
 namespace {
-
-constexpr const char* kMountBase = "/media/usb";
-constexpr const char* kStickNamePattern = "USB_X60.%d";
-constexpr int kFirstStick = 1;
-constexpr int kLastStick = 4;
 
 constexpr const char* kMountTable = "/etc/mtab";
 constexpr const char* kIgnoredSource = "rootfs";
@@ -69,7 +65,7 @@ std::vector<UsbStickInfo> TfMngr::enumerateUsbSticks() {
     std::vector<UsbStickInfo> found;
     const std::vector<std::string> stickMounts = readStickMounts();
     for (int number = kFirstStick; number <= kLastStick; ++number) {
-        const std::string name = formatString(kStickNamePattern, number);
+        const std::string name = formatString("%s%d", kStickPrefix, number);
         const std::string path = mountPath(name);
         struct statfs64 fileSystem {};
         if (!isCovered(path, stickMounts) || statfs64(path.c_str(), &fileSystem) != 0) {

@@ -6,13 +6,11 @@
 #include <optional>
 #include <string>
 
+#include "transfer/contract.h"
 #include "transferctl/deadline.h"
 #include "transferctl/gobject_holder.h"
 
 namespace transferctl {
-
-inline constexpr const char* kServiceName = "com.morvane.transfer";
-inline constexpr const char* kTransferPath = "/sacIntf";
 
 // Connects, also to the address in DBUS_SYSTEM_BUS_ADDRESS. Losing the bus does not end the
 // process. Throws Failure (no service, time limit).

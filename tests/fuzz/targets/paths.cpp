@@ -2,7 +2,7 @@
 #include <stdexcept>
 
 #include "tests/fuzz/target.h"
-#include "transfer/package_markers.h"
+#include "transfer/contract.h"
 #include "transfer/tf_mngr.h"
 
 namespace {

@@ -8,10 +8,6 @@
 
 namespace test_support {
 
-inline constexpr const char* kAppletControlName = "com.morvane.scctrl";
-inline constexpr const char* kAppletControlPath = "/scctrlIntf";
-inline constexpr const char* kAppletControlInterface = "com.morvane.scctrl";
-
 // Answers calls on a thread of its own for as long as it lives. Throws std::runtime_error when it
 // cannot own the name.
 class AppletControl {

@@ -10,14 +10,9 @@
 
 #include "com.morvane.dbus/com.morvane.dbus.h"
 #include "com.morvane.transfer/dbus-adaptor.h"
+#include "transfer/contract.h"
 
 namespace test_support {
-
-inline constexpr const char* kServiceName = "com.morvane.transfer";
-inline constexpr const char* kTransferPath = "/sacIntf";
-inline constexpr const char* kTransferInterface = "com.morvane.transfer.sac";
-inline constexpr const char* kControlPath = "/ctrl";
-inline constexpr const char* kControlInterface = "com.morvane.dbus";
 
 struct ReleaseObject {
     void operator()(gpointer object) const { g_object_unref(object); }

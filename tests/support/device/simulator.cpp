@@ -8,11 +8,10 @@
 #include "tests/support/files/paths.h"
 #include "tests/support/process/unique_fd.h"
 #include "tests/support/process/waiting.h"
+#include "transfer/contract.h"
 
 namespace test_support {
 namespace {
-
-constexpr std::uint16_t kPort = 5001;
 
 std::vector<std::string> commandFor(const std::string& state,
                                     const std::vector<std::string>& moreArguments) {
@@ -29,7 +28,7 @@ bool deviceManagerListens() {
     const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(kPort);
+    address.sin_port = htons(kDeviceManagerPort);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }

@@ -9,15 +9,16 @@
 #include <filesystem>
 
 #include "tests/support/process/errno_error.h"
+#include "transfer/contract.h"
 
 namespace test_support {
 
 std::string stickName(int number) {
-    return "USB_X60." + std::to_string(number);
+    return kStickPrefix + std::to_string(number);
 }
 
 std::string stickPath(int number) {
-    return "/media/usb/" + stickName(number);
+    return kMountBase + ("/" + stickName(number));
 }
 
 Mount::Mount(std::string directory, const std::string& device, const std::string& type,
