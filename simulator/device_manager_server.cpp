@@ -91,7 +91,7 @@ void DeviceManagerServer::onMethodCall(GDBusConnection* /*peer*/, const char* /*
         g_autoptr(GVariant) word = g_variant_get_child_value(parameters, i);
         words.emplace_back(g_variant_get_bytestring(word));
     }
-    if (interface == std::string(kControlInterface)) {
+    if (interface == std::string(kOrderInterface)) {
         server.order(words[0], words[1], invocation);
         return;
     }

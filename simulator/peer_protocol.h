@@ -11,7 +11,7 @@
 constexpr const char* kDeviceManagerObject = "/deviceManager";
 constexpr const char* kDeviceManagerInterface = "com.morvane.devicemanager";
 constexpr const char* kControlObject = "/control";
-constexpr const char* kControlInterface = "com.morvane.devicemanager.control";
+constexpr const char* kOrderInterface = "com.morvane.devicemanager.control";
 
 // The arguments of a call: byte strings, because a path may hold any bytes. Floating.
 inline GVariant* byteStrings(std::initializer_list<const char*> words) {
