@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -100,10 +99,6 @@ struct NoPlace {
     bool withoutPowers;
     const char* reason;
 };
-
-void PrintTo(const NoPlace& place, std::ostream* out) {
-    *out << place.name;
-}
 
 constexpr const char* kFolder = "/run/lock";
 constexpr const char* kAway = "/run/lock-away";

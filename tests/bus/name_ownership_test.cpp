@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -29,10 +28,6 @@ struct Case {
     const char* name;
     Put obstacle;
 };
-
-void PrintTo(const Case& one, std::ostream* out) {
-    *out << one.name;
-}
 
 class Name : public testing::TestWithParam<Case> {
 protected:

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -27,10 +26,6 @@ struct Way {
     std::vector<std::string> arguments;
     std::vector<ProcessEnd> endsWithoutThreads;
 };
-
-void PrintTo(const Way& way, std::ostream* out) {
-    *out << way.name;
-}
 
 // A service that has come to its main loop, has asked to be connected, and can have no further
 // thread.

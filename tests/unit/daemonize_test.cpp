@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <functional>
-#include <ostream>
 #include <string>
 
 #include "tests/support/process/denied_call.h"
@@ -132,10 +131,6 @@ struct EarlyEnd {
     int launcherStatus;
 };
 
-void PrintTo(const EarlyEnd& end, std::ostream* out) {
-    *out << end.name;
-}
-
 class Launcher : public testing::TestWithParam<EarlyEnd> {
 protected:
     StartSemaphores set_;
@@ -209,10 +204,6 @@ struct DetachStep {
     const char* name;
     long call;
 };
-
-void PrintTo(const DetachStep& step, std::ostream* out) {
-    *out << step.name;
-}
 
 class Detaching : public testing::TestWithParam<DetachStep> {
 protected:

@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* kRoot = "/media/usb/USB_X60.1";
 
-class FileOperations : public testing::Test {
+class FileOperation : public testing::Test {
 protected:
     // Fails the test unless the answer and all that is printed are as said.
     void expectDelete(const std::string& path, bool expected, const std::string& printed) {
@@ -64,6 +64,9 @@ protected:
     TfMngr manager_;
 };
 
+using DeleteFile = FileOperation;
+using CreateDirectory = FileOperation;
+
 // Its permission bits, all bits set when there is no such directory.
 mode_t directoryMode(const std::string& path) {
     struct stat64 status {};
@@ -71,16 +74,14 @@ mode_t directoryMode(const std::string& path) {
     return is ? status.st_mode & 07777U : ~mode_t{0};
 }
 
-// ---- DeleteFile -------------------------------------------------------------------------------
-
-TEST_F(FileOperations, deleteAFileAndSayItsWholePath) {
+TEST_F(DeleteFile, removesAFileAndPrintsItsPath) {
     stick_.addFile("a/b.psb");
     expectFileDeleted("a/b.psb");
     EXPECT_FALSE(holds("a/b.psb"));
     EXPECT_TRUE(holds("a"));
 }
 
-TEST_F(FileOperations, deleteAnEmptyDirectory) {
+TEST_F(DeleteFile, removesAnEmptyDirectory) {
     stick_.addDirectory("a/b");
     expectDirectoryDeleted("a/b");
     stick_.addDirectory("a/c");
@@ -89,7 +90,7 @@ TEST_F(FileOperations, deleteAnEmptyDirectory) {
     EXPECT_FALSE(holds("a/c"));
 }
 
-TEST_F(FileOperations, leaveADirectoryThatHoldsSomething) {
+TEST_F(DeleteFile, keepsADirectoryWithContents) {
     stick_.addFile("a/b");
     stick_.addFile("hidden/.x");
     expectNotDeleted("a");
@@ -98,7 +99,7 @@ TEST_F(FileOperations, leaveADirectoryThatHoldsSomething) {
     EXPECT_TRUE(holds("hidden/.x"));
 }
 
-TEST_F(FileOperations, deleteNothingThatDoesNotExist) {
+TEST_F(DeleteFile, failsOnAMissingTarget) {
     stick_.addFile("file");
     expectNotDeleted("missing");
     expectNotDeleted("missing/file");
@@ -109,7 +110,7 @@ TEST_F(FileOperations, deleteNothingThatDoesNotExist) {
     EXPECT_TRUE(holds("file"));
 }
 
-TEST_F(FileOperations, doNotDeleteTheStickItself) {
+TEST_F(DeleteFile, keepsTheStickItself) {
     expectNotDeleted("");
     stick_.addFile("file");
     expectNotDeleted("");
@@ -117,13 +118,7 @@ TEST_F(FileOperations, doNotDeleteTheStickItself) {
     EXPECT_TRUE(holds("file"));
 }
 
-TEST_F(FileOperations, deleteTheStickFolderWhenItIsEmptyAndNothingIsMountedOnIt) {
-    stick_.pull();
-    expectDirectoryDeleted("");
-    EXPECT_FALSE(exists(kRoot));
-}
-
-TEST_F(FileOperations, takePathsAsTheyCome) {
+TEST_F(DeleteFile, usesThePathUnchanged) {
     makeDirectories("/media/usb/beside");
     writeFile("/media/usb/beside/file", "");
     stick_.addFile("a/file");
@@ -138,7 +133,7 @@ TEST_F(FileOperations, takePathsAsTheyCome) {
     EXPECT_FALSE(exists("/media/usb/beside"));
 }
 
-TEST_F(FileOperations, judgeALinkByWhatItPointsToAndRemoveTheLink) {
+TEST_F(DeleteFile, removesALinkToAFileOnly) {
     stick_.addFile("file");
     stick_.addDirectory("directory");
     link("file", "to-file");
@@ -155,19 +150,19 @@ TEST_F(FileOperations, judgeALinkByWhatItPointsToAndRemoveTheLink) {
     EXPECT_TRUE(holds("directory"));
 }
 
-TEST_F(FileOperations, deleteASocketAsAFile) {
+TEST_F(DeleteFile, removesASocketAsAFile) {
     makeNode("socket", S_IFSOCK);
     expectFileDeleted("socket");
     EXPECT_FALSE(holds("socket"));
 }
 
-TEST_F(FileOperations, leaveAPipe) {
+TEST_F(DeleteFile, keepsAPipe) {
     makeNode("pipe", S_IFIFO);
     expectNotDeleted("pipe");
     EXPECT_TRUE(holds("pipe"));
 }
 
-TEST_F(FileOperations, leaveDevices) {
+TEST_F(DeleteFile, keepsDevices) {
     makeNode("block", S_IFBLK);
     if (IsSkipped()) {
         return;
@@ -179,7 +174,7 @@ TEST_F(FileOperations, leaveDevices) {
     EXPECT_TRUE(holds("character"));
 }
 
-TEST_F(FileOperations, deleteNothingOnAReadOnlyStick) {
+TEST_F(DeleteFile, failsOnAReadOnlyStick) {
     stick_.addFile("file");
     stick_.addDirectory("directory");
     stick_.makeReadOnly();
@@ -189,7 +184,7 @@ TEST_F(FileOperations, deleteNothingOnAReadOnlyStick) {
     EXPECT_TRUE(holds("directory"));
 }
 
-TEST_F(FileOperations, deleteNothingWherePermissionIsMissing) {
+TEST_F(DeleteFile, failsWithoutPermission) {
     stick_.addFile("locked/file");
     chmod(stick_.path("locked").c_str(), 0500);
     const DroppedPowers withoutPowers;
@@ -197,7 +192,7 @@ TEST_F(FileOperations, deleteNothingWherePermissionIsMissing) {
     EXPECT_TRUE(holds("locked/file"));
 }
 
-TEST_F(FileOperations, deleteNothingOnAMissingStick) {
+TEST_F(DeleteFile, failsOnAMissingStick) {
     stick_.addFile("file");
     for (const std::string mount : {"USB_X60.2", "USB_X60.1/missing", "usb_x60.1"}) {
         EXPECT_EQ(printedBy([&] { EXPECT_FALSE(manager_.DeleteFile(mount, "../USB_X60.1/file")); }),
@@ -207,9 +202,7 @@ TEST_F(FileOperations, deleteNothingOnAMissingStick) {
     EXPECT_TRUE(holds("file"));
 }
 
-// ---- CreateDirectory --------------------------------------------------------------------------
-
-TEST_F(FileOperations, createADirectoryWithItsParentsForTheOwnerOnly) {
+TEST_F(CreateDirectory, makesMissingParentsWithMode0700) {
     const mode_t before = umask(022);
     expectCreate("a/b/c/", true);
     umask(before);
@@ -218,14 +211,14 @@ TEST_F(FileOperations, createADirectoryWithItsParentsForTheOwnerOnly) {
     }
 }
 
-TEST_F(FileOperations, createDirectoriesSubjectToTheUmask) {
+TEST_F(CreateDirectory, obeysTheUmask) {
     const mode_t before = umask(0277);
     expectCreate("a", true);
     umask(before);
     EXPECT_EQ(directoryMode(stick_.path("a")), mode_t{0500});
 }
 
-TEST_F(FileOperations, createNothingWhereSomethingExists) {
+TEST_F(CreateDirectory, failsWhereSomethingExists) {
     stick_.addFile("file");
     stick_.addDirectory("directory");
     makeNode("pipe", S_IFIFO);
@@ -237,15 +230,7 @@ TEST_F(FileOperations, createNothingWhereSomethingExists) {
     EXPECT_EQ(readFile(stick_.path("file")), "content");
 }
 
-TEST_F(FileOperations, createBelowDirectoriesThatExist) {
-    stick_.addDirectory("a");
-    chmod(stick_.path("a").c_str(), 0755);
-    expectCreate("a/b", true);
-    EXPECT_EQ(directoryMode(stick_.path("a")), mode_t{0755});
-    EXPECT_EQ(directoryMode(stick_.path("a/b")), mode_t{0700});
-}
-
-TEST_F(FileOperations, createBelowWhateverThePathNames) {
+TEST_F(CreateDirectory, usesThePathUnchanged) {
     expectCreate("//a//./b//", true);
     EXPECT_EQ(directoryMode(stick_.path("a/b")), mode_t{0700});
     expectCreate("missing/../c", true);
@@ -258,7 +243,7 @@ TEST_F(FileOperations, createBelowWhateverThePathNames) {
     EXPECT_TRUE(holds("%n%s\n\xff"));
 }
 
-TEST_F(FileOperations, sayThatACreationWasTriedAlsoWhenItFailed) {
+TEST_F(CreateDirectory, returnsTrueAlsoWhenMkdirFails) {
     stick_.addFile("file");
     link("missing", "to-nothing");
     expectCreate("file/below", true);
@@ -271,15 +256,7 @@ TEST_F(FileOperations, sayThatACreationWasTriedAlsoWhenItFailed) {
     EXPECT_FALSE(holds("a"));
 }
 
-TEST_F(FileOperations, sayThatACreationWasTriedWherePermissionIsMissing) {
-    stick_.addDirectory("locked");
-    chmod(stick_.path("locked").c_str(), 0500);
-    const DroppedPowers withoutPowers;
-    expectCreate("locked/a", true);
-    EXPECT_FALSE(holds("locked/a"));
-}
-
-TEST_F(FileOperations, createNothingOnAMissingStick) {
+TEST_F(CreateDirectory, failsOnAMissingStick) {
     EXPECT_EQ(printedBy([&] { EXPECT_FALSE(manager_.CreateDirectory("USB_X60.2", "a")); }), "");
     EXPECT_FALSE(exists("/media/usb/USB_X60.2"));
 }
@@ -290,7 +267,7 @@ std::string pathOfLength(std::size_t length) {
     return first + std::string(length - std::string(kRoot).size() - 1 - first.size(), 'b');
 }
 
-TEST_F(FileOperations, createOnlyWhatFitsIntoTwoHundredFiftyFiveBytes) {
+TEST_F(CreateDirectory, cutsThePathAt255Bytes) {
     const std::string longest = pathOfLength(255);
     expectCreate(longest, true);
     EXPECT_EQ(directoryMode(stick_.path(longest)), mode_t{0700});
@@ -304,14 +281,7 @@ TEST_F(FileOperations, createOnlyWhatFitsIntoTwoHundredFiftyFiveBytes) {
     }
 }
 
-TEST_F(FileOperations, createNoMoreThanTheParentsThatTheCutLeaves) {
-    const std::string first = pathOfLength(254);
-    expectCreate(first + "/c/d", true);  // the 255th byte is the separator, which is dropped
-    EXPECT_EQ(directoryMode(stick_.path(first)), mode_t{0700});
-    EXPECT_FALSE(holds(first + "/c"));
-}
-
-TEST_F(FileOperations, loseTheStickAtAnyTimeWithoutHarm) {
+TEST_F(DeleteFile, failsOnAPulledStick) {
     stick_.addFile("a/b");
     stick_.pull();
     expectNotDeleted("a/b");
@@ -324,8 +294,6 @@ TEST_F(FileOperations, loseTheStickAtAnyTimeWithoutHarm) {
     EXPECT_FALSE(exists(kRoot));
 }
 
-// ---- makeDirectoryPath ------------------------------------------------------------------------
-
 // Works in a folder of its own.
 class MakeDirectoryPath : public testing::Test {
 protected:
@@ -336,7 +304,7 @@ protected:
     TemporaryDirectory folder_;
 };
 
-TEST_F(MakeDirectoryPath, answersTheLastCreation) {
+TEST_F(MakeDirectoryPath, returnsTheLastMkdir) {
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/b/c").c_str()), 0);
     EXPECT_EQ(directoryMode(folder_.path("a/b/c")), mode_t{0700});
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/b/c").c_str()), -1);
@@ -346,29 +314,20 @@ TEST_F(MakeDirectoryPath, answersTheLastCreation) {
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("file/e").c_str()), -1);
 }
 
-TEST_F(MakeDirectoryPath, dropsOneSeparatorFromTheEnd) {
+TEST_F(MakeDirectoryPath, dropsOneTrailingSlash) {
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("a/").c_str()), 0);
     // The walk has made "b" when it comes to "b/".
     EXPECT_EQ(TfMngr::makeDirectoryPath(folder_.path("b//").c_str()), -1);
     EXPECT_EQ(directoryMode(folder_.path("b")), mode_t{0700});
 }
 
-TEST_F(MakeDirectoryPath, createsNothingForAPathWithoutAName) {
+TEST_F(MakeDirectoryPath, failsOnAPathWithoutAName) {
     EXPECT_EQ(TfMngr::makeDirectoryPath(""), -1);
     EXPECT_EQ(TfMngr::makeDirectoryPath("/"), -1);
     EXPECT_EQ(TfMngr::makeDirectoryPath("//"), -1);
 }
 
-TEST_F(MakeDirectoryPath, beginsARelativePathInTheWorkingDirectory) {
-    EXPECT_EQ(TfMngr::makeDirectoryPath("x"), 0);
-    EXPECT_EQ(TfMngr::makeDirectoryPath("y/z"), 0);
-    EXPECT_EQ(TfMngr::makeDirectoryPath("./w"), 0);
-    for (const char* made : {"x", "y/z", "w"}) {
-        EXPECT_EQ(directoryMode(folder_.path(made)), mode_t{0700}) << made;
-    }
-}
-
-TEST_F(MakeDirectoryPath, keepsTwoHundredFiftyFiveBytes) {
+TEST_F(MakeDirectoryPath, cutsThePathAt255Bytes) {
     const std::string parent = folder_.path(std::string(100, 'a')) + "/";
     const std::string kept = parent + std::string(255 - parent.size(), 'b');
     EXPECT_EQ(TfMngr::makeDirectoryPath((kept + "bbb").c_str()), 0);

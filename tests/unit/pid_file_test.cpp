@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -38,7 +37,7 @@ bool fileIsOpen() {
     return std::count(open.begin(), open.end(), std::filesystem::canonical(kPath)) > 0;
 }
 
-// What a start does with the lock, told by its status.
+// What a start does with the lock; the exit status is the answer.
 void lockAndExit() {
     std::exit(lockPidFile("a.name") >= 0 ? kLocked : kRefused);
 }
@@ -48,7 +47,7 @@ protected:
     ~PidFile() override { unlink(kPath); }
 };
 
-TEST_F(PidFile, holdsTheProcessIdAndALineEndUnderTheName) {
+TEST_F(PidFile, holdsTheProcessIdAndALineEnd) {
     ForkedProcess process(lockAndExit);
     EXPECT_EQ(process.waitForEnd(), exited(kLocked));
     EXPECT_EQ(readFile(kPath), std::to_string(process.id()) + "\n");
@@ -56,14 +55,14 @@ TEST_F(PidFile, holdsTheProcessIdAndALineEndUnderTheName) {
     EXPECT_EQ(process.standardOutput(), "");
 }
 
-TEST_F(PidFile, replacesALongerTextOfAnEarlierRun) {
+TEST_F(PidFile, replacesALongerContent) {
     writeFile(kPath, "99999999\nand more that an earlier run has left\n");
     ForkedProcess process(lockAndExit);
     EXPECT_EQ(process.waitForEnd(), exited(kLocked));
     EXPECT_EQ(readFile(kPath), std::to_string(process.id()) + "\n");
 }
 
-TEST_F(PidFile, holdsIdsOfEightDigitsWholeAndLosesTheLineEndOfLongerOnes) {
+TEST_F(PidFile, cutsTheIdAtNineCharacters) {
     runForked([] {
         pretendedId = 12345678;
         lockAndExit();
@@ -76,7 +75,7 @@ TEST_F(PidFile, holdsIdsOfEightDigitsWholeAndLosesTheLineEndOfLongerOnes) {
     EXPECT_EQ(readFile(kPath), "123456789");
 }
 
-TEST_F(PidFile, isLockedAsLongAsTheProcessLivesAndKeepsItsText) {
+TEST_F(PidFile, staysLockedWhileTheProcessRuns) {
     const TemporaryDirectory folder;
     ForkedProcess first([&] {
         lockPidFile("a.name");
@@ -95,7 +94,7 @@ TEST_F(PidFile, isLockedAsLongAsTheProcessLivesAndKeepsItsText) {
     EXPECT_EQ(runForked(lockAndExit).end, exited(kLocked));
 }
 
-TEST_F(PidFile, isClosedInProgramsThatTheProcessStarts) {
+TEST_F(PidFile, isClosedOnExec) {
     const CommandResult result = runForked([] {
         const int fd = lockPidFile("a.name");
         std::exit((fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0 ? kLocked : kRefused);
@@ -103,7 +102,7 @@ TEST_F(PidFile, isClosedInProgramsThatTheProcessStarts) {
     EXPECT_EQ(result.end, exited(kLocked));
 }
 
-TEST_F(PidFile, needsItsFolder) {
+TEST_F(PidFile, failsWithoutItsDirectory) {
     std::filesystem::rename("/run/lock", "/run/lock-away");
     const CommandResult result = runForked(lockAndExit);
     std::filesystem::rename("/run/lock-away", "/run/lock");
@@ -127,7 +126,7 @@ private:
     UniqueFd file_;
 };
 
-TEST_F(PidFile, thatCannotBeWrittenIsReportedAndLockedAllTheSame) {
+TEST_F(PidFile, isLockedAlsoWhenItCannotBeWritten) {
     const SealedFile sealed;
     std::filesystem::create_symlink(sealed.path(), kPath);
     const CommandResult result = runForked(lockAndExit);
@@ -152,16 +151,9 @@ struct FailingStep {
     bool leavesOpen;
 };
 
-void PrintTo(const FailingStep& step, std::ostream* out) {
-    *out << step.name;
-}
+class PidFileStep : public PidFile, public testing::WithParamInterface<FailingStep> {};
 
-class PidFileStep : public testing::TestWithParam<FailingStep> {
-protected:
-    ~PidFileStep() override { unlink(kPath); }
-};
-
-TEST_P(PidFileStep, thatFailsIsReportedAndRefusesTheLock) {
+TEST_P(PidFileStep, reportsAFailingStep) {
     const std::string reason = whyCallsCannotBeDenied();
     if (!reason.empty()) {
         GTEST_SKIP() << reason;

@@ -18,7 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 
-TEST(ServiceLog, printsTheTagTheMessageAndALineEndForEachLevel) {
+TEST(ServiceLog, printsTagMessageAndLineEnd) {
     SyslogSocket log;
     const CommandResult result = runForked([] {
         serviceLog(LOG_ERR, log_tag::kError, "one %s", "error");
@@ -32,7 +32,7 @@ TEST(ServiceLog, printsTheTagTheMessageAndALineEndForEachLevel) {
                                             debugMessage("no arguments")));
 }
 
-TEST(ServiceLog, usesTheDefaultFacilityAndTheProgramsName) {
+TEST(ServiceLog, usesTheDefaultFacilityAndIdentity) {
     SyslogSocket log;
     runForked([] { serviceLog(LOG_INFO, log_tag::kInfo, "who am I"); });
     ASSERT_TRUE(log.waitFor("who am I"));
@@ -40,7 +40,7 @@ TEST(ServiceLog, usesTheDefaultFacilityAndTheProgramsName) {
     EXPECT_EQ(log.messages().front().program, program_invocation_short_name);
 }
 
-TEST(ServiceLog, leavesAnEmptyLineAfterAMessageThatEndsItsLine) {
+TEST(ServiceLog, keepsALineEndOfTheMessage) {
     SyslogSocket log;
     const CommandResult result =
         runForked([] { serviceLog(LOG_INFO, log_tag::kInfo, "line end\n"); });
@@ -49,7 +49,7 @@ TEST(ServiceLog, leavesAnEmptyLineAfterAMessageThatEndsItsLine) {
     EXPECT_THAT(log.messages(), ElementsAre(infoMessage("line end\n")));
 }
 
-TEST(ServiceLog, formatsTheSameArgumentsForBothPlaces) {
+TEST(ServiceLog, formatsLongMessagesWhole) {
     SyslogSocket log;
     const std::string longText(2000, 'x');
     const CommandResult result = runForked([&] {
@@ -71,7 +71,7 @@ TEST(ServiceLog, doesNotFlushStandardOutput) {
     EXPECT_EQ(result.output, "");
 }
 
-TEST(ServiceLog, reachesSyslogBeforeStandardOutput) {
+TEST(ServiceLog, callsSyslogFirst) {
     SyslogSocket log;
     // A closed standard output takes nothing, and the message has been sent by then.
     const CommandResult result = runForked([] {
