@@ -131,7 +131,7 @@ enterDevice() {
     # What is said here is no output of the device's, and the caller stays in the folder where he is.
     (
         ensurePackages build run
-        build dev com-morvane-transfer-service transferctl device-manager-simulator applet-control room
+        build dev com-morvane-transfer-service transferctl device-manager-simulator applet-control pid-namespace
     ) >&2
     exec "$project/simulator/sandbox/sandbox" "${options[@]}" -- "$project/$2" "$project/build/dev" "${@:3}"
 }

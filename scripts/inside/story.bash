@@ -48,7 +48,7 @@ stickSize() {
 leaveApplet() {
     local status=0
     changeApplet "$kOtherApplet"
-    wait "$room" || status=$?
+    wait "$namespace" || status=$?
     tell "applet $kOtherApplet: the service ended with status $status"
     ((status == 0)) || giveUp "expected status 0"
 }

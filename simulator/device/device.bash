@@ -246,15 +246,15 @@ deviceName() {
 
 # ---- the service -------------------------------------------------------------------------------------
 
-# Starts the service in a room, where its signal to every process ends only itself. Sets `room`, the process
-# whose end is the service's; the service's output is in the log "service", line by line. The room dies with
+# Starts the service in a PID namespace, where its signal to every process ends only itself. Sets `namespace`, the process
+# whose end is the service's; the service's output is in the log "service", line by line. The namespace dies with
 # the process that calls this.
 startService() {
-    "${emulator[@]}" "$build/room" --terminal -- \
+    "${emulator[@]}" "$build/pid-namespace" --terminal -- \
         "${emulator[@]}" "$build/com-morvane-transfer-service" >>"$kLogs/service" 2>&1 &
-    room=$!
-    printf '%d\n' "$room" >"$kRun/room.pid"
-    if ! waitUntil "$kLimit" serviceAnswersOrEnded "$room" || isGone "$room"; then
+    namespace=$!
+    printf '%d\n' "$namespace" >"$kRun/namespace.pid"
+    if ! waitUntil "$kLimit" serviceAnswersOrEnded "$namespace" || isGone "$namespace"; then
         explain "the service does not come up: $(lastLine service)"
     fi
     note "service: answers"
@@ -277,7 +277,7 @@ keepService() {
     while true; do
         startService
         status=0
-        wait "$room" || status=$?
+        wait "$namespace" || status=$?
         note "service: ended with status $status"
         [[ $1 != once ]] || return 0
     done
@@ -297,27 +297,27 @@ serviceComesUp() {
 }
 
 stopService() {
-    local room
+    local namespace
     stopPart service
-    # The room has gone with its keeper, or is about to.
-    ! room=$(processOf room) || waitUntil "$kLimit" isGone "$room"
+    # The namespace has gone with its keeper, or is about to.
+    ! namespace=$(processOf namespace) || waitUntil "$kLimit" isGone "$namespace"
     note "service: stopped"
 }
 
 # changeApplet ID: announces an applet. Returns once a service that runs has taken notice: it has ended, or it
 # answers again.
 changeApplet() {
-    local control heard said room
+    local control heard said namespace
     control=$(processOf applet-control) || explain "the applet control does not run"
     said=$(logEnd device)
     heard=$(logEnd service)
-    room=$(processOf room) || room=
+    namespace=$(processOf namespace) || namespace=
     tellAppletControl "$1"
     waitUntil "$kLimit" logSays device "applet control: applet $1" "$control" "$said" ||
         explain "the applet control says nothing"
-    [[ -n $room ]] || return 0
-    if ! waitUntil "$kLimit" logSays service "Signal received with ID $1" "$room" "$heard" ||
-        ! waitUntil "$kLimit" serviceAnswersOrEnded "$room"; then
+    [[ -n $namespace ]] || return 0
+    if ! waitUntil "$kLimit" logSays service "Signal received with ID $1" "$namespace" "$heard" ||
+        ! waitUntil "$kLimit" serviceAnswersOrEnded "$namespace"; then
         explain "the service does not take notice of applet $1"
     fi
 }

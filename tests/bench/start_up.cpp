@@ -6,7 +6,7 @@
 #include "tests/bench/bench.h"
 #include "tests/bench/services.h"
 #include "tests/support/files/paths.h"
-#include "tests/support/process/room_process.h"
+#include "tests/support/process/namespace_process.h"
 
 namespace bench {
 namespace {
@@ -67,20 +67,20 @@ double stampedStart() {
     return nanoseconds / 1e3;
 }
 
-// Starts the program in a room, as whatever may reach the other processes has to be.
+// Starts the program in a PID namespace, as whatever may reach the other processes has to be.
 Start timeStart(const SystemBus& bus, const Target& target,
                 const std::vector<std::string>& command) {
     const NameWatch watch(bus, target.name);
     std::vector<std::string> stamped{test_support::buildPath("tests/bench/start_stamp"),
                                      kStampFile};
     stamped.insert(stamped.end(), command.begin(), command.end());
-    test_support::RoomProcess room(onServiceCore(stamped));
+    test_support::NamespaceProcess program(onServiceCore(stamped));
     const auto owned = static_cast<double>(watch.waitUntilOwned());
     while (!answers(bus, target)) {
     }
     const auto answered = static_cast<double>(g_get_monotonic_time());
     const double start = stampedStart();
-    room.kill();
+    program.kill();
     return {owned - start, answered - start};
 }
 

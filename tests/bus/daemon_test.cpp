@@ -194,7 +194,7 @@ TEST_F(DaemonAskedForTwice, endsBothLaunchers) {
     script->release();
     ASSERT_TRUE(service->waitUntilAnswers());
     ASSERT_TRUE(eventually([&] { return service->ends().size() == 2; }, "both launchers end"));
-    for (const RoomEnd& launcher : service->ends()) {
+    for (const NamespaceEnd& launcher : service->ends()) {
         EXPECT_EQ(launcher.end, exited(0));
     }
     EXPECT_TRUE(setIsRemoved());

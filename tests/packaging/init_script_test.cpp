@@ -15,8 +15,8 @@
 #include "tests/support/files/paths.h"
 #include "tests/support/process/child_process.h"
 #include "tests/support/process/lock_file.h"
+#include "tests/support/process/namespace_process.h"
 #include "tests/support/process/process_table.h"
-#include "tests/support/process/room_process.h"
 #include "tests/support/process/service_process.h"
 
 namespace test_support {
@@ -54,7 +54,7 @@ protected:
         if (emulated()) {
             GTEST_SKIP() << kEmulatorCannot << "stand behind the path that the script starts";
         }
-        ASSERT_TRUE(room_.waitForOutput("the room is there"));
+        ASSERT_TRUE(namespace_.waitForOutput("the namespace is there"));
         makeTools();
         writeScript(buildPath(kService));
     }
@@ -88,8 +88,8 @@ protected:
     Ran run(const std::string& action) {
         const std::string said = folder_.path("said");
         const std::unique_ptr<ChildProcess> process =
-            room_.enter({"sh", "-c", R"(exec sh "$1" "$2" >"$3" 2>&1)", "sh",
-                         folder_.path("script"), action, said});
+            namespace_.enter({"sh", "-c", R"(exec sh "$1" "$2" >"$3" 2>&1)", "sh",
+                              folder_.path("script"), action, said});
         const std::optional<ProcessEnd> end = process->waitForEnd();
         return {end.value_or(ProcessEnd{}), readFile(said)};
     }
@@ -99,7 +99,7 @@ protected:
 
     TemporaryDirectory folder_;
     // The boot's place: whatever is started ends with it at the latest.
-    RoomProcess room_{{"sh", "-c", "echo the room is there; exec sleep infinity"}};
+    NamespaceProcess namespace_{{"sh", "-c", "echo the namespace is there; exec sleep infinity"}};
 };
 
 TEST_P(InitScript, startsTheServiceSoThatItAnswersOnce) {

@@ -223,12 +223,12 @@ protected:
         }
     }
 
-    // A process of an ordinary user in the service's room.
-    static std::unique_ptr<ChildProcess> enterSomebody(ServiceProcess& room) {
+    // A process of an ordinary user in the service's PID namespace.
+    static std::unique_ptr<ChildProcess> enterSomebody(ServiceProcess& service) {
         const std::string id = std::to_string(kSomebody);
         std::unique_ptr<ChildProcess> witness =
-            room.enter({"setpriv", "--reuid", id, "--regid", id, "--clear-groups", "--", "sh", "-c",
-                        "echo here; exec sleep infinity"});
+            service.enter({"setpriv", "--reuid", id, "--regid", id, "--clear-groups", "--", "sh",
+                           "-c", "echo here; exec sleep infinity"});
         EXPECT_TRUE(witness != nullptr && witness->waitForOutput("here"));
         return witness;
     }

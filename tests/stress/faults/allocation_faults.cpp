@@ -41,8 +41,8 @@ test_support::ServiceOptions FailingAllocations::serviceOptions() {
     page_->armed = 0;
     watch_ = std::make_unique<CallWatch>();
     test_support::ServiceOptions options;
-    // Through env, so that the room itself is left alone. Small pieces of memory are not kept by
-    // GLib.
+    // Through env, so that pid-namespace itself is left alone. Small pieces of memory are not kept
+    // by GLib.
     options.environment = {"LD_LIBRARY_PATH=" + test_support::buildPath("tests/stress/faults"),
                            "G_SLICE=always-malloc",
                            std::string(kAllocationPageVariable) + "=" + folder_.path("page")};

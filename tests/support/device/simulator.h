@@ -11,7 +11,7 @@
 
 namespace test_support {
 
-// Runs beside the rooms, so it outlives a service's kill(-1). Ended with its owner.
+// Runs outside the PID namespaces, so it outlives a service's kill(-1). Ended with its owner.
 class Simulator {
 public:
     // `state` is the folder of the simulated device; "" takes the simulator's own default.

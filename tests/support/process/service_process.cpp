@@ -1,4 +1,4 @@
-// The real service, started by a test in a room of its own.
+// The real service, started by a test in a PID namespace of its own.
 #include "tests/support/process/service_process.h"
 
 #include <algorithm>
@@ -79,7 +79,7 @@ std::string whyMemoryIsNotItsOwn() {
 }
 
 ServiceProcess::ServiceProcess(const ServiceOptions& options)
-    : RoomProcess(commandFor(options), childOptionsFor(options, *this)) {}
+    : NamespaceProcess(commandFor(options), childOptionsFor(options, *this)) {}
 
 ServiceProcess::~ServiceProcess() {
     // Killed, a process has no chance to look for its leaks or to write what it has counted.

@@ -1,4 +1,4 @@
-// The real service, started by a test in a room of its own.
+// The real service, started by a test in a PID namespace of its own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/support/process/child_process.h"
-#include "tests/support/process/room_process.h"
+#include "tests/support/process/namespace_process.h"
 #include "tests/support/process/sanitizer_reports.h"
 
 namespace test_support {
@@ -33,10 +33,10 @@ std::string whyMemoryIsNotItsOwn();
 // in front of the service; see scripts/checks/memcheck.
 //
 // Standard output goes through a raw pseudo-terminal, so that it arrives line by line and byte for
-// byte. The destructor ends the room and fails the test when a sanitizer reported anything; in
+// byte. The destructor ends the namespace and fails the test when a sanitizer reported anything; in
 // sanitizer builds it first lets the service exit, so that leaks are looked for.
 // The reports are a base because their folder has to exist before the process starts.
-class ServiceProcess final : private SanitizerReports, public RoomProcess {
+class ServiceProcess final : private SanitizerReports, public NamespaceProcess {
 public:
     explicit ServiceProcess(const ServiceOptions& options = {});
     ~ServiceProcess();
@@ -45,7 +45,7 @@ public:
     testing::AssertionResult waitUntilAnswers();
 
     // The process that owns the service's bus name, as seen by the test; nothing when there is
-    // none or when it is not in this room.
+    // none or when it is not in this namespace.
     std::optional<pid_t> processId() const;
 
     // Its open descriptors, as the targets of /proc/PID/fd, and its number of threads.
@@ -56,8 +56,8 @@ public:
     // counted: its address space may not grow by another stack.
     testing::AssertionResult forbidThreads(unsigned further = 0) const;
 
-    // Takes the bus name away from the service, which ends it. Returns how the room ended, nothing
-    // when it did not.
+    // Takes the bus name away from the service, which ends it. Returns how the namespace ended,
+    // nothing when it did not.
     std::optional<ProcessEnd> stop();
 };
 

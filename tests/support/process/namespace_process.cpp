@@ -1,5 +1,5 @@
-// A command that a test runs in a room: pid and mount namespaces of its own inside the sandbox.
-#include "tests/support/process/room_process.h"
+// A command that a test runs in PID and mount namespaces of its own inside the sandbox.
+#include "tests/support/process/namespace_process.h"
 
 #include <algorithm>
 #include <sstream>
@@ -13,10 +13,10 @@ namespace {
 
 constexpr const char* kWitnessReady = "the witness runs";
 
-std::vector<std::string> inRoom(const std::vector<std::string>& command) {
+std::vector<std::string> insideNamespace(const std::vector<std::string>& command) {
     std::vector<std::string> arguments{"--report", std::to_string(ChildProcess::kReportFd), "--"};
     arguments.insert(arguments.end(), command.begin(), command.end());
-    return runnable(buildPath("room"), arguments);
+    return runnable(buildPath("pid-namespace"), arguments);
 }
 
 struct ReportLine {
@@ -38,8 +38,8 @@ std::vector<ReportLine> parseReport(const std::string& report) {
     return lines;
 }
 
-std::vector<RoomEnd> endsIn(const std::string& report) {
-    std::vector<RoomEnd> ends;
+std::vector<NamespaceEnd> endsIn(const std::string& report) {
+    std::vector<NamespaceEnd> ends;
     for (const ReportLine& line : parseReport(report)) {
         if (line.what == "exit") {
             ends.push_back({line.pid, exited(line.number)});
@@ -52,22 +52,23 @@ std::vector<RoomEnd> endsIn(const std::string& report) {
 
 }  // namespace
 
-RoomProcess::RoomProcess(const std::vector<std::string>& command, const ChildOptions& options)
-    : outer_(inRoom(command), options) {}
+NamespaceProcess::NamespaceProcess(const std::vector<std::string>& command,
+                                   const ChildOptions& options)
+    : outer_(insideNamespace(command), options) {}
 
-std::optional<pid_t> RoomProcess::commandInside() {
+std::optional<pid_t> NamespaceProcess::commandInside() {
     outer_.streams().waitFor(ChildProcess::kReportStream,
                              [](auto& text) { return !parseReport(text).empty(); });
     const std::vector<ReportLine> lines = parseReport(outer_.report());
     return lines.empty() ? std::nullopt : std::optional(lines.front().pid);
 }
 
-std::optional<pid_t> RoomProcess::init() const {
+std::optional<pid_t> NamespaceProcess::init() const {
     const std::vector<pid_t> children = childrenOf(outer_.id());
     return children.empty() ? std::nullopt : std::optional(children.front());
 }
 
-std::vector<pid_t> RoomProcess::processesOutside() const {
+std::vector<pid_t> NamespaceProcess::processesOutside() const {
     const std::optional<pid_t> first = init();
     if (!first) {
         return {};
@@ -77,7 +78,7 @@ std::vector<pid_t> RoomProcess::processesOutside() const {
     return all;
 }
 
-std::optional<pid_t> RoomProcess::outsideId(pid_t inside) const {
+std::optional<pid_t> NamespaceProcess::outsideId(pid_t inside) const {
     for (const pid_t pid : processesOutside()) {
         if (innermostId(pid) == inside) {
             return pid;
@@ -86,14 +87,14 @@ std::optional<pid_t> RoomProcess::outsideId(pid_t inside) const {
     return std::nullopt;
 }
 
-std::vector<RoomEnd> RoomProcess::ends() const {
+std::vector<NamespaceEnd> NamespaceProcess::ends() const {
     return endsIn(outer_.report());
 }
 
-std::optional<ProcessEnd> RoomProcess::waitForEndOf(pid_t inside) {
+std::optional<ProcessEnd> NamespaceProcess::waitForEndOf(pid_t inside) {
     std::optional<ProcessEnd> result;
     outer_.streams().waitFor(ChildProcess::kReportStream, [&](const std::string& report) {
-        for (const RoomEnd& one : endsIn(report)) {
+        for (const NamespaceEnd& one : endsIn(report)) {
             if (one.insideId == inside) {
                 result = one.end;
             }
@@ -103,12 +104,12 @@ std::optional<ProcessEnd> RoomProcess::waitForEndOf(pid_t inside) {
     return result;
 }
 
-std::optional<ProcessEnd> RoomProcess::waitForCommandEnd() {
+std::optional<ProcessEnd> NamespaceProcess::waitForCommandEnd() {
     const std::optional<pid_t> command = commandInside();
     return command ? waitForEndOf(*command) : std::nullopt;
 }
 
-void RoomProcess::kill() {
+void NamespaceProcess::kill() {
     // A process whose first thread has ended may still have others, and with them its locks: gone
     // is what the process table does not know any more.
     const std::vector<pid_t> inhabitants = processesOutside();
@@ -117,23 +118,23 @@ void RoomProcess::kill() {
     waitUntil([&] { return std::none_of(inhabitants.begin(), inhabitants.end(), isKnown); });
 }
 
-std::vector<ProcessEnd> RoomProcess::waitForAllEnds() {
-    EXPECT_TRUE(waitForEmpty().has_value()) << "the room does not end";
-    EXPECT_TRUE(waitForOutputEnd()) << "the room's streams do not end";
+std::vector<ProcessEnd> NamespaceProcess::waitForAllEnds() {
+    EXPECT_TRUE(waitForEmpty().has_value()) << "the namespace does not end";
+    EXPECT_TRUE(waitForOutputEnd()) << "the namespace's streams do not end";
     std::vector<ProcessEnd> result;
-    for (const RoomEnd& one : ends()) {
+    for (const NamespaceEnd& one : ends()) {
         result.push_back(one.end);
     }
     return result;
 }
 
-std::unique_ptr<ChildProcess> RoomProcess::enter(const std::vector<std::string>& command) {
+std::unique_ptr<ChildProcess> NamespaceProcess::enter(const std::vector<std::string>& command) {
     const std::optional<pid_t> target = commandInside() ? init() : std::nullopt;
     if (!target) {
-        ADD_FAILURE() << "there is no room to enter: " << standardError();
+        ADD_FAILURE() << "there is no namespace to enter: " << standardError();
         return nullptr;
     }
-    // Ended here, the process must not stay behind in the room: it dies with its nsenter.
+    // Ended here, the process must not stay behind in the namespace: it dies with its nsenter.
     std::vector<std::string> arguments{
         "nsenter", "--target", std::to_string(*target), "--mount", "--pid",
         "--",      "setpriv",  "--pdeathsig",           "KILL",    "--"};
@@ -141,7 +142,7 @@ std::unique_ptr<ChildProcess> RoomProcess::enter(const std::vector<std::string>&
     return std::make_unique<ChildProcess>(arguments);
 }
 
-std::unique_ptr<ChildProcess> RoomProcess::enterWitness() {
+std::unique_ptr<ChildProcess> NamespaceProcess::enterWitness() {
     const std::string script = std::string("echo ") + kWitnessReady + "; exec sleep infinity";
     std::unique_ptr<ChildProcess> witness = enter({"sh", "-c", script});
     if (witness != nullptr) {

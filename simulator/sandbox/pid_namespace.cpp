@@ -1,18 +1,18 @@
-// room [--report FD] [--terminal] -- COMMAND [ARG...]: runs COMMAND in a pid and mount namespace
-// of its own.
+// pid-namespace [--report FD] [--terminal] -- COMMAND [ARG...]: runs COMMAND in a PID and mount
+// namespace of its own.
 //
-// A room keeps a kill(-1, SIGTERM) to itself: only what runs in the room is reached, never the
+// The namespace keeps a kill(-1, SIGTERM) to itself: only what runs in it is reached, never the
 // small init that this program leaves there as process 1. The init reaps every process and, with
 // --report, writes one line for each to FD: "start PID" for COMMAND, then "exit PID CODE" or
-// "signal PID NUMBER", with process ids as inside the room, so that the end of a daemon is seen
-// too.
+// "signal PID NUMBER", with process ids as inside the namespace, so that the end of a daemon is
+// seen too.
 //
 // With --terminal COMMAND's standard output is a terminal, so that what it writes without flushing
 // comes line by line; it is passed on unchanged.
 //
-// The room ends when no process is left in it, with COMMAND's status (128 + N for signal N).
-// Everything in it dies with this program, and this program with its caller. Status 125: no room
-// was made; 127: COMMAND could not be run.
+// The program ends when no process is left in it, with COMMAND's status (128 + N for signal N).
+// Everything in it dies with this program, and this program with its caller. Status 125: no
+// namespace was made; 127: COMMAND could not be run.
 #include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -40,7 +40,7 @@
 
 namespace {
 
-constexpr int kNoRoom = 125;
+constexpr int kNoNamespace = 125;
 constexpr int kCannotRun = 127;
 constexpr int kSignalBase = 128;
 constexpr useconds_t kGuestPollMicroseconds = 10000;
@@ -56,8 +56,8 @@ struct Arguments {
 };
 
 [[noreturn]] void refuse(const std::string& reason) {
-    std::fprintf(stderr, "room: %s\n", reason.c_str());
-    _exit(kNoRoom);
+    std::fprintf(stderr, "pid-namespace: %s\n", reason.c_str());
+    _exit(kNoNamespace);
 }
 
 [[noreturn]] void refuseWithErrno(const std::string& what) {
@@ -86,7 +86,7 @@ Arguments parse(int argc, char** argv) {
         ++next;
     }
     if (next + 1 >= argc || std::strcmp(argv[next], "--") != 0) {
-        refuse("usage: room [--report FD] [--terminal] -- COMMAND [ARG...]");
+        refuse("usage: pid-namespace [--report FD] [--terminal] -- COMMAND [ARG...]");
     }
     result.command = argv + next + 1;
     return result;
@@ -122,7 +122,7 @@ bool isZombie(const std::string& pid) {
     return end == std::string::npos || text[end + 2] == 'Z' || text[end + 2] == 'X';
 }
 
-// Whether a process that entered the room from outside (and is reaped there) still runs.
+// Whether a process that entered the namespace from outside (and is reaped there) still runs.
 bool guestsLeft() {
     const std::unique_ptr<DIR, CloseDirectory> proc(opendir("/proc"));
     if (proc == nullptr) {
@@ -138,7 +138,7 @@ bool guestsLeft() {
     return false;
 }
 
-// Reaps until the room is empty; returns the wait status of `command`.
+// Reaps until the namespace is empty; returns the wait status of `command`.
 int reapAll(pid_t command, int reportFd) {
     int result = 0;
     for (;;) {
@@ -169,7 +169,7 @@ void dropStandardStreams() {
 
 [[noreturn]] void runCommand(char** command) {
     execvp(command[0], command);
-    std::fprintf(stderr, "room: cannot run %s: %s\n", command[0], std::strerror(errno));
+    std::fprintf(stderr, "pid-namespace: cannot run %s: %s\n", command[0], std::strerror(errno));
     _exit(kCannotRun);
 }
 
@@ -177,7 +177,7 @@ void dieWithParent(int parentAlive) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     pollfd gone{parentAlive, POLLIN, 0};
     if (poll(&gone, 1, 0) != 0) {  // the parent died before the line above took effect
-        _exit(kNoRoom);
+        _exit(kNoNamespace);
     }
     close(parentAlive);
 }
@@ -238,7 +238,7 @@ bool writeAll(int fd, std::string_view bytes) {
 }
 
 // Until nobody has the terminal any more. What a reader that has gone away does not take is lost,
-// and the room goes on.
+// and the namespace goes on.
 void passOn(int terminal) {
     std::array<char, 4096> buffer{};
     bool wanted = true;
@@ -277,14 +277,14 @@ int main(int argc, char** argv) {
     if (arguments.terminal) {
         terminal = openTerminal();
     }
-    // Shared, so that the room's copy of every mount follows the sandbox's.
+    // Shared, so that the namespace's copy of every mount follows the sandbox's.
     if (mount("none", "/", nullptr, MS_REC | MS_SHARED, nullptr) != 0 ||
         unshare(CLONE_NEWNS | CLONE_NEWPID) != 0) {
         refuseWithErrno("cannot make the namespaces");
     }
     const pid_t init = fork();
     if (init < 0) {
-        refuseWithErrno("cannot start the room's init");
+        refuseWithErrno("cannot start the namespace's init");
     }
     if (init == 0) {
         close(alive[1]);
