@@ -69,12 +69,12 @@ double secondsOf(std::chrono::milliseconds time) {
 const std::vector<SimulatorOrder>& simulatorOrders() {
     using Faults = SimulatorFaults;
     static const std::vector<SimulatorOrder> kOrders = {
-        {kStatusOrder, "", "how it behaves", nullptr, nullptr, changeNothing},
+        {kStatusOrder, "", "say how it behaves", nullptr, nullptr, changeNothing},
         {"refuse", "", "turn every connection down", &Faults::refuse, "refuses connections"},
         {"delay", "SECONDS", "act on each call only after SECONDS", nullptr, nullptr, delay},
         {"hang", "", "act on no call and go on with no job", &Faults::hang, "hangs"},
         {"die-in-job", "", "end half-way through a job", &Faults::dieInJob, "dies in a job"},
-        {"accept", "", "none of these: what hangs goes on", nullptr, nullptr, accept},
+        {"accept", "", "end these four faults; what hangs goes on", nullptr, nullptr, accept},
         {"report-size", "BYTES", "report BYTES as the size of every backup", nullptr, nullptr,
          reportSize},
         {"real-size", "", "report the real size", nullptr, nullptr, reportRealSize},

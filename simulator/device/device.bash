@@ -221,11 +221,6 @@ startDeviceManager() {
         --job-seconds "$1" </dev/null
 }
 
-# orderDeviceManager ORDER [VALUE]: prints the behaviour after that. Status 2 for what is no order.
-orderDeviceManager() {
-    "${simulator[@]}" --order "$1" -- "${@:2}"
-}
-
 startAppletControl() {
     mkfifo "$kApplets"
     startPart applet-control "owns com.morvane.scctrl" "${emulator[@]}" "$build/applet-control" <>"$kApplets"
@@ -233,15 +228,6 @@ startAppletControl() {
 
 tellAppletControl() {
     printf '%s\n' "$1" >"$kApplets"
-}
-
-# Sets the name of the device, or prints it when there is none.
-deviceName() {
-    if (($# == 0)); then
-        "${simulator[@]}" --state "$kState" --print-name
-    else
-        "${simulator[@]}" --state "$kState" --set-name="$1"
-    fi
 }
 
 # ---- the service -------------------------------------------------------------------------------------

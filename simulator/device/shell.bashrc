@@ -7,29 +7,12 @@ call() {
     device call "$@"
 }
 
-# The words of "device", and after --from the folders.
 completeDevice() {
-    local words current=${COMP_WORDS[COMP_CWORD]}
-    COMPREPLY=()
-    if [[ ${COMP_WORDS[COMP_CWORD - 1]} == --from ]]; then
-        compopt -o filenames
-        mapfile -t COMPREPLY < <(compgen -d -- "$current")
-        return
-    fi
-    case $COMP_CWORD:${COMP_WORDS[1]} in
-        1:*) words='applet call help log manager name organization plug pull service sticks' ;;
-        *:plug) words='1 2 3 4 --size --from --read-only --nearly-full' ;;
-        2:pull) words='1 2 3 4' ;;
-        2:manager) words='accept delay die-in-job hang job-seconds real-size refuse report-size start status stop' ;;
-        2:organization) words='name domain' ;;
-        2:service) words='start stop status' ;;
-        3:service) words=--once ;;
-        2:log) words=-f ;;
-        *) return ;;
-    esac
-    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+    local words
+    words=$(device --complete "${COMP_WORDS[@]:1:COMP_CWORD-1}")
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "${COMP_WORDS[COMP_CWORD]}")
 }
-complete -F completeDevice device
+complete -o dirnames -F completeDevice device
 . "${BASH_SOURCE[0]%/*}/../../transferctl/completion/transferctl.bash"
 
 cat <<'END'
