@@ -1,0 +1,232 @@
+"""The sandboxed device under stress: sticks, the service and its methods."""
+import os
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+import gi
+
+gi.require_version("Gio", "2.0")
+from gi.repository import Gio, GLib  # noqa: E402 - the version comes first
+
+BUS_NAME = "com.morvane.transfer"
+SERVICE = "com-morvane-transfer-service"
+MEDIA = Path("/media/usb")
+PATIENCE = 20  # seconds; a start that gets no thread asks for one for ten
+LISTS = ("(av)", "(vu)", "(vi)")  # the types of replies that hold records
+STANDARD = "org.freedesktop.DBus."
+SANDBOX_MARK = Path("/run/morvane-sandbox")
+
+
+def refuse_outside_sandbox():
+    """Ends the program outside the project's sandbox: the service signals every process that it sees."""
+    links = SANDBOX_MARK.read_text(encoding="ascii").split() if SANDBOX_MARK.exists() else []
+    if not {os.readlink("/proc/self/ns/" + kind) for kind in ("ipc", "net")} <= set(links):
+        sys.exit("this program runs in the sandbox only; see ./dev help")
+
+
+def wait_until(condition, seconds=PATIENCE):
+    """What condition() gives, as soon as that is true or when the time is over."""
+    end = time.monotonic() + seconds
+    while not (result := condition()) and time.monotonic() < end:
+        time.sleep(0.002)
+    return result
+
+
+# ---- sticks -------------------------------------------------------------------------------------------------
+
+
+def stick(number):
+    return MEDIA / f"USB_X60.{number}"
+
+
+def plug(number, files):
+    """Mounts an empty stick and writes files, relative paths as bytes, into it."""
+    path = stick(number)
+    path.mkdir(parents=True, exist_ok=True)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", f"/dev/sd{'abcd'[number - 1]}1", path], check=True)
+    fill(number, files)
+
+
+def fill(number, files):
+    root = os.fsencode(stick(number))
+    for name in files:
+        target = os.path.join(root, name)
+        os.makedirs(os.path.dirname(target), exist_ok=True)
+        with open(target, "wb") as file:
+            file.write(b"content of " + name)
+
+
+def pull(number):
+    """Unmounts a stick; its directory stays when a call has made something in there since."""
+    subprocess.run(["umount", "--lazy", stick(number)], check=True)
+    try:
+        stick(number).rmdir()
+    except OSError:
+        pass
+
+
+# ---- processes ----------------------------------------------------------------------------------------------
+
+
+def status_field(pid, name, default=0):
+    """A number of /proc/PID/status."""
+    try:
+        for line in Path(f"/proc/{pid}/status").read_text(encoding="utf-8").splitlines():
+            if line.startswith(name + ":"):
+                return int(line.split()[1])
+    except (FileNotFoundError, ProcessLookupError):
+        pass
+    return default
+
+
+def is_running(pid):
+    return process_state(pid) not in ("Z", "X")
+
+
+def descriptors(pid):
+    """What the open descriptors are, sorted; sockets are all alike."""
+    kinds = []
+    for link in Path(f"/proc/{pid}/fd").iterdir():
+        try:
+            kinds.append(os.readlink(link).split("[")[0])
+        except FileNotFoundError:
+            pass
+    return sorted(kinds)
+
+
+def stopped(pid):
+    """Whether a process is stopped, by a signal or by who traces it."""
+    return process_state(pid) in ("T", "t")
+
+
+def process_state(pid):
+    try:
+        return Path(f"/proc/{pid}/stat").read_text(encoding="utf-8").rpartition(") ")[2][0]
+    except (FileNotFoundError, ProcessLookupError):
+        return "X"
+
+
+def start_service(build, *arguments, held=False, environment=None, **streams):
+    """Starts the service; a held one is stopped before its first system call."""
+    command = [build / SERVICE, *arguments]
+    if held:
+        command = ["sh", "-c", 'kill -STOP $$; exec "$@"', "sh", *command]
+    process = subprocess.Popen(command, env={**os.environ, **(environment or {})}, **streams)
+    if held:
+        wait_until(lambda: stopped(process.pid))
+    return process
+
+
+def service_processes():
+    """The ids of the processes that run the service, in the order of their start."""
+    return [pid for pid in sorted(int(name) for name in os.listdir("/proc") if name.isdigit()) if runs_service(pid)]
+
+
+def runs_service(task):
+    """Whether a process or thread runs the service, and not another program or nothing any more."""
+    try:
+        return os.readlink(f"/proc/{task}/exe").endswith("/" + SERVICE)
+    except (FileNotFoundError, ProcessLookupError):
+        return False
+
+
+def send(number, pid):
+    """Sends a signal to a process that may be gone."""
+    try:
+        os.kill(pid, number)
+    except ProcessLookupError:
+        pass
+
+
+def kill(pid):
+    """Kills a process and waits until it is gone."""
+    send(signal.SIGKILL, pid)
+    wait_until(lambda: not is_running(pid))
+
+
+# ---- the bus ------------------------------------------------------------------------------------------------
+
+
+def connect(address=None):
+    """A connection of its own to the system bus, or to the one at an address: one client."""
+    flags = Gio.DBusConnectionFlags
+    return Gio.DBusConnection.new_for_address_sync(
+        address or Gio.dbus_address_get_for_bus_sync(Gio.BusType.SYSTEM),
+        flags.AUTHENTICATION_CLIENT | flags.MESSAGE_BUS_CONNECTION)
+
+
+def call(bus, path, interface, method, arguments=None, name=BUS_NAME, seconds=PATIENCE):
+    """The reply, or raises GLib.Error."""
+    return bus.call_sync(name, path, interface, method, arguments, None, Gio.DBusCallFlags.NO_AUTO_START,
+                         seconds * 1000, None)
+
+
+def error_name(error):
+    return Gio.DBusError.get_remote_error(error) or error.message
+
+
+def service_process(bus):
+    """The process that owns the service's name; None where nobody does."""
+    try:
+        return call(bus, "/", "org.freedesktop.DBus", "GetConnectionUnixProcessID", GLib.Variant("(s)", (BUS_NAME,)),
+                    "org.freedesktop.DBus")[0]
+    except GLib.Error:
+        return None
+
+
+def answers(bus):
+    """Whether the service has exported its objects, which it does last of all."""
+    try:
+        return service_process(bus) is not None and bool(own_interfaces(bus, "/sacIntf"))
+    except GLib.Error:
+        return False
+
+
+def introspect(bus, path):
+    return Gio.DBusNodeInfo.new_for_xml(call(bus, path, STANDARD + "Introspectable", "Introspect")[0])
+
+
+def own_interfaces(bus, path):
+    return [each for each in introspect(bus, path).interfaces if not each.name.startswith(STANDARD)]
+
+
+class Method:
+    """A method as the service describes it."""
+
+    def __init__(self, path, interface, info):
+        self.path, self.interface, self.name = path, interface, info.name
+        self.inputs = [argument.signature for argument in info.in_args]
+        self.output = "(" + "".join(argument.signature for argument in info.out_args) + ")"
+
+    starts_job = property(lambda self: self.output == "(i)")
+    lists = property(lambda self: self.output in LISTS)
+
+
+def methods(bus):
+    """All methods of all objects but the bus's own, from what the service says of itself."""
+    return [Method("/" + node.path, interface.name, info)
+            for node in introspect(bus, "/").nodes
+            for interface in own_interfaces(bus, "/" + node.path)
+            for info in interface.methods]
+
+
+def records(reply):
+    """The records of a list, each as a string; None when the list has half a record or another count."""
+    body, *count = children(reply)
+    elements = children(body)
+    groups = [" ".join(unboxed(each).print_(False) for each in elements[at:at + 4]) for at in range(0, len(elements), 4)]
+    if count and count[0].unpack() == 0 and len(groups) == 1:
+        groups = []  # the placeholder of an empty list
+    return groups if len(elements) % 4 == 0 and (not count or count[0].unpack() == len(groups)) else None
+
+
+def children(variant):
+    variant = unboxed(variant)
+    return [variant.get_child_value(index) for index in range(variant.n_children())]
+
+
+def unboxed(variant):
+    return variant.get_variant() if variant.get_type_string() == "v" else variant
