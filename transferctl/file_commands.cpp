@@ -1,92 +1,79 @@
 // The commands that change a stick's directories, and the one that proposes a name.
 #include "transferctl/commands.h"
-#include "transferctl/json_text.h"
-#include "transferctl/looking.h"
 #include "transferctl/output.h"
-#include "transferctl/shown_text.h"
-#include "transferctl/transfer_client.h"
+#include "transferctl/safe_text.h"
 
 namespace transferctl {
 namespace {
 
-[[noreturn]] void refused(const std::string& message) {
+[[noreturn]] void refuse(const std::string& message) {
     throw Failure(ExitStatus::kRefused, message);
 }
 
-StickPath placeBelowRoot(const std::string& argument) {
-    StickPath place = parseStickPath(argument);
-    if (place.isRoot()) {
-        throw Failure(ExitStatus::kUsage, "'" + argument + "' names the stick itself");
+StickPath placeBelowRoot(const Options& options) {
+    StickPath place = parseStickPath(options.arguments.front());
+    if (place.path.empty()) {
+        throw Failure(ExitStatus::kUsage, "'" + place.text() + "' is the stick itself");
     }
     return place;
 }
 
-void printPlace(const char* word, const StickPath& place, const Options& options) {
+void printDone(const char* word, const StickPath& place, const Options& options) {
     if (options.json) {
-        JsonBuilding json;
-        json.text(word, place.text());
-        print(json.line());
+        printJson(g_variant_new_parsed("{%s: <%s>}", word, place.text().c_str()));
     } else {
-        print(std::string(word) + " " + shownSafely(place.text()) + "\n");
+        print(word + (" " + safeText(place.text())) + "\n");
     }
 }
 
-// Why a removal was refused, as far as a listing tells.
+// Why the service has refused to remove the place, as far as listings tell.
 std::string reasonToKeep(TransferClient* client, const StickPath& place) {
-    const std::optional<File> file = findFile(*client, place);
+    const std::optional<File> file = client->find(place);
     if (!file) {
-        return place.isHidden() ? "not there or not allowed: " : "no such file or directory: ";
+        return place.isHidden() ? "not there, or not allowed" : "no such file or directory";
     }
     if (!file->isDirectory) {
-        return "not allowed: ";
+        return "not allowed (stick read-only?)";
     }
-    return client->directory(place).empty() ? "not allowed, or hidden files are in it: "
-                                            : "directory not empty: ";
+    return client->directory(place).empty() ? "not allowed, or hidden files are in it"
+                                            : "directory not empty";
 }
 
 }  // namespace
 
 void makeDirectory(const Options& options) {
-    const StickPath place = placeBelowRoot(options.arguments.front());
-    checkNewName(place.name());
+    const StickPath place = placeBelowRoot(options);
+    checkNewName(place.path.filename());
     checkNewDirectory(place);
-    TransferClient client{Deadline(options.limit())};
-    requireMounted(client, place.stick);
+    TransferClient client{Deadline(options.limit)};
+    client.requireMounted(place.stick);
     if (!client.createDirectory(place)) {
-        refused("exists already: " + place.text());
+        refuse("exists already: " + place.text());
     }
-    // The service's yes means that it has tried.
-    const std::optional<File> made = findFile(client, place);
+    const std::optional<File> made = client.find(place);
     if (!made || !made->isDirectory) {
-        refused(
-            "the service has tried, but the directory is not there (stick full or read-only?): " +
-            place.text());
+        refuse("the service has not been able to make it (stick full or read-only?): " +
+               place.text());
     }
-    printPlace("created", place, options);
+    printDone("created", place, options);
 }
 
 void removeFile(const Options& options) {
-    const StickPath place = placeBelowRoot(options.arguments.front());
-    TransferClient client{Deadline(options.limit())};
-    requireMounted(client, place.stick);
+    const StickPath place = placeBelowRoot(options);
+    TransferClient client{Deadline(options.limit)};
+    client.requireMounted(place.stick);
     if (!client.deleteFile(place)) {
-        refused(reasonToKeep(&client, place) + place.text());
+        refuse(reasonToKeep(&client, place) + ": " + place.text());
     }
-    printPlace("removed", place, options);
+    printDone("removed", place, options);
 }
 
 void proposeName(const Options& options) {
-    TransferClient client{Deadline(options.limit())};
-    const std::string name = client.backupName();
-    if (name.empty()) {
-        refused("the device's name cannot be read, so there is no proposal");
-    }
+    const std::string name = TransferClient(Deadline(options.limit)).proposedName();
     if (options.json) {
-        JsonBuilding json;
-        json.text("name", name);
-        print(json.line());
+        printJson(g_variant_new_parsed("{'name': <%s>}", name.c_str()));
     } else {
-        print(shownSafely(name) + "\n");
+        print(safeText(name) + "\n");
     }
 }
 

@@ -1,78 +1,73 @@
 // The commands that start a job: backup, restore, update.
 #include "transferctl/commands.h"
-#include "transferctl/job_codes.h"
-#include "transferctl/job_guard.h"
-#include "transferctl/json_text.h"
-#include "transferctl/looking.h"
 #include "transferctl/output.h"
-#include "transferctl/shown_text.h"
-#include "transferctl/transfer_client.h"
-#include "transferctl/units.h"
+#include "transferctl/safe_text.h"
+#include "transferctl/started_job.h"
 #include "transferctl/wait_for_backup.h"
 
 namespace transferctl {
 namespace {
 
-constexpr std::string_view kBackupEnding = ".psb";
-
-bool endsWith(std::string_view text, std::string_view ending) {
-    return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
+std::string meaningOf(JobResult result) {
+    switch (result) {
+        case JobResult::NoThread:
+            return "the service cannot create a thread";
+        case JobResult::BadFileName:
+            return std::string("bad file name (a backup has '") + kBackupMarker +
+                   "' in it, an update '" + kUpdateMarker + "')";
+        case JobResult::StickNotMounted:
+            return "stick not mounted";
+        case JobResult::NotEnoughSpace:
+            return "not enough space, or the device manager does not tell the size";
+        case JobResult::FileMissing:
+            return "no such file";
+        default:
+            return "unknown result code " + std::to_string(static_cast<int>(result));
+    }
 }
 
-JsonBuilding jobJson(Job job, const StickPath& file, bool done) {
-    JsonBuilding json;
-    json.text("job", nameOf(job))
-        .text("file", file.text())
-        .truth("started", true)
-        .truth("done", done);
-    return json;
+void requireStarted(JobResult result, const StickPath& file) {
+    if (result != JobResult::Started) {
+        throw Failure(ExitStatus::kRefused, meaningOf(result) + ": " + file.text(),
+                      static_cast<int>(result));
+    }
 }
 
-void printStarted(Job job, const StickPath& file, const char* whatNext, const Options& options) {
+void printStarted(const StartedJob& job, const char* whatNext, const Options& options) {
     if (options.json) {
-        print(jobJson(job, file, false).line());
+        printJson(
+            g_variant_new_parsed("{'job': <%s>, 'file': <%s>, 'started': <true>, 'done': <false>}",
+                                 job.job.c_str(), job.file.c_str()));
     } else {
-        print(std::string(nameOf(job)) + " started, not done: " + shownSafely(file.text()) + "\n" +
-              whatNext + "\n");
+        print(job.job + " started, not done: " + safeText(job.file) + "\n" + whatNext + "\n");
     }
 }
 
-void printDone(const StickPath& file, const FinishedBackup& finished, const Options& options) {
+void printDone(const StartedJob& job, const FinishedBackup& backup, const Options& options) {
     if (options.json) {
-        JsonBuilding json = jobJson(Job::kBackup, file, true);
-        json.number("size", finished.size)
-            .number("milliseconds", static_cast<std::uint64_t>(finished.time.count()));
-        print(json.line());
+        printJson(
+            g_variant_new_parsed("{'job': <%s>, 'file': <%s>, 'started': <true>, 'done': "
+                                 "<true>, 'size': <%x>, 'milliseconds': <%x>}",
+                                 job.job.c_str(), job.file.c_str(), jsonNumber(backup.size),
+                                 gint64{backup.time.count()}));
     } else {
-        print("backup done: " + shownSafely(file.text()) + ", " + humanSize(finished.size) +
-              " in " + humanDuration(finished.time) + "\n");
+        print("backup done: " + safeText(job.file) + ", " + humanSize(backup.size) + " in " +
+              humanDuration(backup.time) + "\n");
     }
 }
 
-using Start = std::function<int()>;
-
-// Starts a job once in a life of the service. Throws Failure unless the service answers "started".
-void startOnce(TransferClient& client, Job job, const StickPath& file, const Options& options,
-               const Start& start) {
-    JobGuard guard(client, job, file, options.force);
-    const int code = guard.settle(start);
-    if (code != 0) {
-        throw Failure(ExitStatus::kRefused, meaningOf(code) + ": " + file.text(), code);
-    }
-}
-
-// What the command's argument and --name say: the directory, or the file itself. Without a name the
-// service proposes one.
+// Where the backup goes: a directory, and a name unless the service is to propose one.
 struct BackupTarget {
     StickPath directory;
     std::optional<std::string> name;
 };
 
-BackupTarget targetOf(const Options& options) {
-    const StickPath place = parseStickPath(options.arguments.front());
-    BackupTarget target{place, options.name};
-    if (!options.name && endsWith(place.name(), kBackupEnding)) {
-        target = {place.parent(), std::string(place.name())};
+BackupTarget targetIn(const Options& options) {
+    BackupTarget target{parseStickPath(options.arguments.front()), options.name};
+    std::filesystem::path& path = target.directory.path;
+    if (!target.name && g_str_has_suffix(path.c_str(), kBackupMarker) != FALSE) {
+        target.name = path.filename();
+        path = path.parent_path();
     }
     if (target.name) {
         checkNewName(*target.name);
@@ -81,77 +76,62 @@ BackupTarget targetOf(const Options& options) {
     return target;
 }
 
-std::string nameOrProposal(TransferClient& client, const BackupTarget& target) {
-    std::string name = target.name ? *target.name : client.backupName();
-    if (name.empty()) {
-        throw Failure(ExitStatus::kRefused,
-                      "the device's name cannot be read, so there is no proposal: give --name");
-    }
-    return name;
-}
-
-// A file of the name would be removed by the service in the middle of the job, and until then be
-// taken for the finished backup.
-void makeRoom(TransferClient& client, const StickPath& file, bool force) {
-    const std::optional<File> old = findFile(client, file);
-    if (!old) {
+// The service would remove an old file in the middle of the job; until then --wait would take it
+// for the finished backup.
+void removeOld(TransferClient* client, const StickPath& file, const Options& options) {
+    if (!client->find(file)) {
         return;
     }
-    if (!force) {
+    if (!options.force) {
         throw Failure(ExitStatus::kRefused, "exists already, --force replaces it: " + file.text());
     }
-    if (!client.deleteFile(file)) {
+    if (!client->deleteFile(file)) {
         throw Failure(ExitStatus::kRefused, "cannot be replaced: " + file.text());
     }
 }
 
-StickPath existingFile(TransferClient& client, const Options& options) {
-    StickPath file = parseStickPath(options.arguments.front());
-    requireMounted(client, file.stick);
-    return file;
+using Call = JobResult (TransferClient::*)(const StickPath& file);
+
+void startWithFile(const char* job, Call call, const Options& options) {
+    const StickPath file = parseStickPath(options.arguments.front());
+    TransferClient client{Deadline(options.limit)};
+    client.requireMounted(file.stick);
+    // The service would start a restore of a missing file, and nobody would see it fail.
+    if (!file.isHidden() && !client.find(file)) {
+        throw Failure(ExitStatus::kRefused, "no such file: " + file.text());
+    }
+    const StartedJob started{job, file.text()};
+    startOnce(client, started, options.force, [&] { requireStarted((client.*call)(file), file); });
+    printStarted(started, "The service does not report the end: look at the device.", options);
 }
 
 }  // namespace
 
 void startBackup(const Options& options) {
-    const std::optional<std::uint32_t> type = backupTypeNamed(options.type);
-    if (!type) {
-        throw Failure(ExitStatus::kUsage, "--type is full, recipes or users, not " + options.type);
-    }
-    const BackupTarget target = targetOf(options);
-    TransferClient client{Deadline(options.limit())};
-    requireMounted(client, target.directory.stick);
-    const StickPath file = target.directory.child(nameOrProposal(client, target));
-    JobGuard::check(client, options.force);
-    makeRoom(client, file, options.force);
-    const auto start = std::chrono::steady_clock::now();
-    startOnce(client, Job::kBackup, file, options, [&] { return client.startBackup(file, *type); });
+    const BackupTarget target = targetIn(options);
+    TransferClient client{Deadline(options.limit)};
+    client.requireMounted(target.directory.stick);
+    const std::string name = target.name ? *target.name : client.proposedName();
+    const StickPath file{target.directory.stick, target.directory.path / name};
+    const StartedJob job{"backup", file.text()};
+    const auto begin = std::chrono::steady_clock::now();
+    startOnce(client, job, options.force, [&] {
+        removeOld(&client, file, options);
+        requireStarted(client.startBackup(file, options.kind), file);
+    });
     if (options.wait) {
-        printDone(file, waitForBackup(client, file, start, !options.json), options);
+        printDone(job, waitForBackup(&client, file, begin, !options.json), options);
     } else {
-        printStarted(Job::kBackup, file, "It is done when 'transferctl backups' shows the file.",
-                     options);
+        printStarted(job, "It is done when 'transferctl backups' lists the file.", options);
     }
 }
 
 void startRestore(const Options& options) {
-    parseStickPath(options.arguments.front());
-    TransferClient client{Deadline(options.limit())};
-    const StickPath file = existingFile(client, options);
-    // The service does not look: it would start, fail in silence and use up its one job.
-    if (!file.isHidden() && !findFile(client, file)) {
-        throw Failure(ExitStatus::kRefused, "no such file: " + file.text());
-    }
-    startOnce(client, Job::kRestore, file, options, [&] { return client.startRestore(file); });
-    printStarted(Job::kRestore, file, "The service reports no end: look at the device.", options);
+    startWithFile("restore", &TransferClient::startRestore, options);
 }
 
 void startUpdate(const Options& options) {
-    parseStickPath(options.arguments.front());
-    TransferClient client{Deadline(options.limit())};
-    const StickPath file = existingFile(client, options);
-    startOnce(client, Job::kUpdate, file, options, [&] { return client.startUpdate(file); });
-    printStarted(Job::kUpdate, file, "The service reports no end: look at the device.", options);
+    startWithFile("update", &TransferClient::startUpdate, options);
 }
 
 }  // namespace transferctl

@@ -1,144 +1,147 @@
-// The commands that show what is there: sticks, directories, backups, updates.
+// The commands that show what is there: the service, sticks, directories, backups, updates.
 #include <algorithm>
+#include <iterator>
 
 #include "transferctl/commands.h"
-#include "transferctl/json_text.h"
-#include "transferctl/looking.h"
 #include "transferctl/output.h"
-#include "transferctl/shown_text.h"
-#include "transferctl/transfer_client.h"
-#include "transferctl/units.h"
+#include "transferctl/safe_text.h"
+#include "transferctl/started_job.h"
 
 namespace transferctl {
 namespace {
 
-// From here on a level of a tree is left out by the service.
-constexpr std::size_t kTreeListLimit = 30;
-
-using Side = Column::Side;
-
-Cell sizeCell(std::uint64_t bytes) {
-    return {humanSize(bytes), std::to_string(bytes)};
+GVariant* jsonOf(const File& file) {
+    return g_variant_new_parsed(
+        "{'place': <%s>, 'stick': <%s>, 'path': <%s>, 'name': <%s>, 'kind': <%s>, 'size': <%x>}",
+        file.place.text().c_str(), file.place.stick.c_str(), file.place.path.c_str(),
+        file.place.path.filename().c_str(), file.isDirectory ? "directory" : "file",
+        jsonNumber(file.size));
 }
 
-// Directories have no size that says anything.
-Cell sizeCell(const File& file) {
-    return file.isDirectory ? Cell{"-", "-"} : sizeCell(file.size);
+template <typename Record>
+void printJsonList(const char* name, const std::vector<Record>& records) {
+    GVariantBuilder list;
+    g_variant_builder_init(&list, G_VARIANT_TYPE("aa{sv}"));
+    for (const Record& record : records) {
+        g_variant_builder_add_value(&list, jsonOf(record));
+    }
+    printJson(g_variant_new_parsed("{%s: <%@aa{sv}>}", name, g_variant_builder_end(&list)));
 }
 
-void printFiles(const std::vector<File>& files, const Options& options) {
+void printFiles(const std::vector<File>& files, const char* title, const Options& options,
+                std::string (*nameOf)(const StickPath& place)) {
     if (options.json) {
-        print(listToJson("files", files).line());
+        printJsonList("files", files);
         return;
     }
-    Table table({{"NAME", Side::kLeft}, {"SIZE", Side::kRight}});
+    Table table({title, "SIZE"});
     for (const File& file : files) {
-        table.add({textCell(file.name + (file.isDirectory ? "/" : "")), sizeCell(file)});
+        const std::string name = safeText(nameOf(file.place));
+        file.isDirectory ? table.add({name + "/", "-"}) : table.add({name, table.size(file.size)});
     }
-    print(table);
+    print(table.text());
 }
 
-void printPackages(const std::vector<File>& files, const Options& options) {
-    if (options.json) {
-        print(listToJson("files", files).line());
-        return;
-    }
-    Table table({{"FILE", Side::kLeft}, {"SIZE", Side::kRight}});
-    for (const File& file : files) {
-        table.add({textCell(file.place.text() + (file.isDirectory ? "/" : "")), sizeCell(file)});
-    }
-    print(table);
-}
-
-void sortByKindAndName(std::vector<File>* files) {
-    std::sort(files->begin(), files->end(), [](const File& left, const File& right) {
-        return left.isDirectory != right.isDirectory ? left.isDirectory : left.name < right.name;
-    });
-}
-
-// The places that a command was given, or all sticks.
-std::vector<StickPath> placesIn(const Options& options, TransferClient* client) {
-    std::vector<StickPath> places;
-    for (const std::string& argument : options.arguments) {
-        places.push_back(parseStickPath(argument));
-    }
-    if (places.empty()) {
-        for (const Stick& stick : client->sticks()) {
-            places.push_back({stick.name, ""});
-        }
-    }
-    return places;
-}
-
-// An empty listing may mean that there is no such directory: looks again, more closely.
+// An empty listing may mean that there is no such directory.
 std::vector<File> directoryOrFile(TransferClient* client, const StickPath& place) {
     std::vector<File> files = client->directory(place);
     if (!files.empty()) {
         return files;
     }
-    requireMounted(*client, place.stick);
-    if (place.isRoot() || place.isHidden()) {
+    client->requireMounted(place.stick);
+    if (place.path.empty() || place.isHidden()) {
         return files;
     }
-    const std::optional<File> itself = findFile(*client, place);
+    const std::optional<File> itself = client->find(place);
     if (!itself) {
         throw Failure(ExitStatus::kRefused, "no such file or directory: " + place.text());
     }
     return itself->isDirectory ? files : std::vector<File>{*itself};
 }
 
-using Listing = std::vector<File> (TransferClient::*)(const StickPath& path);
+using Listing = std::vector<File> (TransferClient::*)(const StickPath& place);
 
 void listPackages(const Options& options, Listing listing) {
-    for (const std::string& argument : options.arguments) {
-        parseStickPath(argument);  // wrong usage needs no service
+    std::vector<StickPath> places;
+    std::transform(options.arguments.begin(), options.arguments.end(), std::back_inserter(places),
+                   parseStickPath);
+    TransferClient client{Deadline(options.limit)};
+    if (places.empty()) {
+        for (const Stick& stick : client.sticks()) {
+            places.push_back({stick.name, {}});
+        }
     }
-    TransferClient client{Deadline(options.limit())};
     std::vector<File> all;
     bool mayBeCut = false;
-    for (const StickPath& place : placesIn(options, &client)) {
+    for (const StickPath& place : places) {
         const std::vector<File> files = (client.*listing)(place);
         if (files.empty()) {
-            requireMounted(client, place.stick);
+            client.requireMounted(place.stick);
         }
         mayBeCut = mayBeCut || files.size() >= kTreeListLimit;
         all.insert(all.end(), files.begin(), files.end());
     }
-    printPackages(all, options);
+    printFiles(all, "FILE", options, [](const StickPath& place) { return place.text(); });
     if (mayBeCut) {
-        note("the service ends its lists at about 30 files; there may be more: name a directory");
+        note("the service ends a list at about " + std::to_string(kTreeListLimit) +
+             " files, so there may be more: name a directory to see those below it");
     }
 }
 
 }  // namespace
 
-void listSticks(const Options& options) {
-    TransferClient client{Deadline(options.limit())};
-    const std::vector<Stick> sticks = client.sticks();
+void showStatus(const Options& options) {
+    TransferClient client{Deadline(options.limit)};
+    const std::string owner = client.owner();
+    const std::optional<unsigned> process = client.process();
+    const std::size_t sticks = client.sticks().size();
+    const std::optional<StartedJob> job = startedJob(client);
     if (options.json) {
-        print(listToJson("sticks", sticks).line());
+        GVariant* const pid = process ? g_variant_new_uint32(*process) : nullptr;
+        GVariant* const jobJson = job ? g_variant_new_parsed("{'job': <%s>, 'file': <%s>}",
+                                                             job->job.c_str(), job->file.c_str())
+                                      : nullptr;
+        printJson(g_variant_new_parsed(
+            "{'running': <true>, 'owner': <%s>, 'pid': <%@mu>, 'sticks': <%x>, 'job': <%@ma{sv}>}",
+            owner.c_str(), g_variant_new_maybe(G_VARIANT_TYPE_UINT32, pid), jsonNumber(sticks),
+            g_variant_new_maybe(G_VARIANT_TYPE_VARDICT, jobJson)));
         return;
     }
-    Table table({{"STICK", Side::kLeft},
-                 {"SIZE", Side::kRight},
-                 {"FREE", Side::kRight},
-                 {"USED", Side::kRight}});
+    print("service  running as " + owner +
+          (process ? ", process " + std::to_string(*process) : "") + "\nsticks   " +
+          std::to_string(sticks) + "\njob      " +
+          (job ? job->job + " of " + safeText(job->file) + ", started by you"
+               : "none started by you") +
+          "\n");
+}
+
+void listSticks(const Options& options) {
+    TransferClient client{Deadline(options.limit)};
+    const std::vector<Stick> sticks = client.sticks();
+    if (options.json) {
+        printJsonList("sticks", sticks);
+        return;
+    }
+    Table table({"STICK", "SIZE", "FREE", "USED"});
     for (const Stick& stick : sticks) {
         const std::uint64_t used = stick.size - std::min(stick.size, stick.free);
-        table.add({textCell(stick.name),
-                   sizeCell(stick.size),
-                   sizeCell(stick.free),
-                   {humanShare(used, stick.size), std::to_string(used)}});
+        table.add({safeText(stick.name), table.size(stick.size), table.size(stick.free),
+                   table.used(used, stick.size)});
     }
-    print(table);
+    print(table.text());
 }
 
 void listDirectory(const Options& options) {
     const StickPath place = parseStickPath(options.arguments.front());
-    TransferClient client{Deadline(options.limit())};
+    TransferClient client{Deadline(options.limit)};
     std::vector<File> files = directoryOrFile(&client, place);
-    sortByKindAndName(&files);
-    printFiles(files, options);
+    std::sort(files.begin(), files.end(), [](const File& left, const File& right) {
+        return std::make_pair(!left.isDirectory, left.place.path.native()) <
+               std::make_pair(!right.isDirectory, right.place.path.native());
+    });
+    printFiles(files, "NAME", options, [](const StickPath& directoryEntry) -> std::string {
+        return directoryEntry.path.filename();
+    });
 }
 
 void listBackups(const Options& options) {

@@ -1,14 +1,13 @@
 // The command line of transferctl.
 #include "transferctl/options.h"
 
-#include <glib.h>
-
 #include <array>
 #include <cmath>
-#include <memory>
+#include <limits>
 
+#include "transferctl/commands.h"
 #include "transferctl/failure.h"
-#include "transferctl/units.h"
+#include "transferctl/output.h"
 
 namespace transferctl {
 namespace {
@@ -16,24 +15,24 @@ namespace {
 constexpr std::chrono::seconds kLimit{120};
 constexpr std::chrono::hours kLimitOfWaiting{1};
 constexpr double kLongestSeconds = 1e6;
+constexpr double kMillisecondsPerSecond = 1000;
+constexpr double kNotGiven = std::numeric_limits<double>::max();
 
-struct FreeContext {
-    void operator()(GOptionContext* context) const { g_option_context_free(context); }
+struct KindWord {
+    const char* word;
+    BackupKind kind;
 };
-using Context = std::unique_ptr<GOptionContext, FreeContext>;
-
-struct FreeTexts {
-    void operator()(gchar** texts) const { g_strfreev(texts); }
-};
-using Texts = std::unique_ptr<gchar*, FreeTexts>;
+constexpr std::array<KindWord, 3> kKindWords{{{"full", BackupKind::kFull},
+                                              {"recipes", BackupKind::kRecipes},
+                                              {"users", BackupKind::kUsers}}};
 
 // What GOption writes to; one parse, one object.
 struct Slots {
-    gboolean json = FALSE;
-    gboolean wait = FALSE;
-    gboolean force = FALSE;
     gboolean version = FALSE;
-    gdouble timeout = 0;
+    gboolean json = FALSE;
+    gboolean force = FALSE;
+    gboolean wait = FALSE;
+    gdouble timeout = kNotGiven;
     gchar* type = nullptr;
     gchar* name = nullptr;
     gchar** rest = nullptr;
@@ -48,132 +47,157 @@ struct Slots {
     Slots& operator=(const Slots&) = delete;
 };
 
-GOptionEntry entry(const char* name, char letter, GOptionArg kind, gpointer slot,
-                   const char* description, const char* value = nullptr) {
-    return {name, letter, 0, kind, slot, description, value};
-}
-
-void addEntry(GOptionContext* context, const GOptionEntry& one) {
-    const std::array<GOptionEntry, 2> entries{one, GOptionEntry{}};
-    g_option_context_add_main_entries(context, entries.data(), nullptr);
-}
-
-void addCommonEntries(GOptionContext* context, Slots* slots) {
-    addEntry(context,
-             entry("json", 0, G_OPTION_ARG_NONE, &slots->json, "Print JSON instead of text"));
-    addEntry(context, entry("timeout", 0, G_OPTION_ARG_DOUBLE, &slots->timeout,
-                            "Give up after so long (120, with --wait 3600)", "SECONDS"));
-}
-
-// Names may be any bytes, and FILENAME is the kind of value that GOption leaves as it is.
-void addCommandEntries(GOptionContext* context, unsigned knows, Slots* slots) {
-    if ((knows & kBackupOptions) != 0) {
-        addEntry(context, entry("type", 't', G_OPTION_ARG_FILENAME, &slots->type,
-                                "What to save: full (the default), recipes or users", "TYPE"));
-        addEntry(context, entry("name", 'n', G_OPTION_ARG_FILENAME, &slots->name,
-                                "Name of the file instead of the proposed one", "NAME"));
-        addEntry(context, entry("wait", 'w', G_OPTION_ARG_NONE, &slots->wait,
-                                "Wait until the device manager accepts the finished file"));
+// Names may be any bytes, and FILENAME is the kind of value that GOption leaves alone.
+std::vector<GOptionEntry> entriesOf(unsigned groups, Slots* slots) {
+    static const std::string kinds = [] {
+        std::string words;
+        for (const KindWord& kind : kKindWords) {
+            words += (words.empty() ? "" : "|") + std::string(kind.word);
+        }
+        return words;
+    }();
+    struct Row {
+        unsigned group;
+        GOptionEntry entry;
+    };
+    const std::array<Row, 8> rows{{
+        {kProgramOptions,
+         {"version", 0, 0, G_OPTION_ARG_NONE, &slots->version, "Print the version", nullptr}},
+        {kCommonOptions,
+         {"json", 0, 0, G_OPTION_ARG_NONE, &slots->json, "Print JSON instead of text", nullptr}},
+        {kCommonOptions,
+         {"timeout", 0, 0, G_OPTION_ARG_DOUBLE, &slots->timeout,
+          "Give up after so long (120, with --wait 3600)", "SECONDS"}},
+        {kBackupOptions,
+         {"type", 't', 0, G_OPTION_ARG_FILENAME, &slots->type, "What to save (full)",
+          kinds.c_str()}},
+        {kBackupOptions,
+         {"name", 'n', 0, G_OPTION_ARG_FILENAME, &slots->name,
+          "Name of the file (the service proposes one)", "NAME"}},
+        {kBackupOptions,
+         {"wait", 'w', 0, G_OPTION_ARG_NONE, &slots->wait,
+          "Wait until the device manager accepts the finished file", nullptr}},
+        {kJobOptions,
+         {"force", 'f', 0, G_OPTION_ARG_NONE, &slots->force, "Start a second job, replace a file",
+          nullptr}},
+        {kEveryOption,
+         {G_OPTION_REMAINING, 0, 0, G_OPTION_ARG_FILENAME_ARRAY, &slots->rest, nullptr, nullptr}},
+    }};
+    std::vector<GOptionEntry> entries;
+    for (const Row& row : rows) {
+        if ((row.group & groups) != 0) {
+            entries.push_back(row.entry);
+        }
     }
-    if ((knows & kForce) != 0) {
-        addEntry(context, entry("force", 'f', G_OPTION_ARG_NONE, &slots->force,
-                                "Go on where transferctl would refuse"));
-    }
-    addEntry(context,
-             entry(G_OPTION_REMAINING, 0, G_OPTION_ARG_FILENAME_ARRAY, &slots->rest, nullptr));
+    entries.push_back({});
+    return entries;
 }
 
-std::vector<std::string> textsIn(gchar** texts) {
-    std::vector<std::string> result;
-    for (gchar** text = texts; text != nullptr && *text != nullptr; ++text) {
-        result.emplace_back(*text);
+// Throws Failure (usage). With --help it prints the help and ends the process.
+void parse(GOptionContext* context, unsigned groups, const std::vector<std::string>& arguments,
+           Slots* slots) {
+    g_option_context_add_main_entries(context, entriesOf(groups, slots).data(), nullptr);
+    g_autoptr(GStrvBuilder) builder = g_strv_builder_new();
+    g_strv_builder_add(builder, "transferctl");
+    for (const std::string& argument : arguments) {
+        g_strv_builder_add(builder, argument.c_str());
     }
-    return result;
-}
-
-// Parses and returns what is left over, the program's name not included.
-std::vector<std::string> parse(GOptionContext* context, const std::string& program,
-                               const std::vector<std::string>& arguments) {
-    g_set_prgname(program.c_str());
-    auto** texts = g_new0(gchar*, arguments.size() + 2);
-    texts[0] = g_strdup(program.c_str());
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        texts[i + 1] = g_strdup(arguments[i].c_str());
-    }
+    g_auto(GStrv) words = g_strv_builder_end(builder);
     g_autoptr(GError) error = nullptr;
-    const bool understood = g_option_context_parse_strv(context, &texts, &error) != FALSE;
-    const Texts owner(texts);
-    if (!understood) {
+    if (g_option_context_parse_strv(context, &words, &error) == FALSE) {
         throw Failure(ExitStatus::kUsage, error->message);
     }
-    return textsIn(texts + 1);
 }
 
-void takeOver(const Slots& slots, Options* options) {
-    options->json = options->json || slots.json != FALSE;
-    options->wait = slots.wait != FALSE;
-    options->force = slots.force != FALSE;
-    options->type = slots.type != nullptr ? slots.type : options->type;
-    if (slots.name != nullptr) {
-        options->name = slots.name;
+// The command among the arguments; null when there is none.
+const Command* commandIn(const std::vector<std::string>& arguments) {
+    g_autoptr(GOptionContext) context = g_option_context_new(nullptr);
+    g_option_context_set_help_enabled(context, FALSE);
+    gboolean help = FALSE;
+    const std::array<GOptionEntry, 2> entries{
+        {{"help", 'h', 0, G_OPTION_ARG_NONE, &help, nullptr, nullptr}, {}}};
+    g_option_context_add_main_entries(context, entries.data(), nullptr);
+    Slots slots;
+    parse(context, kEveryOption, arguments, &slots);
+    if (slots.rest == nullptr) {
+        return nullptr;
     }
-    if (slots.timeout == 0) {
-        return;
+    const Command* const command = findCommand(slots.rest[0]);
+    if (command == nullptr) {
+        throw Failure(ExitStatus::kUsage, std::string("unknown command '") + slots.rest[0] +
+                                              "'; see transferctl --help");
+    }
+    return command;
+}
+
+BackupKind kindNamed(const std::string& word) {
+    for (const KindWord& kind : kKindWords) {
+        if (word == kind.word) {
+            return kind.kind;
+        }
+    }
+    throw Failure(ExitStatus::kUsage,
+                  "'" + word + "' is no type of backup; --type is full, recipes or users");
+}
+
+std::chrono::milliseconds limitIn(const Slots& slots) {
+    if (slots.timeout == kNotGiven) {
+        return slots.wait != FALSE ? std::chrono::milliseconds(kLimitOfWaiting) : kLimit;
     }
     if (!(slots.timeout > 0 && slots.timeout <= kLongestSeconds)) {
-        throw Failure(ExitStatus::kUsage, "the time limit is a number of seconds above 0");
+        throw Failure(ExitStatus::kUsage, "--timeout is a number of seconds above 0");
     }
-    options->timeout = std::chrono::milliseconds(
+    return std::chrono::milliseconds(
         static_cast<std::int64_t>(std::ceil(slots.timeout * kMillisecondsPerSecond)));
 }
 
-void checkNumber(const Command& command, std::size_t number) {
-    if (number >= command.fewest && number <= command.most) {
-        return;
+void requireNumberOfArguments(const Command& command, std::size_t number) {
+    if (number < command.fewest || number > command.most) {
+        throw Failure(ExitStatus::kUsage,
+                      std::string(number < command.fewest ? "missing" : "too many") +
+                          " arguments; the usage is: transferctl " + command.name + " " +
+                          command.arguments);
     }
-    throw Failure(ExitStatus::kUsage,
-                  std::string(number < command.fewest ? "missing" : "too many") +
-                      " arguments: transferctl " + command.name + " " + command.arguments);
 }
 
 }  // namespace
 
-std::chrono::milliseconds Options::limit() const {
-    return timeout.value_or(wait ? std::chrono::milliseconds(kLimitOfWaiting) : kLimit);
+unsigned optionGroups(const Command* command) {
+    return kCommonOptions | (command != nullptr ? command->options : kProgramOptions);
 }
 
-GlobalLine parseGlobalLine(const std::vector<std::string>& arguments,
-                           const std::string& commandList) {
+std::vector<GOptionEntry> optionEntries(unsigned groups) {
+    Slots unused;
+    return entriesOf(groups, &unused);
+}
+
+const Command* parseCommandLine(const std::vector<std::string>& arguments, Options* options) {
+    const Command* const command = commandIn(arguments);
+    const std::string usage = command != nullptr
+                                  ? command->name + (" " + std::string(command->arguments))
+                                  : "COMMAND [ARGUMENT...]";
+    g_autoptr(GOptionContext) context = g_option_context_new(usage.c_str());
+    g_option_context_set_summary(context, helpOf(command).c_str());
     Slots slots;
-    const Context context(g_option_context_new("COMMAND [ARGUMENT...]"));
-    g_option_context_set_strict_posix(context.get(), TRUE);
-    g_option_context_set_summary(context.get(), commandList.c_str());
-    addCommonEntries(context.get(), &slots);
-    addEntry(context.get(),
-             entry("version", 0, G_OPTION_ARG_NONE, &slots.version, "Print the version and end"));
-    GlobalLine line;
-    line.rest = parse(context.get(), "transferctl", arguments);
-    if (!line.rest.empty() && line.rest.front() == "--") {
-        line.rest.erase(line.rest.begin());
+    parse(context, optionGroups(command), arguments, &slots);
+    if (slots.version != FALSE) {
+        print("transferctl " TRANSFERCTL_VERSION "\n");
+        return nullptr;
     }
-    takeOver(slots, &line.options);
-    line.version = slots.version != FALSE;
-    return line;
-}
-
-Options parseCommandLine(const Command& command, const Options& global,
-                         const std::vector<std::string>& arguments) {
-    Slots slots;
-    const Context context(g_option_context_new(command.arguments));
-    g_option_context_set_summary(context.get(), command.description);
-    addCommonEntries(context.get(), &slots);
-    addCommandEntries(context.get(), command.knows, &slots);
-    parse(context.get(), std::string("transferctl ") + command.name, arguments);
-    Options options = global;
-    takeOver(slots, &options);
-    options.arguments = textsIn(slots.rest);
-    checkNumber(command, options.arguments.size());
-    return options;
+    if (command == nullptr) {
+        throw Failure(ExitStatus::kUsage, "no command; see transferctl --help");
+    }
+    options->wait = slots.wait != FALSE;
+    options->force = slots.force != FALSE;
+    options->kind = slots.type != nullptr ? kindNamed(slots.type) : BackupKind::kFull;
+    if (slots.name != nullptr) {
+        options->name = slots.name;
+    }
+    options->limit = limitIn(slots);
+    options->arguments.assign(slots.rest + 1, slots.rest + g_strv_length(slots.rest));
+    requireNumberOfArguments(*command, options->arguments.size());
+    options->json = slots.json != FALSE;
+    return command;
 }
 
 }  // namespace transferctl

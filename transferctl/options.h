@@ -1,58 +1,48 @@
 // The command line of transferctl.
 #pragma once
 
+#include <glib.h>
+
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "transferctl/transfer_client.h"
+
 namespace transferctl {
+
+struct Command;
 
 struct Options {
     bool json = false;
     bool wait = false;
     bool force = false;
-    std::string type = "full";
+    BackupKind kind = BackupKind::kFull;
     std::optional<std::string> name;
-    std::optional<std::chrono::milliseconds> timeout;
+    std::chrono::milliseconds limit{};
     std::vector<std::string> arguments;  // of the command
-
-    // The time limit in force.
-    std::chrono::milliseconds limit() const;
 };
 
-// Which options a command knows beside --json and --timeout.
-enum Knows : unsigned {
-    kNothingMore = 0,
-    kForce = 1U << 0U,
-    kBackupOptions = 1U << 1U,
+// Which commands take an option.
+enum OptionGroup : unsigned {
+    kProgramOptions = 1U << 0U,  // none: it replaces the command
+    kCommonOptions = 1U << 1U,
+    kJobOptions = 1U << 2U,
+    kBackupOptions = 1U << 3U,
+    kEveryOption = ~0U,
 };
 
-using CommandFunction = void (*)(const Options& options);
+// The groups of options that a command takes, or the program without a command.
+unsigned optionGroups(const Command* command);
 
-struct Command {
-    const char* name;
-    const char* arguments;  // as the help shows them
-    const char* summary;  // a line of the list of commands
-    const char* description;  // the rest of the command's own help
-    unsigned knows;
-    std::size_t fewest;  // arguments
-    std::size_t most;
-    CommandFunction run;
-    bool isShown;  // in the list of commands
-};
+// The options of these groups, an empty entry at the end. Where an option takes one of some words,
+// its value's description is these words with "|" between them.
+std::vector<GOptionEntry> optionEntries(unsigned groups);
 
-// What stands before the command's name.
-struct GlobalLine {
-    Options options;
-    bool version = false;
-    std::vector<std::string> rest;  // the command's name and what follows
-};
-
-// Both throw Failure (usage); with --help they print the help and end the process with status 0.
-GlobalLine parseGlobalLine(const std::vector<std::string>& arguments,
-                           const std::string& commandList);
-Options parseCommandLine(const Command& command, const Options& global,
-                         const std::vector<std::string>& arguments);
+// Returns the command and fills in its options; null when nothing is left to do. With --help it
+// prints the help and ends the process with status 0. Throws Failure (usage).
+const Command* parseCommandLine(const std::vector<std::string>& arguments, Options* options);
 
 }  // namespace transferctl

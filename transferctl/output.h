@@ -1,25 +1,60 @@
-// Standard output and standard error of the commands.
+// What the commands print: text, tables and JSON on standard output, notes on standard error.
 #pragma once
 
-#include <string>
+#include <glib.h>
 
-#include "transferctl/table.h"
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "transferctl/transfer_client.h"
 
 namespace transferctl {
 
-// Writes a text that is safe to show, at once. Throws Failure (refused) when it cannot be written.
+// Writes and flushes. Throws Failure (refused) when standard output cannot be written.
 void print(const std::string& safeText);
 
-// The table as standard output wants it: aligned on a terminal, with tabs otherwise.
-void print(const Table& table);
+// Prints one value, a floating one is taken over, as JSON on one line.
+void printJson(GVariant* value);
 
-// A line for people on standard error; `text` may hold any bytes.
+// {"name": …, "size": …, "free": …}; floating.
+GVariant* jsonOf(const Stick& stick);
+
+// The number for JSON, whose readers take 2^63-1 at most.
+gint64 jsonNumber(std::uint64_t value);
+
+// A line on standard error; `text` may hold any bytes.
 void note(const std::string& text);
 
-// Whether standard error is a terminal, where a progress line may be drawn.
-bool notesGoToTerminal();
+// "1.8 KiB", "16.0 MiB"; below 1024 in bytes.
+std::string humanSize(std::uint64_t bytes);
 
-// Columns of the terminal at standard error, 80 when it does not tell.
-std::size_t terminalWidth();
+// Minutes and seconds: "0:05", "62:03".
+std::string humanDuration(std::chrono::milliseconds time);
+
+// A table whose first column is a name: aligned, with titles and units, for people; a line of
+// exact values between tabs for each row otherwise.
+class Table {
+public:
+    Table(std::vector<std::string> titles, bool isForPeople);
+
+    // For people when standard output is a terminal.
+    explicit Table(std::vector<std::string> titles);
+
+    // A row of as many safe texts as there are titles.
+    void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+
+    // The texts of cells: a number of bytes, and its share of a whole.
+    std::string size(std::uint64_t bytes) const;
+    std::string used(std::uint64_t bytes, std::uint64_t whole) const;
+
+    // Nothing when there are no rows.
+    std::string text() const;
+
+private:
+    bool isForPeople_;
+    std::vector<std::vector<std::string>> rows_;  // with the titles, for people
+};
 
 }  // namespace transferctl

@@ -1,104 +1,107 @@
 // Waiting for the end of a backup, which the service does not report.
 #include "transferctl/wait_for_backup.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <thread>
 
-#include "transferctl/backup_watch.h"
-#include "transferctl/looking.h"
 #include "transferctl/output.h"
 
 namespace transferctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::milliseconds;
 
-constexpr std::chrono::milliseconds kPause{500};
+constexpr Milliseconds kPause{500};
+constexpr int kMissingLooks = 3;  // in a row: then the file is gone
+constexpr double kMillisecondsPerSecond = 1000;
 constexpr const char* kClearLine = "\r\033[K";
 
-// The line that is drawn over and over, cleared at the end whatever that is.
-class ProgressDisplay {
+// A line on the terminal that is drawn again and again, and cleared at the end.
+class Progress {
 public:
-    explicit ProgressDisplay(bool wanted) : isShown_(wanted && notesGoToTerminal()) {}
-    ~ProgressDisplay() {
-        if (isShown_) {
-            std::fputs(kClearLine, stderr);
-        }
-    }
-    ProgressDisplay(const ProgressDisplay&) = delete;
-    ProgressDisplay& operator=(const ProgressDisplay&) = delete;
+    explicit Progress(bool isShown) : isShown_(isShown) {}
+    ~Progress() { draw(""); }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
 
-    void show(std::uint64_t bytes, std::chrono::milliseconds elapsed) const {
-        if (isShown_) {
-            const std::string line = progressLine(bytes, elapsed, terminalWidth() - 1);
-            std::fprintf(stderr, "%s%s", kClearLine, line.c_str());
-        }
+    void show(std::uint64_t bytes, Milliseconds elapsed) const {
+        const double rate = static_cast<double>(bytes) * kMillisecondsPerSecond /
+                            static_cast<double>(std::max(elapsed.count(), Milliseconds::rep{1}));
+        draw(humanSize(bytes) + "  " + humanSize(static_cast<std::uint64_t>(rate)) + "/s  " +
+             humanDuration(elapsed));
     }
 
 private:
+    void draw(const std::string& line) const {
+        if (isShown_) {
+            std::fputs((kClearLine + line).c_str(), stderr);
+        }
+    }
+
     bool isShown_;
 };
 
-bool isAccepted(TransferClient& client, const StickPath& file) {
-    const std::vector<File> accepted = client.backups(file.parent());
+bool isAccepted(TransferClient* client, const StickPath& file) {
+    const std::vector<File> accepted = client->backups({file.stick, file.path.parent_path()});
     return std::any_of(accepted.begin(), accepted.end(),
                        [&file](const File& one) { return one.place.path == file.path; });
 }
 
-void look(TransferClient& client, const StickPath& file, BackupWatch* watch) {
-    const std::optional<File> listed = findFile(client, file);
-    watch->sawSize(listed ? std::make_optional(listed->size) : std::nullopt);
-    if (watch->mayBeAccepted()) {
-        watch->sawAcceptance(isAccepted(client, file));
-    }
-}
-
-[[noreturn]] void sayWhyItIsGone(TransferClient& client, const StickPath& file) {
-    requireMounted(client, file.stick);
-    throw Failure(ExitStatus::kRefused,
-                  "the backup has failed, its file is gone again: " + file.text());
-}
-
 // What a failed look means for the job.
-[[noreturn]] void explain(const Failure& failure, const StickPath& file) {
-    if (failure.status() == ExitStatus::kNoService) {
-        throw Failure(ExitStatus::kNoService,
-                      "the service has ended, and the backup with it: " + file.text());
+Failure explained(const Failure& failure, const StickPath& file) {
+    switch (failure.status()) {
+        case ExitStatus::kNoService:
+            return {ExitStatus::kNoService,
+                    "the service has ended, and the backup with it: " + file.text()};
+        case ExitStatus::kTimeLimit:
+            return {ExitStatus::kTimeLimit,
+                    "the device manager has not accepted the file within the time limit, the "
+                    "backup may still run: " +
+                        file.text()};
+        default:
+            return failure;
     }
-    if (failure.status() == ExitStatus::kTimeLimit) {
-        throw Failure(
-            ExitStatus::kTimeLimit,
-            "the device manager has not accepted the file within the time limit, the backup "
-            "may still run: " +
-                file.text());
+}
+
+FinishedBackup watch(TransferClient* client, const StickPath& file, Clock::time_point begin,
+                     const Progress& progress) {
+    std::optional<std::uint64_t> size;
+    int missing = 0;
+    for (bool isFirst = true;; isFirst = false) {
+        const std::optional<File> now = client->find(file);
+        // The device manager reads the whole file to accept it: it is not asked while the file
+        // grows.
+        const bool isSettled = now && (isFirst || now->size == size);
+        if (now) {
+            size = now->size;
+            missing = 0;
+        } else if (size && ++missing == kMissingLooks) {
+            client->requireMounted(file.stick);
+            throw Failure(ExitStatus::kRefused,
+                          "the backup has failed, its file has gone again: " + file.text());
+        }
+        const auto elapsed = std::chrono::duration_cast<Milliseconds>(Clock::now() - begin);
+        progress.show(size.value_or(0), elapsed);
+        if (isSettled && isAccepted(client, file)) {
+            return {*size, elapsed};
+        }
+        std::this_thread::sleep_for(kPause);
     }
-    throw failure;
 }
 
 }  // namespace
 
-FinishedBackup waitForBackup(TransferClient& client, const StickPath& file, Clock::time_point start,
-                             bool showProgress) {
-    const ProgressDisplay display(showProgress);
-    const auto elapsed = [start] {
-        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-    };
-    BackupWatch watch;
-    while (true) {
-        try {
-            look(client, file, &watch);
-        } catch (const Failure& failure) {
-            explain(failure, file);
-        }
-        display.show(watch.size(), elapsed());
-        if (watch.state() == BackupWatch::State::kDone) {
-            return {watch.size(), elapsed()};
-        }
-        if (watch.state() == BackupWatch::State::kFailed) {
-            sayWhyItIsGone(client, file);
-        }
-        std::this_thread::sleep_for(kPause);
+FinishedBackup waitForBackup(TransferClient* client, const StickPath& file, Clock::time_point begin,
+                             bool showsProgress) {
+    const Progress progress(showsProgress && isatty(STDERR_FILENO) != 0);
+    try {
+        return watch(client, file, begin, progress);
+    } catch (const Failure& failure) {
+        throw explained(failure, file);
     }
 }
 

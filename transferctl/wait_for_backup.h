@@ -13,11 +13,10 @@ struct FinishedBackup {
     std::chrono::milliseconds time{};
 };
 
-// Looks at the stick again and again until the device manager accepts the file of a backup that was
-// started at `start`. Draws a progress
-// line when told to and standard error is a terminal. Throws Failure: refused when the file has
-// gone again or the stick, no service when its life has ended and the job with it, time limit.
-FinishedBackup waitForBackup(TransferClient& client, const StickPath& file,
-                             std::chrono::steady_clock::time_point start, bool showProgress);
+// Looks at the file of a backup that was started at `begin` until the device manager accepts it.
+// Shows the progress when told to and standard error is a terminal. Throws Failure: refused when
+// the file or its stick goes, no service when the process goes that has the job, time limit.
+FinishedBackup waitForBackup(TransferClient* client, const StickPath& file,
+                             std::chrono::steady_clock::time_point begin, bool showsProgress);
 
 }  // namespace transferctl

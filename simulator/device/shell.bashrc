@@ -13,6 +13,7 @@ completeDevice() {
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "${COMP_WORDS[COMP_CWORD]}")
 }
 complete -o dirnames -F completeDevice device
+. /usr/share/bash-completion/bash_completion
 . "${BASH_SOURCE[0]%/*}/../../transferctl/completion/transferctl.bash"
 
 cat <<'END'

@@ -1,6 +1,8 @@
 // The real transferctl, run by a test.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -9,16 +11,39 @@
 
 namespace test_support {
 
-inline std::vector<std::string> transferctlCommand(const std::vector<std::string>& arguments) {
+using Words = std::vector<std::string>;
+
+inline Words transferctlCommand(const Words& arguments) {
     return runnable(buildPath("transferctl"), arguments);
 }
 
-inline CommandResult transferctl(const std::vector<std::string>& arguments,
-                                 const ChildOptions& options = {}) {
+inline CommandResult transferctl(const Words& arguments, const ChildOptions& options = {}) {
     return runCommand(transferctlCommand(arguments), options);
 }
 
-// With standard output and standard error on one raw terminal, read as output.
-CommandResult transferctlOnTerminal(const std::vector<std::string>& arguments);
+// Runs a command that has to succeed, and returns what it prints.
+inline std::string outputOf(const Words& arguments) {
+    const CommandResult result = transferctl(arguments);
+    EXPECT_EQ(result.end, exited(0)) << result.output << result.error;
+    return result.output;
+}
+
+// Runs a command that has to end with this status and without output, and returns its message.
+inline std::string errorOf(int status, const Words& arguments) {
+    const CommandResult result = transferctl(arguments);
+    EXPECT_EQ(result.end, exited(status)) << testing::PrintToString(arguments) << result.error;
+    EXPECT_EQ(result.output, "");
+    return result.error;
+}
+
+// What a command writes to the raw terminal that is its standard output and standard error.
+inline std::string shownOnTerminal(const Words& arguments) {
+    Words command{"sh", "-c", "exec \"$@\" 2>&1", "sh"};
+    const Words client = transferctlCommand(arguments);
+    command.insert(command.end(), client.begin(), client.end());
+    ChildOptions options;
+    options.terminal = true;
+    return runCommand(command, options).output;
+}
 
 }  // namespace test_support

@@ -28,9 +28,11 @@ protected:
 
     // What transferctl is given when these keys are typed behind its name; \t asks for completion.
     std::string completed(const std::string& keys) const {
-        const std::string completion = sourcePath("transferctl/completion/transferctl.bash");
         writeFile(folder_.path("keys"),
-                  ". " + completion + "\n" + shownArguments() + "transferctl " + keys + "\n");
+                  ". /usr/share/bash-completion/bash_completion\n"
+                  ". " +
+                      sourcePath("transferctl/completion/transferctl.bash") + "\n" +
+                      shownArguments() + "transferctl " + keys + "\n");
         ChildOptions options;
         options.environment = {"INPUTRC=/dev/null", "PS1=", "TERM=dumb", "LC_ALL=C.UTF-8",
                                "TRANSFERCTL_PATIENCE=60"};

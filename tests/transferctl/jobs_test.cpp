@@ -1,9 +1,10 @@
-// Jobs started by transferctl on the real service.
+// Jobs started by transferctl, on the real service and on one that answers as told.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <memory>
-#include <utility>
 
 #include "tests/support/device/device_double.h"
 #include "tests/support/device/simulator.h"
@@ -15,11 +16,15 @@
 namespace test_support {
 namespace {
 
+using Replies = StandInService::Replies;
+
 using testing::Contains;
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
-class ClientJobs : public testing::Test {
+class Job : public testing::Test {
 protected:
     void SetUp() override {
         device_.order("BR.backup", "write", "100");
@@ -32,151 +37,257 @@ protected:
         ASSERT_TRUE(service_->waitUntilAnswers());
     }
 
-    // Makes the device manager accept none, so that a wait goes on.
-    void rejectBackups() { device_.orderStatus("BR.checkBackupFile", 5); }
-
     Stick stick_{1};
     DeviceDouble device_;
     std::unique_ptr<ServiceProcess> service_;
 };
+using BackupCommand = Job;
+using RestoreCommand = Job;
 
-TEST_F(ClientJobs, waitForABackupOfTheTypeAndNameAskedFor) {
-    const CommandResult result =
-        transferctl({"backup", "--type", "users", "--name", "-a.psb", "--wait", "1:d"});
-    EXPECT_EQ(result.end, exited(0)) << result.error;
-    EXPECT_THAT(result.output, StartsWith("backup done: USB_X60.1:d/-a.psb, 100 bytes in 0:"));
+TEST_F(BackupCommand, waitsForTheFileAskedFor) {
+    EXPECT_THAT(outputOf({"backup", "--type", "users", "--name", "-a.psb", "--wait", "1:d"}),
+                StartsWith("backup done: USB_X60.1:d/-a.psb, 100 bytes in 0:"));
     EXPECT_THAT(device_.calls(),
                 Contains("BR2.backup(\"/media/usb/USB_X60.1/d/-a.psb\", \"userdatabase\")"));
 }
 
-TEST_F(ClientJobs, startABackupUnderTheProposedNameAndSayThatItIsNotDone) {
-    const CommandResult result = transferctl({"backup", "1:"});
-    EXPECT_EQ(result.end, exited(0)) << result.error;
-    EXPECT_THAT(result.output, StartsWith("backup started, not done: USB_X60.1:DEVICE-"));
+TEST_F(BackupCommand, takesTheNameThatTheServiceProposes) {
+    EXPECT_THAT(outputOf({"backup", "1:"}),
+                StartsWith("backup started, not done: USB_X60.1:DEVICE-"));
     EXPECT_TRUE(device_.waitForCall("BR2.backup(\"/media/usb/USB_X60.1/DEVICE-"));
 }
 
-TEST_F(ClientJobs, areOneInOneLifeOfTheServiceUnlessForced) {
-    stick_.addFile("a.psb");
-    stick_.addFile("u.fwf");
-    EXPECT_EQ(
-        transferctl({"restore", "--json", "1:a.psb"}).output,
-        "{\"job\":\"restore\",\"file\":\"USB_X60.1:a.psb\",\"started\":true,\"done\":false}\n");
-    EXPECT_THAT(transferctl({"status"}).output, HasSubstr("restore of USB_X60.1:a.psb"));
-    for (const char* const job : {"update", "restore", "backup"}) {
-        const CommandResult second = transferctl({job, "1:u.fwf"});
-        EXPECT_EQ(second.end, exited(1)) << job << second.error;
-    }
-    EXPECT_THAT(transferctl({"update", "1:u.fwf"}).error, HasSubstr("restore of USB_X60.1:a.psb"));
-    EXPECT_THAT(device_.calls(), testing::Not(Contains(StartsWith("FU"))));
-    EXPECT_EQ(transferctl({"update", "--force", "1:u.fwf"}).end, exited(0));
-    EXPECT_TRUE(device_.waitForCall("FU1.update(\"/media/usb/USB_X60.1USB_X60.1/"));
-}
-
-TEST_F(ClientJobs, areFreeAgainInTheNextLifeOfTheService) {
-    stick_.addFile("a.psb");
-    EXPECT_EQ(transferctl({"restore", "1:a.psb"}).end, exited(0));
-    service_.reset();
-    startService();
-    EXPECT_EQ(transferctl({"restore", "1:a.psb"}).end, exited(0));
-}
-
-TEST_F(ClientJobs, thatTheServiceRefusesLeaveNoNote) {
-    EXPECT_THAT(transferctl({"backup", "--name", "a", "1:"}).error, HasSubstr("bad file name"));
-    device_.order("BR.getBackupSize", "bytes", "99999999999");
-    const CommandResult tooLarge = transferctl({"backup", "--json", "1:a.psb"});
-    EXPECT_EQ(tooLarge.end, exited(1));
-    EXPECT_THAT(tooLarge.output, HasSubstr("\"code\":3"));
-    EXPECT_THAT(transferctl({"update", "1:u.fwf"}).error, HasSubstr("no such file"));
-    EXPECT_THAT(transferctl({"restore", "1:r.psb"}).error, HasSubstr("no such file"));
-    EXPECT_THAT(transferctl({"status"}).output, HasSubstr("none started"));
-}
-
-TEST_F(ClientJobs, replaceAFileOnlyWhenForced) {
+TEST_F(BackupCommand, replacesAFileOnlyWhenForced) {
     stick_.addFile("a.psb", "old");
-    const CommandResult refused = transferctl({"backup", "1:a.psb"});
-    EXPECT_EQ(refused.end, exited(1));
-    EXPECT_THAT(refused.error, HasSubstr("exists already"));
+    EXPECT_THAT(errorOf(1, {"backup", "1:a.psb"}), HasSubstr("exists already"));
     EXPECT_EQ(readFile(stick_.path("a.psb")), "old");
-    EXPECT_EQ(transferctl({"backup", "--force", "--wait", "1:a.psb"}).end, exited(0));
+    outputOf({"backup", "--force", "--wait", "1:a.psb"});
     EXPECT_EQ(readFile(stick_.path("a.psb")).size(), 100U);
 }
 
 // Until the service came to remove it, it would pass for the finished backup.
-TEST_F(ClientJobs, removeAFileToBeReplacedBeforeTheyStart) {
+TEST_F(BackupCommand, removesTheOldFileFirst) {
     stick_.addFile("a.psb", "old");
     device_.orderStatus("BR.getBackupSize", 5);
-    EXPECT_EQ(transferctl({"backup", "--force", "1:a.psb"}).end, exited(1));
+    errorOf(1, {"backup", "--force", "1:a.psb"});
     EXPECT_FALSE(exists(stick_.path("a.psb")));
 }
 
-TEST_F(ClientJobs, drawTheirProgressOnATerminalAndClearItAtTheEnd) {
-    const std::string output = transferctlOnTerminal({"backup", "-w", "1:a.psb"}).output;
-    EXPECT_THAT(output, HasSubstr("]  100 bytes  "));
+TEST_F(BackupCommand, saysThatTheOldFileStays) {
+    stick_.addFile("a.psb/full", "a directory that is not empty");
+    EXPECT_THAT(errorOf(1, {"backup", "--force", "1:a.psb"}), HasSubstr("cannot be replaced"));
+}
+
+TEST_F(BackupCommand, drawsProgressOnATerminalAndClearsIt) {
+    const std::string output = shownOnTerminal({"backup", "-w", "1:a.psb"});
+    EXPECT_THAT(output, HasSubstr("\r\033[K100 bytes  "));
     EXPECT_THAT(output, HasSubstr("\r\033[Kbackup done: "));
 }
 
-TEST_F(ClientJobs, endTheirWaitWhenTheTimeIsOver) {
-    rejectBackups();
-    const CommandResult result = transferctl({"backup", "--wait", "--timeout", "1.8", "1:a.psb"});
-    EXPECT_EQ(result.end, exited(4));
-    EXPECT_THAT(result.error, HasSubstr("within the time limit"));
+TEST_F(RestoreCommand, reportsItsStartAsJson) {
+    stick_.addFile("a.psb");
+    EXPECT_EQ(outputOf({"restore", "--json", "1:a.psb"}),
+              R"({"job":"restore","file":"USB_X60.1:a.psb","started":true,"done":false})"
+              "\n");
 }
 
-TEST_F(ClientJobs, endTheirWaitWhenTheServiceEnds) {
-    rejectBackups();
-    ChildProcess waiting(transferctlCommand({"backup", "--wait", "1:a.psb"}));
-    ASSERT_TRUE(device_.waitForCall("BR3.checkBackupFile"));
+TEST_F(Job, isTheOnlyOneInAProcessOfTheService) {
+    stick_.addFile("a.psb");
+    stick_.addFile("u.fwf");
+    outputOf({"restore", "1:a.psb"});
+    EXPECT_THAT(outputOf({"status"}), HasSubstr("restore of USB_X60.1:a.psb"));
+    EXPECT_THAT(outputOf({"status", "--json"}),
+                HasSubstr(R"("job":{"job":"restore","file":"USB_X60.1:a.psb"})"));
+    for (const char* const job : {"update", "restore", "backup"}) {
+        EXPECT_THAT(errorOf(1, {job, "1:u.fwf"}), HasSubstr("restore of USB_X60.1:a.psb"));
+    }
+    EXPECT_THAT(device_.calls(), Not(Contains(StartsWith("FU"))));
+}
+
+TEST_F(Job, isStartedAfterAnotherWhenForced) {
+    stick_.addFile("a.psb");
+    stick_.addFile("u.fwf");
+    outputOf({"restore", "1:a.psb"});
+    outputOf({"update", "--force", "1:u.fwf"});
+    EXPECT_TRUE(device_.waitForCall("FU1.update(\"/media/usb/USB_X60.1USB_X60.1/"));
+}
+
+TEST_F(Job, isFreeAgainAfterARestartOfTheService) {
+    stick_.addFile("a.psb");
+    outputOf({"restore", "1:a.psb"});
+    service_.reset();
+    startService();
+    outputOf({"restore", "1:a.psb"});
+}
+
+TEST_F(Job, isStartedWithAWarningWithoutARecord) {
+    stick_.addFile("a.psb");
+    makeDirectories("/run/transferctl-job/in-the-way");
+    const CommandResult result = transferctl({"restore", "1:a.psb"});
+    std::filesystem::remove_all("/run/transferctl-job");
+    EXPECT_EQ(result.end, exited(0));
+    EXPECT_THAT(result.error, HasSubstr("not on record"));
+}
+
+TEST_F(Job, needsAFileThatExists) {
+    EXPECT_THAT(errorOf(1, {"restore", "1:r.psb"}), HasSubstr("no such file: USB_X60.1:r.psb"));
+    EXPECT_THAT(errorOf(1, {"update", "1:u.fwf"}), HasSubstr("no such file: USB_X60.1:u.fwf"));
+    EXPECT_THAT(errorOf(1, {"update", "1:.u.fwf"}), HasSubstr("no such file"));  // says the service
+}
+
+class WaitForBackup : public Job {
+protected:
+    // Starts a backup that the device manager does not accept, and waits until it has been asked.
+    void SetUp() override {
+        Job::SetUp();
+        device_.orderStatus("BR.checkBackupFile", 5);
+        waiting_ = std::make_unique<ChildProcess>(
+            transferctlCommand({"backup", "--wait", "--timeout", "4", "1:a.psb"}));
+        ASSERT_TRUE(device_.waitForCall("BR3.checkBackupFile"));
+    }
+
+    std::unique_ptr<ChildProcess> waiting_;
+};
+
+TEST_F(WaitForBackup, exits4AtTheTimeLimit) {
+    EXPECT_EQ(waiting_->waitForEnd(), exited(4));
+    EXPECT_TRUE(waiting_->waitForError("within the time limit, the backup may still run"));
+}
+
+TEST_F(WaitForBackup, exits3WhenTheServiceEnds) {
     service_->stop();
-    EXPECT_EQ(waiting.waitForEnd(), exited(3));
-    EXPECT_TRUE(waiting.waitForError("the service has ended, and the backup with it"));
+    EXPECT_EQ(waiting_->waitForEnd(), exited(3));
+    EXPECT_TRUE(waiting_->waitForError("the service has ended, and the backup with it"));
 }
 
-TEST_F(ClientJobs, endTheirWaitWhenTheStickGoes) {
-    rejectBackups();
-    ChildProcess waiting(transferctlCommand({"backup", "--wait", "1:a.psb"}));
-    ASSERT_TRUE(device_.waitForCall("BR3.checkBackupFile"));
+TEST_F(WaitForBackup, exits1WhenTheStickGoes) {
     stick_.pull();
-    EXPECT_EQ(waiting.waitForEnd(), exited(1));
-    EXPECT_TRUE(waiting.waitForError("stick not mounted: USB_X60.1"));
+    EXPECT_EQ(waiting_->waitForEnd(), exited(1));
+    EXPECT_TRUE(waiting_->waitForError("stick not mounted: USB_X60.1"));
 }
 
-TEST_F(ClientJobs, endTheirWaitWhenTheFileGoes) {
-    rejectBackups();
-    ChildProcess waiting(transferctlCommand({"backup", "--wait", "--json", "1:a.psb"}));
-    ASSERT_TRUE(device_.waitForCall("BR3.checkBackupFile"));
-    EXPECT_EQ(transferctl({"rm", "1:a.psb"}).end, exited(0));
-    EXPECT_EQ(waiting.waitForEnd(), exited(1));
-    EXPECT_TRUE(waiting.waitForOutput("the backup has failed"));
+TEST_F(WaitForBackup, exits1WhenTheFileGoes) {
+    outputOf({"rm", "1:a.psb"});
+    EXPECT_EQ(waiting_->waitForEnd(), exited(1));
+    EXPECT_TRUE(waiting_->waitForError("its file has gone again"));
 }
 
-TEST(SimulatedJobs, areBackupsThatTheDeviceManagerAccepts) {
+TEST(SimulatedDevice, acceptsTheBackup) {
     const TemporaryDirectory state;
     const Stick stick(1);
     Simulator simulator(state.path(), {"--job-seconds", "0"});
     ASSERT_TRUE(simulator.waitUntilListens());
     ServiceProcess service;
     ASSERT_TRUE(service.waitUntilAnswers());
-    const CommandResult result =
-        transferctl({"--json", "backup", "--type", "recipes", "--wait", "1:b/a b.psb"});
-    EXPECT_EQ(result.end, exited(0)) << result.error;
-    EXPECT_THAT(result.output, StartsWith("{\"job\":\"backup\",\"file\":\"USB_X60.1:b/a b.psb\","
-                                          "\"started\":true,\"done\":true,\"size\":"));
-    EXPECT_THAT(transferctl({"backups"}).output, StartsWith("USB_X60.1:b/a b.psb\t"));
+    EXPECT_THAT(outputOf({"--json", "backup", "--type", "recipes", "--wait", "1:b/a b.psb"}),
+                StartsWith(R"({"job":"backup","file":"USB_X60.1:b/a b.psb","started":true,)"
+                           R"("done":true,"size":)"));
+    EXPECT_THAT(outputOf({"backups"}), StartsWith("USB_X60.1:b/a b.psb\t"));
 }
 
-// Codes that the real service gives only in states that transferctl notices before.
-TEST(RefusedJobs, areToldInWordsForEveryCode) {
-    const std::string stick = "([<'USB_X60.1'>, <'USB_X60.1'>, <uint64 1>, <uint64 1>],)";
-    const std::vector<std::pair<std::string, std::string>> cases{
-        {"-1", "no thread could be created"}, {"2", "stick not mounted"}, {"77", "code 77"}};
-    for (const auto& [code, words] : cases) {
-        const StandInService service(
-            {{"GetUSBStickDetails", stick}, {"DoOSUpdate", "(" + code + ",)"}});
-        const CommandResult result = transferctl({"update", "1:u.fwf"});
-        EXPECT_EQ(result.end, exited(1));
-        EXPECT_THAT(result.error, HasSubstr(words));
+// The replies of a service with one stick and a file of this size on it, or none.
+const std::string kSticks = "([<'USB_X60.1'>, <'USB_X60.1'>, <uint64 1>, <uint64 1>],)";
+const std::string kNoFile = "(@av [],)";
+std::string fileOfSize(int size) {
+    return "([<uint32 1>, <'a.psb'>, <uint64 " + std::to_string(size) + ">, <'/'>],)";
+}
+
+// It reads the whole file for an answer.
+TEST(WaitingClient, asksTheDeviceManagerWhenTheFileStopsGrowing) {
+    const StandInService service(
+        Replies{{"GetUSBStickDetails", {kSticks}},
+                {"DoBackup", {"(0,)"}},
+                {"GetDirectoryIndex", {kNoFile, fileOfSize(1), fileOfSize(2), fileOfSize(2)}},
+                {"GetDirectoryIndexForBackup", {kNoFile, fileOfSize(2)}}});
+    outputOf({"backup", "--wait", "1:a.psb"});
+    EXPECT_THAT(
+        service.calls(),
+        ElementsAre(StartsWith("GetUSB"), StartsWith("GetDirectoryIndex("), StartsWith("DoBackup"),
+                    StartsWith("GetDirectoryIndex("), StartsWith("GetDirectoryIndexForBackup"),
+                    StartsWith("GetDirectoryIndex("), StartsWith("GetDirectoryIndex("),
+                    StartsWith("GetDirectoryIndexForBackup")));
+}
+
+TEST(WaitingClient, givesUpAFileThatIsMissingThreeTimesInARow) {
+    const StandInService service(
+        Replies{{"GetUSBStickDetails", {kSticks}},
+                {"DoBackup", {"(0,)"}},
+                {"GetDirectoryIndex",
+                 {kNoFile, kNoFile, fileOfSize(1), kNoFile, kNoFile, fileOfSize(2), kNoFile}}});
+    EXPECT_THAT(errorOf(1, {"backup", "--wait", "1:a.psb"}), HasSubstr("has gone again"));
+    const std::vector<std::string> calls = service.calls();
+    EXPECT_EQ(
+        std::count_if(calls.begin(), calls.end(),
+                      [](const std::string& call) { return call.find("GetDirectoryIndex(") == 0; }),
+        9);
+}
+
+using KindCase = std::pair<std::string, std::string>;  // the type and its number
+class BackupKind : public testing::TestWithParam<KindCase> {};
+INSTANTIATE_TEST_SUITE_P(Types, BackupKind,
+                         testing::Values(KindCase{"full", "uint32 1"},
+                                         KindCase{"recipes", "uint32 2"},
+                                         KindCase{"users", "uint32 3"}));
+
+TEST_P(BackupKind, isThatOfTheType) {
+    const StandInService service(Replies{{"GetUSBStickDetails", {kSticks}},
+                                         {"DoBackup", {"(0,)"}},
+                                         {"GetDirectoryIndex", {kNoFile}}});
+    outputOf({"backup", "--type", GetParam().first, "1:a.psb"});
+    EXPECT_THAT(service.calls(),
+                Contains("DoBackup('USB_X60.1', " + GetParam().second + ", 'a.psb')"));
+}
+
+// The service takes kind 0 for a restore of the file.
+TEST(BackupType, isNoOtherThanTheThree) {
+    const StandInService service(Replies{{"GetUSBStickDetails", {kSticks}},
+                                         {"DoBackup", {"(0,)"}},
+                                         {"GetDirectoryIndex", {kNoFile}}});
+    for (const char* const type : {"", "0", "1", "4", "Full", "full ", "restore", "all"}) {
+        EXPECT_THAT(errorOf(2, {"backup", "--type", type, "1:a.psb"}), HasSubstr("--type is"));
     }
+    EXPECT_THAT(service.calls(), testing::IsEmpty());
+}
+
+using CodeCase = std::tuple<std::string, std::string, std::string>;  // code, message, record
+class ResultCode : public testing::TestWithParam<CodeCase> {};
+INSTANTIATE_TEST_SUITE_P(Codes, ResultCode,
+                         testing::Values(CodeCase{"-1", "cannot create a thread",
+                                                  "restore of USB_X60.1:a.psb"},
+                                         CodeCase{"1", "bad file name", "none started"},
+                                         CodeCase{"2", "stick not mounted", "none started"},
+                                         CodeCase{"3", "not enough space", "none started"},
+                                         CodeCase{"5", "no such file", "none started"},
+                                         CodeCase{"-77", "unknown result code -77", "restore of"}));
+
+// The service keeps the names of a job that it has taken and could not start.
+TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
+    const auto& [code, words, record] = GetParam();
+    const StandInService service(Replies{{"GetUSBStickDetails", {kSticks}},
+                                         {"DoRestore", {"(" + code + ",)"}},
+                                         {"GetDirectoryIndex", {fileOfSize(1)}}});
+    const CommandResult result = transferctl({"restore", "--json", "1:a.psb"});
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_THAT(result.output, HasSubstr(words));
+    EXPECT_THAT(result.output, HasSubstr("\"code\":" + code + "}"));
+    EXPECT_THAT(outputOf({"status"}), HasSubstr(record));
+}
+
+// The call may have reached the service.
+TEST(UnansweredJob, staysOnRecord) {
+    const StandInService service(
+        Replies{{"GetUSBStickDetails", {kSticks}}, {"GetDirectoryIndex", {fileOfSize(1)}}});
+    errorOf(4, {"restore", "--timeout", "0.3", "1:a.psb"});
+    EXPECT_THAT(outputOf({"status"}), HasSubstr("restore of USB_X60.1:a.psb"));
+}
+
+TEST(DeniedJob, isNotOnRecord) {
+    const StandInService service(
+        Replies{{"GetUSBStickDetails", {kSticks}},
+                {"DoRestore", {"error org.freedesktop.DBus.Error.AccessDenied"}},
+                {"GetDirectoryIndex", {fileOfSize(1)}}});
+    errorOf(1, {"restore", "1:a.psb"});
+    EXPECT_THAT(outputOf({"status"}), HasSubstr("none started"));
 }
 
 }  // namespace

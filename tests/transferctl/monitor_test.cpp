@@ -15,7 +15,7 @@
 namespace test_support {
 namespace {
 
-TEST(MonitorCommand, showsWhatComesAndGoesUntilItIsInterrupted) {
+TEST(MonitorCommand, printsALineForEachEventUntilSigint) {
     const DeviceDouble device;
     const AppletControl applets;
     ChildProcess monitor(transferctlCommand({"monitor"}));
@@ -34,7 +34,7 @@ TEST(MonitorCommand, showsWhatComesAndGoesUntilItIsInterrupted) {
     EXPECT_EQ(monitor.standardError(), "");
 }
 
-TEST(MonitorCommand, printsAnObjectForEachEventAndEndsWithTheBus) {
+TEST(MonitorCommand, printsJsonForEachEventUntilTheBusGoes) {
     std::optional<BusOutage> outage;
     const DeviceDouble device;
     const Stick stick(1, {"8m", "/dev/sda1", false});

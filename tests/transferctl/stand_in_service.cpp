@@ -13,8 +13,7 @@ const std::string kErrorPrefix = "error ";
 
 }  // namespace
 
-StandInService::StandInService(std::map<std::string, std::string> replies)
-    : replies_(std::move(replies)) {
+StandInService::StandInService(Replies replies) : replies_(std::move(replies)) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         filter_ = g_dbus_connection_add_filter(bus_.connection(), onMessage, this, nullptr);
@@ -31,11 +30,6 @@ StandInService::~StandInService() {
     const std::lock_guard<std::mutex> lock(mutex_);
 }
 
-void StandInService::answerOnce(const std::string& method, const std::string& reply) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    once_[method] = reply;
-}
-
 std::vector<std::string> StandInService::calls() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return calls_;
@@ -45,7 +39,9 @@ testing::AssertionResult StandInService::waitForCall(const std::string& method) 
     return eventually(
         [&] {
             const std::vector<std::string> now = calls();
-            return std::find(now.begin(), now.end(), method) != now.end();
+            return std::any_of(now.begin(), now.end(), [&method](const std::string& call) {
+                return call.compare(0, method.size(), method) == 0;
+            });
         },
         method + " is called");
 }
@@ -70,19 +66,24 @@ GDBusMessage* StandInService::onMessage(GDBusConnection* connection, GDBusMessag
     return nullptr;
 }
 
-std::optional<std::string> StandInService::nextReply(const std::string& method) {
+std::optional<std::string> StandInService::nextReply(GDBusMessage* call) {
+    const std::string method = g_dbus_message_get_member(call);
+    GVariant* const arguments = g_dbus_message_get_body(call);
     const std::lock_guard<std::mutex> lock(mutex_);
-    calls_.push_back(method);
-    const auto once = once_.extract(method);
-    if (!once.empty()) {
-        return once.mapped();
-    }
+    calls_.push_back(method + (arguments != nullptr ? asText(arguments) : "()"));
     const auto found = replies_.find(method);
-    return found != replies_.end() ? std::make_optional(found->second) : std::nullopt;
+    if (found == replies_.end()) {
+        return std::nullopt;
+    }
+    std::string reply = found->second.front();
+    if (found->second.size() > 1) {
+        found->second.erase(found->second.begin());
+    }
+    return reply;
 }
 
 GDBusMessage* StandInService::replyTo(GDBusMessage* call) {
-    const std::optional<std::string> next = nextReply(g_dbus_message_get_member(call));
+    const std::optional<std::string> next = nextReply(call);
     if (!next) {
         return nullptr;
     }

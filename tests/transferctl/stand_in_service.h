@@ -15,21 +15,19 @@ namespace test_support {
 
 class StandInService {
 public:
-    // The replies by method, tuples in GVariant's text form; "error NAME" answers with that D-Bus
-    // error. Calls of other methods get no answer. Throws std::runtime_error when it cannot own the
-    // name.
-    explicit StandInService(std::map<std::string, std::string> replies);
+    // The replies by method, tuples in GVariant's text form, one a call; the last one repeats.
+    // "error NAME" answers with that D-Bus error. Calls of other methods get no answer. Throws
+    // std::runtime_error when it cannot own the name.
+    using Replies = std::map<std::string, std::vector<std::string>>;
+    explicit StandInService(Replies replies);
     ~StandInService();
     StandInService(const StandInService&) = delete;
     StandInService& operator=(const StandInService&) = delete;
 
-    // Answers the next call of a method differently.
-    void answerOnce(const std::string& method, const std::string& reply);
-
-    // Methods called by now, in order.
+    // Methods called by now with their arguments, in order: "DeleteFile('USB_X60.1', 'a')".
     std::vector<std::string> calls() const;
 
-    // Waits until the method has been called.
+    // Waits until a method has been called.
     testing::AssertionResult waitForCall(const std::string& method) const;
 
     // Leaves the bus, with all calls unanswered.
@@ -39,10 +37,9 @@ private:
     static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message,
                                    gboolean incoming, gpointer self);
     GDBusMessage* replyTo(GDBusMessage* call);
-    std::optional<std::string> nextReply(const std::string& method);
+    std::optional<std::string> nextReply(GDBusMessage* call);
 
-    std::map<std::string, std::string> replies_;
-    std::map<std::string, std::string> once_;
+    Replies replies_;
     // Not a member: the thread sanitizer does not see how GLib hands one over to the other thread.
     inline static std::mutex mutex_;
     std::vector<std::string> calls_;
