@@ -1,16 +1,32 @@
-// What the service does in its own process for one listing.
+// One directory, its listing, and the reply with it.
 #pragma once
 
 #include <gio/gio.h>
 
 #include <string>
 
+#include "tests/support/device/stick.h"
 #include "transfer/reply_encoding.h"
 #include "transfer/tf_mngr.h"
 
 namespace bench {
 
-// The bytes of a message that carries `body`, which is taken over. Returns their number.
+// "N files"
+inline std::string counted(int files) {
+    return std::to_string(files) + " files";
+}
+
+// Makes a directory of that name with so many files and returns the name.
+inline std::string fillDirectory(const test_support::Stick& stick, int files) {
+    const std::string directory = counted(files);
+    for (int number = 0; number < files; ++number) {
+        stick.addFile(directory + "/DEVICE-" + std::to_string(number) + ".psb", "");
+    }
+    return directory;
+}
+
+// The bytes of a message that carries `body`, which is taken over when it is floating. Returns
+// their number.
 inline gsize marshal(GVariant* body) {
     g_autoptr(GDBusMessage) message = g_dbus_message_new();
     g_dbus_message_set_message_type(message, G_DBUS_MESSAGE_TYPE_METHOD_RETURN);
@@ -23,14 +39,11 @@ inline gsize marshal(GVariant* body) {
     return bytes != nullptr ? size : 0;
 }
 
-// Everything that GetDirectoryIndex costs but the socket: the listing, its encoding, and the bytes
-// of the message. Returns the number of entries.
-inline std::size_t indexReply(TfMngr& manager, const std::string& stick,
-                              const std::string& directory) {
-    const reply::EncodedFiles list =
-        reply::fileArray(manager.getRestoreFilesList(stick, directory));
-    marshal(g_variant_new("(@av)", list.value));
-    return list.records;
+// The body of GetDirectoryIndex's reply, floating.
+inline GVariant* indexBody(TfMngr& manager, const std::string& stick,
+                           const std::string& directory) {
+    return g_variant_new("(@av)",
+                         reply::fileArray(manager.getRestoreFilesList(stick, directory)).value);
 }
 
 }  // namespace bench

@@ -1,140 +1,124 @@
-// The memory that the service takes: when idle, for a large reply, and over many calls.
-#include "tests/bench/bench.h"
-#include "tests/bench/call_stream.h"
+// The memory that the service takes: when idle, after a large reply, and over many calls.
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
 #include "tests/bench/index_reply.h"
+#include "tests/bench/rows.h"
 #include "tests/bench/services.h"
 
 namespace bench {
 namespace {
 
-using test_support::Stick;
-
-constexpr int kIdleRounds = 5;
-constexpr int kReplyRounds = 3;
-constexpr int kLargeDirectory = 100'000;
+constexpr int kLargeDirectory = 10'000;
 constexpr int kSmallDirectory = 10;
 constexpr int kSmallCalls = 10;
 constexpr int kFewCalls = 10'000;
 constexpr int kManyCalls = 400'000;
-constexpr int kCallsInFlight = 4;
-constexpr double kBytesAKilobyte = 1024;
-constexpr const char* kRollUp = "smaps_rollup";
+constexpr int kCallsAtOnce = 100;
+constexpr double kKilobyte = 1024;
 
-double residentOf(pid_t process) {
-    return static_cast<double>(memoryOf(process, kRollUp, "Rss"));
+// A field of /proc/PID/smaps_rollup in kB.
+double memoryOf(pid_t process, const std::string& field) {
+    std::ifstream lines("/proc/" + std::to_string(process) + "/smaps_rollup");
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, field.size() + 1, field + ":") == 0) {
+            return std::strtod(line.c_str() + field.size() + 1, nullptr);
+        }
+    }
+    throw std::runtime_error("no " + field + ": the service has gone");
 }
 
 double privateOf(pid_t process) {
-    return static_cast<double>(memoryOf(process, kRollUp, "Private_Clean") +
-                               memoryOf(process, kRollUp, "Private_Dirty"));
+    return memoryOf(process, "Private_Clean") + memoryOf(process, "Private_Dirty");
 }
 
-std::vector<Row> measureIdle() {
-    say("idle memory");
-    const std::string floorIs = "the floor service, with the C++ and the device libraries";
-    Row resident{"idle, resident", floorIs, "kB", Compared::Ratio, 1.1, {}, 0, {}, {}};
-    Row own{"idle, private", floorIs, "kB", Compared::Ratio, 1.1, {}, 0, {}, {}};
-    const SystemBus bus;
-    for (int round = 0; round < kIdleRounds; ++round) {
+Row measureIdle(int rounds) {
+    Row row{"idle, resident", "floor service, same libraries", "kB", 1.1};
+    for (int round = 0; round < rounds; ++round) {
+        const FloorService floor;
         const Daemon service;
-        const FloorService floor("floor_service_cxx");
-        for (const Target& target : {kFloor, kService}) {
-            for (int i = 0; i < kSmallCalls; ++i) {
-                readProperty(bus, target);
-            }
-        }
-        resident.floor.push_back(residentOf(floor.id()));
-        resident.measured.push_back(residentOf(service.id()));
-        own.floor.push_back(privateOf(floor.id()));
-        own.measured.push_back(privateOf(service.id()));
+        row.floor.push_back(memoryOf(floor.id(), "Rss"));
+        row.measured.push_back(memoryOf(service.id(), "Rss"));
     }
-    return {resident, own};
+    return row;
 }
 
-std::vector<Row> measureLargeReply(const Stick& stick) {
-    say("memory of a large reply");
-    const std::string floorIs = "size of the reply";
-    Row peak{"memory at the peak of a reply of 100000 files",
-             floorIs,
-             "kB",
-             Compared::Ratio,
-             3,
-             {},
-             0,
-             {},
-             {}};
-    Row after{
-        "private memory left right after it", floorIs, "kB", Compared::Nothing, 0, {}, 0, {}, {}};
-    Row later{"private memory left 10 small calls later",
-              floorIs,
-              "kB",
-              Compared::Ratio,
-              0.1,
-              {},
-              0,
-              {},
-              {}};
+std::vector<Row> measureReply(const Stick& stick, int rounds) {
+    Row after{"private memory after a reply of 10000 files, without the working list",
+              "size of the reply", "kB", 0.3};
+    Row later = after;
+    later.what = "the same, ten small calls later";
     const std::string large = fillDirectory(stick, kLargeDirectory);
     const std::string small = fillDirectory(stick, kSmallDirectory);
+    // The strings of these entries are short enough to lie inside them.
+    const double workingList = kLargeDirectory * sizeof(FileEntry) / kKilobyte;
     const SystemBus bus;
-    for (int round = 0; round < kReplyRounds; ++round) {
+    for (int round = 0; round < rounds; ++round) {
         const Daemon service;
         const auto list = [&bus](const std::string& directory) {
             return call(bus, kService, "GetDirectoryIndex", indexArguments(directory));
         };
         list(small);
         const double before = privateOf(service.id());
-        const auto highest = [&] {
-            return static_cast<double>(memoryOf(service.id(), "status", "VmHWM"));
-        };
-        const double highestBefore = highest();
-        const double size = static_cast<double>(marshal(list(large).get())) / kBytesAKilobyte;
-        peak.measured.push_back(highest() - highestBefore);
-        readProperty(bus, kService);  // answered: what the reply took has been given back
-        after.measured.push_back(privateOf(service.id()) - before);
+        const double size = static_cast<double>(marshal(list(large).get())) / kKilobyte;
+        call(bus, kService, "GetUSBStickDetails");  // once answered, the reply is freed
+        after.floor.push_back(size);
+        after.measured.push_back(privateOf(service.id()) - before - workingList);
         for (int i = 0; i < kSmallCalls; ++i) {
-            i % 2 == 0 ? list(small) : readProperty(bus, kService);
+            list(small);
         }
+        later.floor.push_back(size);
         later.measured.push_back(privateOf(service.id()) - before);
-        for (Row* row : {&peak, &after, &later}) {
-            row->floor.push_back(size);
+    }
+    return {after, later};
+}
+
+// Makes mixed calls, many of them at once.
+void makeCalls(const SystemBus& bus, const std::string& directory, int calls) {
+    int answered = 0;
+    const auto onAnswer = [](GObject* connection, GAsyncResult* result, gpointer count) {
+        const VariantPtr reply(
+            g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr));
+        *static_cast<int*>(count) += reply ? 1 : kManyCalls;
+    };
+    for (int made = 0; made < calls;) {
+        for (const int end = made + kCallsAtOnce; made < end; ++made) {
+            const bool index = made % 2 == 0;
+            g_dbus_connection_call(bus.connection(), kService.name, kService.path,
+                                   kService.interface,
+                                   index ? "GetDirectoryIndex" : "GetUSBStickDetails",
+                                   index ? indexArguments(directory) : nullptr, nullptr,
+                                   G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr, onAnswer, &answered);
+        }
+        while (answered < made) {
+            g_main_context_iteration(nullptr, TRUE);
         }
     }
-    return {peak, after, later};
+    if (answered != calls) {
+        throw std::runtime_error("not every call was answered");
+    }
 }
 
 Row measureGrowth(const Stick& stick) {
-    say("memory over 400000 calls");
+    Row row{"private memory after 400000 mixed calls", "itself after 10000", "kB", 32,
+            Compared::Difference};
     const std::string small = fillDirectory(stick, kSmallDirectory);
     const Daemon service;
     const SystemBus bus;
-    CallStream calls(bus, kService, kCallsInFlight, [&small](int number) {
-        return number % 2 == 0 ? StreamedCall{"GetUSBStickDetails", nullptr}
-                               : StreamedCall{"GetDirectoryIndex", indexArguments(small)};
-    });
-    const auto anonymous = [&] {
-        return static_cast<double>(memoryOf(service.id(), "status", "RssAnon"));
-    };
-    calls.run(kFewCalls);
-    const double few = anonymous();
-    calls.run(kManyCalls - kFewCalls);
-    return {"anonymous memory after 400000 mixed calls",
-            "itself after 10000",
-            "kB",
-            Compared::Difference,
-            32,
-            {},
-            0,
-            {few},
-            {anonymous()}};
+    makeCalls(bus, small, kFewCalls);
+    row.floor.push_back(privateOf(service.id()));
+    makeCalls(bus, small, kManyCalls - kFewCalls);
+    row.measured.push_back(privateOf(service.id()));
+    return row;
 }
 
 }  // namespace
 
-std::vector<Row> measureMemory() {
-    std::vector<Row> rows = measureIdle();
-    const Stick stick(1, {"1g", "/dev/sda1", false});
-    for (Row& row : measureLargeReply(stick)) {
+std::vector<Row> measureMemory(int rounds) {
+    std::vector<Row> rows{measureIdle(rounds)};
+    const Stick stick = largeStick();
+    for (Row& row : measureReply(stick, rounds)) {
         rows.push_back(std::move(row));
     }
     rows.push_back(measureGrowth(stick));

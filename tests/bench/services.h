@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/stick.h"
@@ -13,6 +14,7 @@
 
 namespace bench {
 
+using test_support::Stick;
 using test_support::SystemBus;
 using test_support::VariantPtr;
 
@@ -22,8 +24,7 @@ struct Target {
     const char* path;
     const char* interface;
 };
-inline constexpr Target kService{test_support::kServiceName, test_support::kTransferPath,
-                                 test_support::kTransferInterface};
+inline constexpr Target kService{kServiceName, kTransferPath, kTransferInterface};
 inline constexpr Target kFloor{"com.morvane.bench", "/floor", "com.morvane.bench"};
 
 // Makes one call and returns its reply; throws std::runtime_error when there is none. A floating
@@ -31,18 +32,13 @@ inline constexpr Target kFloor{"com.morvane.bench", "/floor", "com.morvane.bench
 VariantPtr call(const SystemBus& bus, const Target& target, const char* method,
                 GVariant* arguments = nullptr);
 
-// The cheap call that both services answer.
-VariantPtr readProperty(const SystemBus& bus, const Target& target);
-// Whether the service answers it yet.
-bool answers(const SystemBus& bus, const Target& target);
+// Lets the floor service own its name.
+void allowFloorService();
 
-// Lets the floor service own its name, and pins the message bus to the client's core.
-void prepareBus();
+// The command on the core of the services; the client and the message bus have the other.
+std::vector<std::string> onServiceCore(const std::vector<std::string>& command);
 
-// A field of /proc/PID/FILE in kB; throws std::runtime_error when it cannot be read.
-long memoryOf(pid_t process, const std::string& file, const std::string& field);
-
-// The service as it runs on the device, a daemon on the services' core.
+// The service as it runs on the device: a daemon.
 class Daemon {
 public:
     Daemon();
@@ -52,19 +48,18 @@ private:
     test_support::ServiceProcess process_;
 };
 
-// The service that does next to nothing; `program` may be floor_service_cxx, the same with the C++
-// library.
+// The least that a service can be; see floor_service.cpp.
 class FloorService {
 public:
-    explicit FloorService(const std::string& program = "floor_service");
+    FloorService();
     pid_t id() const { return process_.id(); }
 
 private:
     test_support::ChildProcess process_;
 };
 
-// "files of N", made on the stick with N files in it.
-std::string fillDirectory(const test_support::Stick& stick, int files);
+// A stick with room for large directories.
+Stick largeStick();
 
 // The arguments of GetDirectoryIndex for a directory of the first stick.
 GVariant* indexArguments(const std::string& directory);

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "tests/fuzz/fake_device.h"
+#include "tests/doubles/plain_device_manager.h"
 #include "tests/fuzz/one_stick.h"
 #include "tests/fuzz/target.h"
 

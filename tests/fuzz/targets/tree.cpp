@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "tests/fuzz/fake_device.h"
+#include "tests/doubles/plain_device_manager.h"
 #include "tests/fuzz/one_stick.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/files/files.h"
@@ -78,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     test_support::TreeModel model{kStick, {rejected}};
     model.enter(root);
     const auto offered = std::make_shared<std::vector<std::string>>();
-    fuzz::FakeDevice::accepts = [offered, rejected](const std::string& path) {
+    plain_device_manager::accepts = [offered, rejected](const std::string& path) {
         offered->push_back(path);
         return path.find(rejected) == std::string::npos;
     };
@@ -86,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(test_support::wholly(listed) == test_support::wholly(model.entries()),
                   "what is listed");
     fuzz::require(*offered == model.offered, "what the device manager is asked");
-    fuzz::require(fuzz::FakeDevice::controllers == 0, "every controller is given back");
+    fuzz::require(plain_device_manager::controllers == 0, "every controller is given back");
     for (const fs::directory_entry& entry : fs::directory_iterator(kStick)) {
         fs::remove_all(entry.path());
     }

@@ -1,22 +1,22 @@
-// The device manager's library inside a fuzz target.
-#include "tests/fuzz/fake_device.h"
+// The device manager's library at its plainest.
+#include "tests/doubles/plain_device_manager.h"
 
 #include "transfer/platform/device_manager_client.h"
 
-namespace fuzz {
+namespace plain_device_manager {
 
-std::function<bool(const std::string& path)> FakeDevice::accepts = [](const std::string&) {
-    return true;
-};
-int FakeDevice::controllers = 0;
+std::function<bool(const std::string& path)> accepts = [](const std::string&) { return true; };
+int controllers = 0;
+
+}  // namespace plain_device_manager
 
 namespace {
 
 std::int64_t check(const char* path) {
-    return FakeDevice::accepts(path) ? 0 : 1;
+    return plain_device_manager::accepts(path) ? 0 : 1;
 }
 
-class FakeBackup final : public IBRController {
+class BackupController final : public IBRController {
 public:
     std::int64_t connect(const char*, const char*) override { return 0; }
     void disconnect() override {}
@@ -30,7 +30,7 @@ public:
     void setWorkDirectory(const char*) override {}
 };
 
-class FakeUpdate final : public IFUController {
+class UpdateController final : public IFUController {
 public:
     std::int64_t connect(const char*, const char*) override { return 0; }
     void disconnect() override {}
@@ -49,27 +49,24 @@ public:
 };
 
 }  // namespace
-}  // namespace fuzz
-
-using fuzz::FakeDevice;
 
 extern "C" {
 IBRController* BRCreateController() {
-    ++FakeDevice::controllers;
-    return new fuzz::FakeBackup;
+    ++plain_device_manager::controllers;
+    return new BackupController;
 }
 void BRDestroyController(IBRController* controller) {
-    --FakeDevice::controllers;
-    delete static_cast<fuzz::FakeBackup*>(controller);
+    --plain_device_manager::controllers;
+    delete static_cast<BackupController*>(controller);
 }
 IFUController* FUCreateController() {
-    ++FakeDevice::controllers;
-    return new fuzz::FakeUpdate;
+    ++plain_device_manager::controllers;
+    return new UpdateController;
 }
 void FUDestroyController(IFUController* controller) {
     if (controller != nullptr) {
-        --FakeDevice::controllers;
-        delete static_cast<fuzz::FakeUpdate*>(controller);
+        --plain_device_manager::controllers;
+        delete static_cast<UpdateController*>(controller);
     }
 }
 }

@@ -1,0 +1,84 @@
+// The rows of the table: what is measured, beside its floor of the same run.
+#include "tests/bench/rows.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+
+namespace bench {
+namespace {
+
+constexpr int kFilesARound = 20'000;
+
+double processorNow() {
+    struct timespec time {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+}
+
+double comparisonOf(const Row& row) {
+    std::vector<double> figures;
+    for (std::size_t i = 0; i < row.floor.size(); ++i) {
+        figures.push_back(row.compared == Compared::Ratio ? row.measured.at(i) / row.floor.at(i)
+                                                          : row.measured.at(i) - row.floor.at(i));
+    }
+    return median(figures);
+}
+
+}  // namespace
+
+double elapsed(const Operation& operation) {
+    const auto before = std::chrono::steady_clock::now();
+    operation();
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - before)
+        .count();
+}
+
+double processorTime(const Operation& operation) {
+    const double before = processorNow();
+    operation();
+    return processorNow() - before;
+}
+
+double median(std::vector<double> figures) {
+    const auto middle = figures.begin() + static_cast<std::ptrdiff_t>(figures.size() / 2);
+    std::nth_element(figures.begin(), middle, figures.end());
+    return *middle;
+}
+
+void addRound(Row& row, int times, double (*clock)(const Operation&), const Operation& floor,
+              const Operation& measured) {
+    std::vector<double> ofFloor;
+    std::vector<double> ofMeasured;
+    for (int i = 0; i < times; ++i) {
+        if (i % 2 == 0) {
+            ofFloor.push_back(clock(floor));
+        }
+        ofMeasured.push_back(clock(measured));
+        if (i % 2 != 0) {
+            ofFloor.push_back(clock(floor));
+        }
+    }
+    row.floor.push_back(median(ofFloor));
+    row.measured.push_back(median(ofMeasured));
+}
+
+int timesFor(int files) {
+    return std::clamp(kFilesARound / files, 2, 200);
+}
+
+void print(const std::vector<Row>& rows) {
+    std::printf("| what | floor in the same run | floor | measured | ratio | aim | |\n");
+    std::printf("|---|---|--:|--:|--:|--:|---|\n");
+    for (const Row& row : rows) {
+        const double comparison = comparisonOf(row);
+        const char* const sign = row.compared == Compared::Ratio ? "" : "+ ";
+        std::printf("| %s | %s | %.0f %s | %.0f %s | %s%.2f | %s≤ %g | %s |\n", row.what.c_str(),
+                    row.floorIs.c_str(), median(row.floor), row.unit, median(row.measured),
+                    row.unit, sign, comparison, sign, row.aim,
+                    comparison <= row.aim ? "met" : "MISSED");
+    }
+}
+
+}  // namespace bench
