@@ -32,11 +32,6 @@ GVariant* box(GVariant* element) {
     return g_variant_ref_sink(g_variant_new_variant(element));
 }
 
-// At least the bytes of the string in the box, its end included.
-std::size_t stringBytes(GVariant* boxed) {
-    return g_variant_get_size(boxed);
-}
-
 }  // namespace
 
 GVariant* stickArray(const std::vector<UsbStickInfo>& sticks) {
@@ -73,6 +68,7 @@ EncodedFiles fileArray(const std::vector<FileEntry>& entries, std::size_t maxByt
     // Boxes that consecutive records share are created once: half the time of a long list.
     g_autoptr(GVariant) kind = nullptr;
     g_autoptr(GVariant) location = nullptr;
+    std::size_t locationBytes = 0;
     const FileEntry* previous = nullptr;
     std::size_t bytes = kArrayLengthWord;
     std::size_t records = 0;
@@ -84,16 +80,17 @@ EncodedFiles fileArray(const std::vector<FileEntry>& entries, std::size_t maxByt
         if (previous == nullptr || entry.location != previous->location) {
             g_clear_pointer(&location, g_variant_unref);
             location = box(string(entry.location));
+            locationBytes = g_variant_get_size(location);
         }
-        g_autoptr(GVariant) name = box(string(entry.name));
-        bytes += kMaxGroupOverhead + stringBytes(name) + stringBytes(location);
+        g_autoptr(GVariant) name = g_variant_ref_sink(string(entry.name));
+        bytes += kMaxGroupOverhead + g_variant_get_size(name) + locationBytes;
         if (bytes > maxBytes) {
             break;
         }
         g_variant_builder_add_value(&builder, kind);
-        g_variant_builder_add_value(&builder, name);
-        g_variant_builder_add(&builder, "v",
-                              g_variant_new_uint64(static_cast<std::uint64_t>(entry.size)));
+        g_variant_builder_add_value(&builder, g_variant_new_variant(name));
+        const auto size = static_cast<std::uint64_t>(entry.size);
+        g_variant_builder_add_value(&builder, g_variant_new_variant(g_variant_new_uint64(size)));
         g_variant_builder_add_value(&builder, location);
         previous = &entry;
         ++records;
