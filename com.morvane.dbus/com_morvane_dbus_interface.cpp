@@ -1,4 +1,4 @@
-// The control interface com.morvane.dbus.
+// The handlers of Quit and Init.
 #include "com.morvane.dbus/com_morvane_dbus_interface.h"
 
 #include <syslog.h>

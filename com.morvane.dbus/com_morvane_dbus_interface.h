@@ -7,8 +7,7 @@
 // One object for the life of the process. Main-loop thread only.
 class ComMorvaneDBusInterface : public GDBusInterfaceBase {
 public:
-    // The single object, created on first use and never destroyed. Unlocked: first used during
-    // start-up.
+    // The single object, created on first use and never destroyed. First used on the main thread.
     static ComMorvaneDBusInterface* getInstance();
 
     void connectHandlers() override;

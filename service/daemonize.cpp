@@ -1,5 +1,4 @@
-// Turning the process into a daemon, and the handshake by which its launcher learns that it is
-// ready.
+// The launcher and its daemon, on both sides of the fork.
 #include "service/daemonize.h"
 
 #include <sys/ipc.h>
@@ -14,6 +13,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "service/exit_status.h"
 #include "service/service_log.h"
 
 namespace {
@@ -33,12 +33,12 @@ bool setValue(int id, int semaphore, int value) {
 [[noreturn]] void failSemaphoreOperation() {
     constexpr char kMessage[] = "Error during semaphore operation!";
     std::fwrite(kMessage, 1, sizeof kMessage - 1, stderr);
-    std::exit(1);
+    std::exit(kExitStartFailed);
 }
 
 [[noreturn]] void exitLauncher() {
     serviceLog(LOG_INFO, log_tag::kInfo, "Exiting parent process");
-    std::exit(0);
+    std::exit(kExitDone);
 }
 
 // The daemon ended without the handshake. One that was itself a launcher (a second -d) has done its
@@ -49,22 +49,22 @@ bool setValue(int id, int semaphore, int value) {
     }
     std::fputs("The service ended before it was ready.\n", stderr);
     removeSet(id);
-    std::exit(1);
+    std::exit(kExitStartFailed);
 }
 
 // Takes semaphore 0 in bounded slices and looks at the daemon in between, so that a daemon that
 // ends early does not leave its launcher waiting for ever.
 void awaitDaemon(int id, pid_t daemon) {
-    struct sembuf take = kTake0;
+    struct sembuf take = kTakeReady;
     while (semtimedop(id, &take, 1, &kLookAtDaemonEvery) == -1) {
-        const bool sliceOver = errno == EAGAIN || errno == EINTR;
+        const int error = errno;  // waitpid may change it
         int waitStatus = kStatusUnknown;
         // No child is left either when the launcher was started with SIGCHLD ignored.
         const pid_t ended = waitpid(daemon, &waitStatus, WNOHANG);
         if (ended == daemon || (ended == -1 && errno == ECHILD)) {
             exitForEndedDaemon(id, waitStatus);
         }
-        if (!sliceOver) {
+        if (error != EAGAIN && error != EINTR) {
             failSemaphoreOperation();
         }
     }
@@ -80,10 +80,10 @@ void toNowhere(const char* mode, FILE* stream) {
 void detach() {
     umask(0);
     if (setsid() < 0) {
-        std::exit(1);
+        std::exit(kExitStartFailed);
     }
     if (chdir("/") < 0) {
-        std::exit(1);
+        std::exit(kExitStartFailed);
     }
     toNowhere("r", stdin);
     toNowhere("w", stdout);
@@ -101,7 +101,7 @@ int createSemaphore(int nsems) {
     const int id = semget(kStartSemaphoreKey, nsems, IPC_CREAT | IPC_EXCL | 0666);
     if (id < 0) {
         perror("Error while creating semaphore.");
-        std::exit(1);
+        std::exit(kExitStartFailed);
     }
     std::printf("Semaphor created ID: %d\n", id);
     return id;
@@ -119,39 +119,38 @@ int daemonize() {
     if (!setValue(id, 1, 1) || !setValue(id, 0, 1)) {
         perror("semctl didn't work.\n");
         removeSet(id);
-        std::exit(1);
+        std::exit(kExitStartFailed);
     }
-    semaphoreOp(id, kTake0);
-    semaphoreOp(id, kTake1);
+    semaphoreOp(id, kTakeReady);
+    semaphoreOp(id, kTakeAcknowledged);
 
     const pid_t daemon = fork();
     if (daemon < 0) {
         perror("Error creating the child process\n");
-        removeSet(id);
-        std::exit(1);
+        std::exit(kExitStartFailed);
     }
     if (daemon > 0) {
         awaitDaemon(id, daemon);
-        semaphoreOp(id, kGive0);
-        semaphoreOp(id, kGive1);
+        semaphoreOp(id, kGiveReady);
+        semaphoreOp(id, kGiveAcknowledged);
         exitLauncher();
     }
     detach();
     return id;
 }
 
-void signalStarter(int id) {
-    semaphoreOp(id, kGive0);
-    semaphoreOp(id, kTake1);
+void signalLauncher(int id) {
+    semaphoreOp(id, kGiveReady);
+    semaphoreOp(id, kTakeAcknowledged);
 }
 
 void endHandshake(int id) {
-    semaphoreOp(id, kGive1);
+    semaphoreOp(id, kGiveAcknowledged);
     removeSet(id);
 }
 
 void releaseStarterAndExit(int id) {
-    signalStarter(id);
+    signalLauncher(id);
     endHandshake(id);
-    std::exit(2);
+    std::exit(kExitNameLost);
 }

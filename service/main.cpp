@@ -1,13 +1,14 @@
 // The start-up sequence of the transfer service.
 #include <getopt.h>
 #include <glib.h>
-#include <malloc.h>
 #include <syslog.h>
 
 #include <vector>
 
 #include "com.morvane.dbus/com_morvane_dbus_interface.h"
 #include "service/daemonize.h"
+#include "service/exit_status.h"
+#include "service/heap.h"
 #include "service/morvane_system_bus.h"
 #include "service/pid_file.h"
 #include "service/service_log.h"
@@ -18,21 +19,9 @@ using com::morvane::dbus::MorvaneSystemBus;
 
 namespace {
 
-// What a large reply took goes back to the system with it. Left to itself the C library moves this
-// limit up with the first large block that is freed and keeps the next ones for itself.
-constexpr int kLargeBlock = 128 * 1024;
-
-// What GLib's bus thread makes the main thread frees. With an arena for each thread such blocks
-// scatter, and the heap grows by a page in some 13,000 calls; each job would also reserve another.
-constexpr int kArenas = 1;
-
-// Small blocks join their free neighbours at once, so that what the names of a long listing took
-// can go back, too. Otherwise the next small blocks are cut from among them, and stay.
-constexpr int kLargestUnjoined = 0;
-
-// Acts on each -d and returns the id of the start-up semaphore set, or -1 without -d. getopt works
-// on a copy, so the caller's argument vector stays in its order.
-int readOptions(int argc, char** argv) {
+// Returns the id of the start-up semaphore set in the daemon, which is a child of this process, and
+// -1 without -d. getopt works on a copy, so the caller's argument vector stays in its order.
+int daemonizeIfAsked(int argc, char** argv) {
     std::vector<char*> arguments(argv, argv + argc);
     int startSemaphore = -1;
     for (int option = 0; (option = getopt(argc, arguments.data(), "d")) != -1;) {
@@ -48,10 +37,8 @@ int readOptions(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    mallopt(M_MMAP_THRESHOLD, kLargeBlock);
-    mallopt(M_ARENA_MAX, kArenas);
-    mallopt(M_MXFAST, kLargestUnjoined);
-    const int startSemaphore = readOptions(argc, argv);
+    limitHeap();
+    const int startSemaphore = daemonizeIfAsked(argc, argv);
 
     // The descriptor is kept to the end of the process: it holds the lock.
     if (lockPidFile(kServiceName) < 0) {
@@ -60,7 +47,7 @@ int main(int argc, char** argv) {
         if (startSemaphore >= 0) {
             releaseStarterAndExit(startSemaphore);
         }
-        return -1;
+        return kExitAlreadyRunning;
     }
 
     // Creates the transfer manager, which tells the transfer script that the service starts.
@@ -82,5 +69,5 @@ int main(int argc, char** argv) {
     // Nothing quits the loop: the process ends in a callback or by a signal.
     g_bus_unown_name(ownerId);
     g_main_loop_unref(loop);
-    return 0;
+    return kExitDone;
 }

@@ -1,4 +1,4 @@
-// The system bus: the registry of exported objects and the ownership of the service's name.
+// The registry of exported objects and the callbacks of the name's ownership.
 #include "service/morvane_system_bus.h"
 
 #include <gio/gio.h>
@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "service/daemonize.h"
+#include "service/exit_status.h"
 #include "service/service_log.h"
-#include "service/thread_watch.h"
 
 namespace com::morvane::dbus {
 namespace {
@@ -20,7 +20,7 @@ struct StartArgument {
     char** argv;
 };
 
-// Process-wide and unlocked: written during start-up, read by the callbacks of the main loop.
+// One for the process. Written during start-up, read by the callbacks of the main loop.
 std::vector<std::string> objectPaths;
 std::vector<GDBusInterfaceBase*> interfaces;  // the entry at i belongs to objectPaths[i]; not owned
 std::vector<StartArgument> startArguments;
@@ -41,43 +41,29 @@ void runStartHooks() {
     }
 }
 
+bool isDaemon() {
+    return semaphoreId >= 0;
+}
+
 void onNameAcquired(GDBusConnection* connection, const gchar* /*name*/, gpointer /*loop*/) {
-    endThreadWatch();
     exportInterfaces(connection);
+    if (isDaemon()) {
+        signalLauncher(semaphoreId);
+    }
     runStartHooks();
-}
-
-void onNameAcquiredAsDaemon(GDBusConnection* connection, const gchar* /*name*/, gpointer /*loop*/) {
-    endThreadWatch();
-    exportInterfaces(connection);
-    signalStarter(semaphoreId);
-    runStartHooks();
-    endHandshake(semaphoreId);
-}
-
-void logNameLost() {
-    serviceLog(LOG_ERR, log_tag::kError, "Could not register servicename on bus");
-}
-
-void onNameLost(GDBusConnection* /*connection*/, const gchar* /*name*/, gpointer /*loop*/) {
-    logNameLost();
-    std::exit(2);
+    if (isDaemon()) {
+        endHandshake(semaphoreId);
+    }
 }
 
 // Kept: a daemon that loses its name later finds the set removed, so it ends with status 1 and
 // not 2.
-void onNameLostAsDaemon(GDBusConnection* /*connection*/, const gchar* /*name*/, gpointer /*loop*/) {
-    logNameLost();
-    releaseStarterAndExit(semaphoreId);
-}
-
-// Without a thread there is no connection to the bus, which is a name lost.
-void onNoThread() {
-    onNameLost(nullptr, nullptr, nullptr);
-}
-
-void onNoThreadAsDaemon() {
-    onNameLostAsDaemon(nullptr, nullptr, nullptr);
+void onNameLost(GDBusConnection* /*connection*/, const gchar* /*name*/, gpointer /*loop*/) {
+    serviceLog(LOG_ERR, log_tag::kError, "Could not register servicename on bus");
+    if (isDaemon()) {
+        releaseStarterAndExit(semaphoreId);
+    }
+    std::exit(kExitNameLost);
 }
 
 }  // namespace
@@ -85,15 +71,12 @@ void onNoThreadAsDaemon() {
 guint MorvaneSystemBus::ownName(const std::string& name, GMainLoop* loop) {
     if (objectPaths.empty() || interfaces.empty()) {
         serviceLog(LOG_ERR, log_tag::kError, "No Interfaces Registered");
-        std::exit(3);
+        std::exit(kExitNothingRegistered);
     }
-    const bool daemon = semaphoreId >= 0;
     const auto flags = static_cast<GBusNameOwnerFlags>(G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT |
                                                        G_BUS_NAME_OWNER_FLAGS_REPLACE);
-    watchForThread(daemon ? onNoThreadAsDaemon : onNoThread);
-    return g_bus_own_name(G_BUS_TYPE_SYSTEM, name.c_str(), flags, nullptr,
-                          daemon ? onNameAcquiredAsDaemon : onNameAcquired,
-                          daemon ? onNameLostAsDaemon : onNameLost, loop, nullptr);
+    return g_bus_own_name(G_BUS_TYPE_SYSTEM, name.c_str(), flags, nullptr, onNameAcquired,
+                          onNameLost, loop, nullptr);
 }
 
 bool MorvaneSystemBus::registerInterface(const std::string& objectPath, GDBusInterfaceBase* iface) {

@@ -1,4 +1,4 @@
-// The single-instance guard: a write-locked file that holds the process id.
+// Locking the file and writing the process id into it.
 #include "service/pid_file.h"
 
 #include <fcntl.h>
@@ -57,11 +57,8 @@ int lockPidFile(const std::string& name) {
         return -1;
     }
     if (!lockWholeFile(fd)) {
-        if (errno == EAGAIN || errno == EACCES) {
-            perror("PID-File already locked.\n");
-        } else {
-            perror("Error locking this PID-file occured.\n");
-        }
+        const bool locked = errno == EAGAIN || errno == EACCES;
+        perror(locked ? "PID-File already locked.\n" : "Error locking this PID-file occured.\n");
         return -1;  // the descriptor stays open: the process is about to end
     }
     writeProcessId(fd);

@@ -1,14 +1,14 @@
-// The transfer manager's life: construction, transfer script, applet change, launch of jobs.
+// The manager's construction and end, the transfer script, the applet change, the launch of jobs.
 #include "transfer/tf_mngr.h"
 
 #include <pthread.h>
-#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
 
+#include "service/exit_status.h"
 #include "service/service_log.h"
 
 namespace {
@@ -50,12 +50,7 @@ void TfMngr::appletHasChanged(std::int32_t id) {
     serviceLog(LOG_INFO, log_tag::kInfo, "Quitting com-morvane-transfer-service");
     // Kept: with the target -1 the signal reaches every process that this one may signal.
     kill(quitSignalTarget, SIGTERM);
-    std::exit(0);
-}
-
-bool TfMngr::stickIsMounted(const std::string& mntId) {
-    struct stat64 status {};
-    return stat64(mountPath(mntId).c_str(), &status) == 0;
+    std::exit(kExitDone);
 }
 
 JobResult TfMngr::launchWorker(Worker worker) {
@@ -68,9 +63,4 @@ JobResult TfMngr::launchWorker(Worker worker) {
 
 TfMngr::Job TfMngr::copyJob() const {
     return {jobBackupType, jobMountId, jobFile, updateFile};
-}
-
-std::string TfMngr::Job::target(const std::string& relative) const {
-    const std::string stick = mountPath(mountId);
-    return relative.empty() ? stick : stick + "/" + relative;
 }

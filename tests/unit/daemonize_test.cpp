@@ -84,8 +84,8 @@ TEST_F(StartSet, thatCannotBeMadeEndsTheProcess) {
 TEST_F(StartSet, isGivenBackWhatAProcessDidWhenItEnds) {
     const int id = set_.make({1, 1});
     const CommandResult result = runForked([&] {
-        semaphoreOp(id, kTake0);
-        semaphoreOp(id, kGive1);
+        semaphoreOp(id, kTakeReady);
+        semaphoreOp(id, kGiveAcknowledged);
         std::printf("%d %d\n", semctl(id, 0, GETVAL), semctl(id, 1, GETVAL));
     });
     EXPECT_EQ(result.output, "0 2\n");
@@ -96,7 +96,7 @@ TEST_F(StartSet, isGivenBackWhatAProcessDidWhenItEnds) {
 TEST_F(StartSet, thatIsGoneEndsTheProcessWithAMessageWithoutALineEnd) {
     const int id = set_.make({0, 0});
     set_.remove();
-    const CommandResult result = runForked([&] { semaphoreOp(id, kGive0); });
+    const CommandResult result = runForked([&] { semaphoreOp(id, kGiveReady); });
     EXPECT_EQ(result.end, exited(1));
     EXPECT_EQ(result.error, "Error during semaphore operation!");
     EXPECT_EQ(result.output, "");
@@ -105,7 +105,7 @@ TEST_F(StartSet, thatIsGoneEndsTheProcessWithAMessageWithoutALineEnd) {
 TEST_F(StartSet, carriesTheWholeHandshakeOfALauncherAndItsDaemon) {
     const CommandResult result = launch([this] {
         const int id = set_.id();
-        signalStarter(id);
+        signalLauncher(id);
         endHandshake(id);
     });
     EXPECT_EQ(result.end, exited(0));
@@ -184,7 +184,7 @@ TEST_F(StartSet, ofOneSemaphoreOnlyIsReportedAndRemoved) {
     EXPECT_FALSE(set_.exists());
 }
 
-TEST_F(StartSet, isRemovedWhenThereCanBeNoDaemon) {
+TEST_F(StartSet, staysWhenForkFails) {
     const std::string reason = whyCallsCannotBeDenied();
     if (!reason.empty()) {
         GTEST_SKIP() << reason;
@@ -197,7 +197,7 @@ TEST_F(StartSet, isRemovedWhenThereCanBeNoDaemon) {
     EXPECT_EQ(result.error,
               "Error creating the child process\n: Resource temporarily unavailable\n");
     EXPECT_EQ(result.output.find(kLastLine), std::string::npos);
-    EXPECT_FALSE(set_.exists());
+    EXPECT_TRUE(set_.exists());
 }
 
 struct DetachStep {
