@@ -1,4 +1,4 @@
-// The client of the applet-control service, whose applet changes end this service.
+// The proxy of the applet control and its one signal.
 #include "transfer/applet_client.h"
 
 #include <syslog.h>

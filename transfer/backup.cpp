@@ -1,5 +1,4 @@
 // Backup: the proposed file name, the space check, the launch, and the worker shared with restore.
-#include <sys/stat.h>
 #include <sys/statfs.h>
 
 #include <ctime>
@@ -79,7 +78,7 @@ JobResult TfMngr::DoBackup(const std::string& mntId, std::uint32_t backupType,
     if (!hasMarker(backupFilePath, kBackupMarker)) {
         return JobResult::BadFileName;
     }
-    if (!stickIsMounted(mntId)) {
+    if (!exists(mountPath(mntId))) {
         return JobResult::StickNotMounted;
     }
     if (!hasBackupSpace(mntId, backupType)) {
@@ -102,10 +101,9 @@ JobResult TfMngr::launchBackupRestore(const std::string& mntId, std::uint32_t ba
 void* TfMngr::backupRestoreWorker(void* tfMngr) {
     auto* const manager = static_cast<TfMngr*>(tfMngr);
     const Job job = manager->copyJob();
-    const std::string target = job.target(job.file);
+    const std::string target = pathOrMountPath(job.mountId, job.file);
     ensureParentDirectory(job);
-    struct stat64 status {};
-    if (job.backupType != kRestoreJob && stat64(target.c_str(), &status) == 0) {
+    if (job.backupType != kRestoreJob && exists(target)) {
         manager->DeleteFile(job.mountId, job.file);
     }
     runBackupRestore(job.backupType, target);  // the outcome is reported to nobody
@@ -113,9 +111,8 @@ void* TfMngr::backupRestoreWorker(void* tfMngr) {
 }
 
 void TfMngr::ensureParentDirectory(const Job& job) {
-    const std::string directory = parentPath(mountPath(job.mountId) + "/" + job.file);
-    struct stat64 status {};
-    if (stat64(directory.c_str(), &status) != 0) {
+    const std::string directory = parentPath(pathOnStick(job.mountId, job.file));
+    if (!exists(directory)) {
         makeDirectoryPath(directory.c_str());
     }
 }
@@ -123,8 +120,9 @@ void TfMngr::ensureParentDirectory(const Job& job) {
 bool TfMngr::runBackupRestore(std::uint32_t backupType, const std::string& target) {
     using namespace device_manager;
     return runOnController<BackupRestore>(WorkDirectory::Set, [&](IBRController& controller) {
-        return (backupType == kRestoreJob
-                    ? controller.restore(target.c_str())
-                    : controller.backup(target.c_str(), backupTypeWord(backupType))) == kSuccess;
+        if (backupType == kRestoreJob) {
+            return controller.restore(target.c_str()) == kSuccess;
+        }
+        return controller.backup(target.c_str(), backupTypeWord(backupType)) == kSuccess;
     });
 }

@@ -1,7 +1,8 @@
-// The log object that the service hands to the device-manager client library.
+// Slots that do nothing, and the reading of the credential.
 #include "transfer/console_log.h"
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 namespace {
@@ -20,6 +21,10 @@ void CConsoleLog::reserved2() {}
 void CConsoleLog::reserved3() {}
 void CConsoleLog::logError(const char* /*format*/, ...) {}
 void CConsoleLog::reserved5() {}
+
+CConsoleLog::~CConsoleLog() {
+    explicit_bzero(record, sizeof record);
+}
 
 int CConsoleLog::readCredential(const char** out) {
     std::unique_ptr<FILE, CloseFile> file(std::fopen(kRecordPath, "rb"));

@@ -15,12 +15,15 @@ public:
     void logError(const char* format, ...) override;
     void reserved5() override;
 
-    // Stores the second half of the device's 128-byte persistent record, as a text owned by this
+    // Stores the second half of the device's 128-byte persistent record, as a string owned by this
     // object, in *out and returns 0. Returns -1 when the record cannot be opened and -2 when it is
     // shorter, leaving *out untouched.
     int readCredential(const char** out) override;
 
+    // Clears the record, so that no copy of the credential stays behind.
+    ~CConsoleLog() override;
+
 private:
     static constexpr unsigned kRecordSize = 128;
-    char record[kRecordSize + 1];  // filled on demand; the last byte terminates the text
+    char record[kRecordSize + 1];  // filled on demand; the last byte ends the string
 };

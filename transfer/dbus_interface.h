@@ -11,25 +11,24 @@
 #include "transfer/reply_encoding.h"
 #include "transfer/tf_mngr.h"
 
-// Answers the 15 methods of the transfer interface with the manager that it owns. One object for
+// Answers every method of the transfer interface with the manager that it owns. One object for
 // the life of the process. Main-loop thread only.
 class DBusInterface : public GDBusInterfaceBase {
 public:
     // The single object, created on first use and never destroyed, so that no destructor runs
-    // inside exit(). Unlocked: first used during start-up. Its creation runs the transfer script.
+    // inside exit(). First used on the main thread. Its creation runs the transfer script.
     static DBusInterface* getInstance();
 
-    DBusInterface();
     ~DBusInterface() override;
 
-    // Connects the 15 method signals, then the applet-control client.
+    // Connects every method signal, then the applet-control client.
     void connectHandlers() override;
 
     // The manager; owned by this object.
     TfMngr& manager() { return *tfMngr; }
 
     // One operation a method (request_handlers.cpp): asks the manager and completes `invocation`,
-    // always with a value and never with an error. Texts are borrowed for the call.
+    // always with a value and never with an error. Strings are borrowed for the call.
     void getUsbStickDetails(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation);
     void getStickDetailsWithCount(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation);
     void validateBackupSize(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
@@ -60,6 +59,8 @@ public:
                                     const gchar* mntId, const gchar* path);
 
 private:
+    DBusInterface();
+
     MorvaneScctrl* scctrlProxy = nullptr;  // lives as long as the process
     GError* proxyError = nullptr;  // kept as received, never freed
     std::unique_ptr<TfMngr> tfMngr;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <optional>
 
 #include "transfer/contract.h"
 #include "transfer/tf_mngr.h"
@@ -15,20 +16,11 @@ struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
+using DirectoryId = std::pair<dev_t, ino64_t>;
 
 // Kept: a single-bit test, so a block device and a socket count as directories.
 bool isDirectory(const struct stat64& status) {
     return (status.st_mode & S_IFDIR) != 0;
-}
-
-bool exists(const std::string& path) {
-    struct stat64 status {};
-    return stat64(path.c_str(), &status) == 0;
-}
-
-std::string listedDirectory(const std::string& mntId, const std::string& dirPath) {
-    const std::string root = TfMngr::mountPath(mntId);
-    return dirPath.empty() ? root : root + "/" + dirPath;
 }
 
 // What the entries of `directory` carry as their location: its path relative to the stick's root.
@@ -70,8 +62,14 @@ public:
     const char* name() const { return entryPath.c_str() + prefix; }
     const struct stat64& status() const { return entryStatus; }
 
-    // The directory that is being read; negative when it could not be opened.
-    int descriptor() const { return stream ? dirfd(stream.get()) : -1; }
+    // What tells the directory that is being read from others; nothing when that is unknown.
+    std::optional<DirectoryId> directoryId() const {
+        struct stat64 self {};
+        if (!stream || fstat64(dirfd(stream.get()), &self) != 0) {
+            return std::nullopt;
+        }
+        return DirectoryId(self.st_dev, self.st_ino);
+    }
 
 private:
     Directory stream;
@@ -101,8 +99,8 @@ std::vector<FileEntry> TfMngr::scanFiles(const std::string& mntId, const std::st
 }
 
 void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Level level) {
-    const std::string directory = listedDirectory(mntId, dirPath);
-    if (!stickIsMounted(mntId) || !exists(directory)) {
+    const std::string directory = pathOrMountPath(mntId, dirPath);
+    if (!exists(mountPath(mntId)) || !exists(directory)) {
         return;
     }
     const std::string location = locationOf(directory, mntId);
@@ -139,8 +137,8 @@ std::vector<FileEntry> TfMngr::getUpdateFilesList(const std::string& mntId,
 std::vector<FileEntry> TfMngr::listPackages(const std::string& mntId, const std::string& dirPath,
                                             const std::string& marker) {
     entries.clear();
-    const std::string directory = listedDirectory(mntId, dirPath);
-    if (!stickIsMounted(mntId) || !exists(directory)) {
+    const std::string directory = pathOrMountPath(mntId, dirPath);
+    if (!exists(mountPath(mntId)) || !exists(directory)) {
         return {};
     }
     std::vector<FileEntry> found = scanTree(mntId, directory, marker);
@@ -150,28 +148,21 @@ std::vector<FileEntry> TfMngr::listPackages(const std::string& mntId, const std:
 
 std::vector<FileEntry> TfMngr::scanTree(const std::string& mntId, const std::string& directory,
                                         const std::string& marker) {
-    std::vector<FileId> enclosing;
-    scanTreeLevel(mntId, directory, marker, enclosing);
+    scanTreeLevel(mntId, directory, marker, {});
     return entries;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): at most as deep as a path can be long
 void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& directory,
-                           const std::string& marker, std::vector<FileId>& enclosing) {
+                           const std::string& marker, std::vector<DirectoryId> enclosing) {
     VisibleEntries visible(directory);
-    struct stat64 self {};
-    if (visible.descriptor() < 0 || fstat64(visible.descriptor(), &self) != 0) {
-        return;
-    }
     // A symbolic link may lead back into a directory that is being read: do not follow it round.
-    const auto isSelf = [&self](const FileId& other) {
-        return other.device == self.st_dev && other.inode == self.st_ino;
-    };
-    if (std::any_of(enclosing.begin(), enclosing.end(), isSelf)) {
-        return;
+    if (const std::optional<DirectoryId> self = visible.directoryId()) {
+        if (std::find(enclosing.begin(), enclosing.end(), *self) != enclosing.end()) {
+            return;
+        }
+        enclosing.push_back(*self);
     }
-    enclosing.push_back({self.st_dev, self.st_ino});
-
     while (visible.next()) {
         if (isDirectory(visible.status())) {
             scanTreeLevel(mntId, visible.path(), marker, enclosing);
@@ -183,10 +174,9 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
             makeEntry(visible.name(), visible.status(), locationOf(directory, mntId)));
         // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
         if (entries.size() >= kTreeListLimit) {
-            break;
+            return;
         }
     }
-    enclosing.pop_back();
 }
 
 std::string TfMngr::relativePath(std::string entryPath, const std::string& mntId) {

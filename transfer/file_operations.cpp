@@ -15,10 +15,10 @@ constexpr std::size_t kPathBufferSize = 256;
 }  // namespace
 
 bool TfMngr::DeleteFile(const std::string& mntId, const std::string& filePath) {
-    if (!stickIsMounted(mntId)) {
+    if (!exists(mountPath(mntId))) {
         return false;
     }
-    const std::string target = mountPath(mntId) + "/" + filePath;
+    const std::string target = pathOnStick(mntId, filePath);
     struct stat64 status {};
     if (stat64(target.c_str(), &status) != 0) {
         return false;
@@ -43,12 +43,11 @@ bool TfMngr::DeleteFile(const std::string& mntId, const std::string& filePath) {
 }
 
 bool TfMngr::CreateDirectory(const std::string& mntId, const std::string& dirPath) {
-    if (!stickIsMounted(mntId)) {
+    if (!exists(mountPath(mntId))) {
         return false;
     }
-    const std::string target = mountPath(mntId) + "/" + dirPath;
-    struct stat64 status {};
-    if (stat64(target.c_str(), &status) == 0) {
+    const std::string target = pathOnStick(mntId, dirPath);
+    if (exists(target)) {
         return false;
     }
     // Kept: the answer says that the creation was tried, not that it succeeded.

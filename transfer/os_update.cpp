@@ -9,7 +9,7 @@ JobResult TfMngr::DoOSUpdate(const std::string& mntId, const std::string& filePa
     if (!hasMarker(filePath, kUpdateMarker)) {
         return JobResult::BadFileName;
     }
-    if (!stickIsMounted(mntId)) {
+    if (!exists(mountPath(mntId))) {
         return JobResult::StickNotMounted;
     }
     if (!fileExistsOnStick(mntId, filePath)) {
@@ -24,18 +24,19 @@ JobResult TfMngr::DoOSUpdate(const std::string& mntId, const std::string& filePa
 }
 
 bool TfMngr::fileExistsOnStick(const std::string& mntId, const std::string& filePath) {
-    return access((mountPath(mntId) + "/" + filePath).c_str(), F_OK) == 0;
+    return access(pathOnStick(mntId, filePath).c_str(), F_OK) == 0;
 }
 
 void* TfMngr::osUpdateWorker(void* tfMngr) {
     const Job job = static_cast<TfMngr*>(tfMngr)->copyJob();
-    runOsUpdate(job.target(job.updateFile));  // the outcome is reported to nobody
+    runOsUpdate(pathOrMountPath(job.mountId, job.updateFile));  // the outcome is reported to nobody
     return nullptr;
 }
 
 bool TfMngr::runOsUpdate(const std::string& target) {
     using namespace device_manager;
-    return runOnController<Update>(WorkDirectory::Set, [&target](IFUController& controller) {
-        return controller.update(target.c_str()) == kSuccess;
-    });
+    return !target.empty() &&
+           runOnController<Update>(WorkDirectory::Set, [&target](IFUController& controller) {
+               return controller.update(target.c_str()) == kSuccess;
+           });
 }

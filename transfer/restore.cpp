@@ -6,7 +6,7 @@ JobResult TfMngr::DoRestore(const std::string& mntId, const std::string& filePat
     if (!hasMarker(filePath, kBackupMarker)) {
         return JobResult::BadFileName;
     }
-    if (!stickIsMounted(mntId)) {
+    if (!exists(mountPath(mntId))) {
         return JobResult::StickNotMounted;
     }
     return launchBackupRestore(mntId, kRestoreJob, filePath);

@@ -4,14 +4,14 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "transfer/console_log.h"
 #include "transfer/contract.h"
 #include "transfer/records.h"
-
-class IBRController;
-class IFUController;
 
 // One object for the life of the process, owned by DBusInterface. A mount identifier (`mntId`)
 // names a stick as enumerateUsbSticks reports it; paths are relative to the stick and joined as
@@ -52,6 +52,12 @@ public:
     // "/media/usb/<mntId>". Any thread.
     static std::string mountPath(const std::string& mntId);
 
+    // "/media/usb/<mntId>/<relative>", as the two come. Any thread.
+    static std::string pathOnStick(const std::string& mntId, const std::string& relative);
+
+    // The same, but the mount path alone when `relative` is empty. Any thread.
+    static std::string pathOrMountPath(const std::string& mntId, const std::string& relative);
+
     // --- Listings (file_lists.cpp); an empty list is the answer to every failure ---
 
     // One directory level: sub-directories first, then the rest, each in the file system's order.
@@ -81,8 +87,7 @@ public:
     // --- Package checks by the device manager (transfer_file_checks.cpp) ---
 
     // Whether the device manager accepts the file: the update controller decides when `marker`
-    // contains
-    // ".fwf", the backup controller otherwise. False when it cannot be asked.
+    // contains ".fwf", the backup controller otherwise. False when it cannot be asked.
     bool checkTransferFile(const std::string& path, const std::string& marker);
     bool checkUpdateFile(const std::string& path);
     bool checkRestoreFile(const std::string& path);
@@ -102,7 +107,8 @@ public:
 
     // --- Backup (backup.cpp) ---
 
-    // The device's transfer name from its settings; empty on any failure.
+    // The device's transfer name from its settings; empty without a transaction, and what the read
+    // has left in it when the read fails.
     std::string getDeviceName();
 
     // A proposed file name, "<device name>-<local time>.psb"; empty without a device name. The kind
@@ -134,18 +140,10 @@ private:
         std::string mountId;
         std::string file;
         std::string updateFile;
-
-        // The absolute path of `relative` on the job's stick.
-        std::string target(const std::string& relative) const;
     };
 
     // Which entries of a directory a one-level scan keeps.
     enum class Level { Directories, Files, DirectoriesThenFiles };
-
-    struct FileId {
-        dev_t device;
-        ino64_t inode;
-    };
 
     // The backup type that marks a restore.
     static constexpr std::uint32_t kRestoreJob = 0;
@@ -162,7 +160,8 @@ private:
     static void* backupRestoreWorker(void* tfMngr);
     static void* osUpdateWorker(void* tfMngr);
 
-    static bool stickIsMounted(const std::string& mntId);
+    // Follows links.
+    static bool exists(const std::string& path);
     static std::string makeTimestamp();
     static bool hasBackupSpace(const std::string& mntId, std::uint32_t backupType);
     static void ensureParentDirectory(const Job& job);
@@ -172,7 +171,7 @@ private:
 
     void scanLevel(const std::string& mntId, const std::string& dirPath, Level level);
     void scanTreeLevel(const std::string& mntId, const std::string& directory,
-                       const std::string& marker, std::vector<FileId>& enclosing);
+                       const std::string& marker, std::vector<std::pair<dev_t, ino64_t>> enclosing);
     std::vector<FileEntry> listPackages(const std::string& mntId, const std::string& dirPath,
                                         const std::string& marker);
     void releaseBackupController();
@@ -181,6 +180,9 @@ private:
     std::int32_t controllerConnected = 0;  // one flag for both cached controllers
     IFUController* cachedUpdateController = nullptr;
     IBRController* cachedBackupController = nullptr;
+    // What the library may use until the controller is destroyed.
+    std::unique_ptr<CConsoleLog> cachedUpdateLog;
+    std::unique_ptr<CConsoleLog> cachedBackupLog;
     // The job fields. Kept: texts are only ever appended to, so a second job in one life of the
     // process works on joined texts.
     std::uint32_t jobBackupType = kRestoreJob;

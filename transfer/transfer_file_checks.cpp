@@ -6,67 +6,70 @@
 
 namespace {
 
-// A cached controller outlives the check that created it, and the library may use the log until the
-// controller is destroyed, so the log lives as long as the process.
-IBRLog* cachedControllerLog() {
-    static auto* const kLog = new CConsoleLog;
-    return kLog;
+// Creates and connects the cached controller, with its log. Returns false when either fails; a
+// controller that cannot connect is kept until the next file is checked.
+template <typename Kind>
+bool connectController(typename Kind::Controller*& cached, std::unique_ptr<CConsoleLog>& log) {
+    if (cached != nullptr) {
+        Kind::destroy(cached);  // its connect failed for an earlier file
+    }
+    cached = Kind::create();
+    if (cached == nullptr) {
+        return false;
+    }
+    log = std::make_unique<CConsoleLog>();
+    cached->setLog(log.get());
+    return cached->connect(kDeviceManagerEndpoint, device_manager::kNoCredential) ==
+           device_manager::kSuccess;
 }
 
-// Asks the cached controller about the file, after creating and connecting it when none is
-// connected yet.
+// Asks the cached controller about the file, after connecting one when none is connected.
 template <typename Kind>
-bool checkFile(typename Kind::Controller*& cached, std::int32_t& connected, const char* path) {
+bool checkFile(typename Kind::Controller*& cached, std::unique_ptr<CConsoleLog>& log,
+               std::int32_t& connected, const std::string& path) {
     if (connected == 0) {
-        if (cached != nullptr) {
-            Kind::destroy(cached);  // its connect failed for an earlier file
-        }
-        cached = Kind::create();
-        if (cached == nullptr) {
-            return false;
-        }
-        cached->setLog(cachedControllerLog());
-        if (cached->connect(kDeviceManagerEndpoint, device_manager::kNoCredential) !=
-            device_manager::kSuccess) {
+        if (!connectController<Kind>(cached, log)) {
             return false;
         }
         connected = 1;
     }
-    return cached != nullptr && Kind::check(*cached, path) == device_manager::kSuccess;
+    return cached != nullptr && Kind::check(*cached, path.c_str()) == device_manager::kSuccess;
 }
 
 template <typename Kind>
-void release(typename Kind::Controller*& cached, std::int32_t& connected) {
+void release(typename Kind::Controller*& cached, std::unique_ptr<CConsoleLog>& log,
+             std::int32_t& connected) {
     if (cached == nullptr) {
         return;
     }
     cached->disconnect();
     Kind::destroy(cached);
     cached = nullptr;
+    log.reset();
     connected = 0;
 }
 
 }  // namespace
 
 bool TfMngr::checkTransferFile(const std::string& path, const std::string& marker) {
-    const bool isUpdate = hasMarker(marker, kUpdateMarker);
-    return isUpdate ? checkUpdateFile(path) : checkRestoreFile(path);
+    return hasMarker(marker, kUpdateMarker) ? checkUpdateFile(path) : checkRestoreFile(path);
 }
 
 bool TfMngr::checkUpdateFile(const std::string& path) {
-    return checkFile<device_manager::Update>(cachedUpdateController, controllerConnected,
-                                             path.c_str());
+    return checkFile<device_manager::Update>(cachedUpdateController, cachedUpdateLog,
+                                             controllerConnected, path);
 }
 
 bool TfMngr::checkRestoreFile(const std::string& path) {
-    return checkFile<device_manager::BackupRestore>(cachedBackupController, controllerConnected,
-                                                    path.c_str());
+    return checkFile<device_manager::BackupRestore>(cachedBackupController, cachedBackupLog,
+                                                    controllerConnected, path);
 }
 
 void TfMngr::releaseUpdateController() {
-    release<device_manager::Update>(cachedUpdateController, controllerConnected);
+    release<device_manager::Update>(cachedUpdateController, cachedUpdateLog, controllerConnected);
 }
 
 void TfMngr::releaseBackupController() {
-    release<device_manager::BackupRestore>(cachedBackupController, controllerConnected);
+    release<device_manager::BackupRestore>(cachedBackupController, cachedBackupLog,
+                                           controllerConnected);
 }

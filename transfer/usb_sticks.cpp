@@ -1,5 +1,6 @@
 // Finding the mounted USB sticks and their capacity.
 #include <mntent.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
 
 #include <algorithm>
@@ -65,10 +66,10 @@ std::vector<UsbStickInfo> TfMngr::enumerateUsbSticks() {
     std::vector<UsbStickInfo> found;
     const std::vector<std::string> stickMounts = readStickMounts();
     for (int number = kFirstStick; number <= kLastStick; ++number) {
-        const std::string name = formatString("%s%d", kStickPrefix, number);
-        const std::string path = mountPath(name);
+        const std::string path = formatString("%s/%s%d", kMountBase, kStickPrefix, number);
         struct statfs64 fileSystem {};
-        if (!isCovered(path, stickMounts) || statfs64(path.c_str(), &fileSystem) != 0) {
+        if (path.empty() || !isCovered(path, stickMounts) ||
+            statfs64(path.c_str(), &fileSystem) != 0) {
             continue;
         }
         const auto blockSize = static_cast<std::uint64_t>(fileSystem.f_bsize);
@@ -76,6 +77,7 @@ std::vector<UsbStickInfo> TfMngr::enumerateUsbSticks() {
         const std::uint64_t free = static_cast<std::uint64_t>(fileSystem.f_bfree) * blockSize;
         std::printf("Disk size: %" PRIu64 " Byte\n", total);
         std::printf("Free size: %" PRIu64 " Byte\n", free);
+        const std::string name = formatString("%s%d", kStickPrefix, number);
         found.push_back({name, name, total, free});
     }
     return found;
@@ -96,4 +98,17 @@ std::string TfMngr::formatString(const char* format, ...) {
 
 std::string TfMngr::mountPath(const std::string& mntId) {
     return std::string(kMountBase) + "/" + mntId;
+}
+
+std::string TfMngr::pathOnStick(const std::string& mntId, const std::string& relative) {
+    return mountPath(mntId) + "/" + relative;
+}
+
+std::string TfMngr::pathOrMountPath(const std::string& mntId, const std::string& relative) {
+    return relative.empty() ? mountPath(mntId) : pathOnStick(mntId, relative);
+}
+
+bool TfMngr::exists(const std::string& path) {
+    struct stat64 status {};
+    return stat64(path.c_str(), &status) == 0;
 }

@@ -10,7 +10,9 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
+#include <string_view>
 
 #include "tests/support/device/persistent_record.h"
 #include "tests/support/files/files.h"
@@ -169,6 +171,17 @@ TEST_F(Credential, hasNoCopyButTheOneInItsLog) {
     EXPECT_TRUE(isSecret(out_));
     const bool logIsThere = std::less_equal<>()(heap, out_) && std::less<>()(out_, heapEnd);
     EXPECT_EQ(copies, heap != nullptr && logIsThere ? 1 : 0);  // a sanitizer has another heap
+}
+
+TEST_F(Credential, isClearedWithItsLog) {
+    const PersistentRecord record(recordWith(credential()));
+    alignas(CConsoleLog) std::array<char, sizeof(CConsoleLog)> memory{};
+    auto* const log = new (memory.data()) CConsoleLog;
+    ASSERT_EQ(log->readCredential(&out_), kRead);
+    const std::string_view bytes(memory.data(), memory.size());
+    ASSERT_NE(bytes.find(credential()), std::string_view::npos);
+    log->~CConsoleLog();
+    EXPECT_EQ(bytes.find(credential().substr(0, 8)), std::string_view::npos);
 }
 
 }  // namespace

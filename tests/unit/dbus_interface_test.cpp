@@ -18,18 +18,6 @@ namespace {
 
 using testing::ElementsAre;
 
-// An object of its own beside the process's single one. Its skeleton is never released by itself.
-class OwnInterface {
-public:
-    ~OwnInterface() { g_object_unref(skeleton()); }
-
-    DBusInterface* operator->() { return &object_; }
-    MorvaneTransferSac* skeleton() const { return MORVANE_TRANSFER_SAC(object_.getSkeleton()); }
-
-private:
-    DBusInterface object_;
-};
-
 // The single object with its handlers connected, which can be done only once in a process.
 DBusInterface& connectedInstance() {
     static const bool kConnected = [] {
@@ -52,29 +40,11 @@ private:
     std::size_t before_ = transferScriptRuns().size();
 };
 
-TEST(DBusInterfaceLife, startsTheTransferManagerAndEndsIt) {
-    constexpr const char* kStop = "TF_STATE_SNC_STOP true true";
-    const NewRuns newRuns;
-    {
-        OwnInterface object;
-        EXPECT_THAT(newRuns(), ElementsAre(kScriptStart));
-    }
-    EXPECT_THAT(newRuns(), ElementsAre(kScriptStart, kStop));
-}
-
 TEST(DBusInterfaceLife, isOneObjectForTheProcess) {
     DBusInterface* const first = DBusInterface::getInstance();
     const NewRuns newRuns;
     EXPECT_EQ(DBusInterface::getInstance(), first);
     EXPECT_THAT(newRuns(), ElementsAre());
-}
-
-TEST(DBusInterfaceLife, beginsWithASkeletonOfItsOwnThatIsNotExported) {
-    OwnInterface one;
-    OwnInterface other;
-    EXPECT_NE(one.skeleton(), other.skeleton());
-    EXPECT_TRUE(IS_MORVANE_TRANSFER_SAC_SKELETON(one.skeleton()));
-    EXPECT_EQ(g_dbus_interface_skeleton_get_connection(one->getSkeleton()), nullptr);
 }
 
 struct Method {
@@ -127,13 +97,6 @@ TEST(DBusInterfaceHandlers, areConnectedOnceEachInTheFixedOrderWithoutUserData) 
     }
 }
 
-TEST(DBusInterfaceHandlers, areConnectedToNothingBeforeThat) {
-    OwnInterface object;
-    for (const Method& method : kMethods) {
-        EXPECT_FALSE(g_signal_has_handler_pending(object.skeleton(), signalId(method), 0, TRUE));
-    }
-}
-
 // Emits the skeleton's signal for the call, as generated code does. Returns what the handler did.
 bool emit(GDBusInterfaceSkeleton* skeleton, const Method& method, GVariant* arguments,
           GDBusMethodInvocation* invocation) {
@@ -180,11 +143,11 @@ TEST(DBusInterfaceOperations, answerAnInvocationWithTheManagersResult) {
     device.order("Vesk.getValue", "value", "");
     const Stick stick(1);
     stick.addFile("a.txt");
-    OwnInterface object;
-    MorvaneTransferSac* const skeleton = object.skeleton();
+    DBusInterface* const object = DBusInterface::getInstance();
+    MorvaneTransferSac* const skeleton = MORVANE_TRANSFER_SAC(object->getSkeleton());
     const auto onStick = [&](const char* method, auto operation) {
         return replyTo(method, "('USB_X60.1', 'a.txt')", [&](GDBusMethodInvocation* invocation) {
-            ((*object.operator->()).*operation)(skeleton, invocation, "USB_X60.1", "a.txt");
+            (object->*operation)(skeleton, invocation, "USB_X60.1", "a.txt");
         });
     };
     EXPECT_EQ(onStick("CreateDirectory", &DBusInterface::createDirectory), "(false,)");
@@ -208,25 +171,6 @@ TEST(DBusInterfaceOperations, answerAnInvocationWithTheManagersResult) {
                           object->getBackupFileName(skeleton, invocation, 1);
                       }),
               "('',)");
-}
-
-// A manager's second job works on joined texts, so two managers can be told apart.
-TEST(DBusInterfaceOperations, useTheObjectsOwnManager) {
-    const DeviceDouble device;
-    const Stick stick(1);
-    OwnInterface objects[2];
-    for (OwnInterface& object : objects) {
-        EXPECT_EQ(replyTo("DoRestore", "('USB_X60.1', 'a.psb')",
-                          [&](GDBusMethodInvocation* invocation) {
-                              object->doRestore(object.skeleton(), invocation, "USB_X60.1",
-                                                "a.psb");
-                          }),
-                  "(0,)");
-    }
-    ASSERT_TRUE(device.waitForCall("BRDestroyController(BR2)"));
-    EXPECT_THAT(device.calls(),
-                testing::IsSupersetOf({"BR1.restore(\"/media/usb/USB_X60.1/a.psb\")",
-                                       "BR2.restore(\"/media/usb/USB_X60.1/a.psb\")"}));
 }
 
 }  // namespace

@@ -44,6 +44,12 @@ TEST_F(DeviceName, leavesTheTransactionOpenWhenItCannotBeRead) {
     EXPECT_THAT(device_.calls(), testing::ElementsAre(nameReading()[0], nameReading()[1]));
 }
 
+TEST_F(DeviceName, isWhatFailedReadHasWritten) {
+    device_.orderStatus("Vesk.getValue", -1);
+    device_.order("Vesk.getValue", "value", "half a na");
+    EXPECT_EQ(manager_.getDeviceName(), "half a na");
+}
+
 TEST_F(DeviceName, isReadAgainAfterEveryKindOfFailure) {
     device_.orderStatus("Vesk.startTransaction", -1);
     EXPECT_EQ(manager_.GetBackupFileName(1), "");
