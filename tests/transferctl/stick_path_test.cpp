@@ -3,14 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+#include <vector>
+
+#include "transfer/contract.h"
 #include "transferctl/failure.h"
 
 namespace transferctl {
 namespace {
-
-std::string parsed(const std::string& text) {
-    return parseStickPath(text).text();
-}
 
 template <typename Function, typename Argument>
 void expectWrongUsage(const Function& function, const Argument& argument) {
@@ -22,25 +22,30 @@ void expectWrongUsage(const Function& function, const Argument& argument) {
     }
 }
 
-TEST(StickPath, takesAStickByNameOrNumber) {
-    EXPECT_EQ(parsed("1:a.psb"), "USB_X60.1:a.psb");
-    EXPECT_EQ(parsed("USB_X60.4:dir/file"), "USB_X60.4:dir/file");
-    EXPECT_EQ(parsed("2"), "USB_X60.2:");
-    EXPECT_EQ(parsed("2:"), "USB_X60.2:");
-    EXPECT_EQ(parsed("3:co:lon"), "USB_X60.3:co:lon");
+TEST(StickPath, namesTheStickAndTidiesThePath) {
+    for (const auto& [text, place] : std::vector<std::pair<std::string, std::string>>{
+             {"1:a.psb", "USB_X60.1:a.psb"},
+             {"USB_X60.4:dir/file", "USB_X60.4:dir/file"},
+             {"2", "USB_X60.2:"},
+             {"2:", "USB_X60.2:"},
+             {"3:co:lon", "USB_X60.3:co:lon"},
+             {"1:/a//b/./c/", "USB_X60.1:a/b/c"},
+             {"1://", "USB_X60.1:"},
+             {"1:..a/...b/.c", "USB_X60.1:..a/...b/.c"},
+             {"1:-rf %n \x1b", "USB_X60.1:-rf %n \x1b"}}) {
+        EXPECT_EQ(parseStickPath(text).text(), place);
+    }
 }
 
-TEST(StickPath, tidiesThePath) {
-    EXPECT_EQ(parsed("1:/a//b/./c/"), "USB_X60.1:a/b/c");
-    EXPECT_EQ(parsed("1://"), "USB_X60.1:");
-    EXPECT_EQ(parsed("1:..a/...b/.c"), "USB_X60.1:..a/...b/.c");
-    EXPECT_EQ(parsed("1:-rf %n \x1b"), "USB_X60.1:-rf %n \x1b");
+TEST(StickPath, takesEveryStickOfTheService) {
+    const std::string last = std::to_string(kLastStick);
+    EXPECT_EQ(parseStickPath(last).stick, kStickPrefix + last);
+    expectWrongUsage(parseStickPath, std::to_string(kLastStick + 1));
 }
 
 TEST(StickPath, rejectsEveryOtherStick) {
-    for (const std::string text :
-         {"", ":", ":a", "0:a", "5:a", "11:a", "..:a", "USB_X60.:a", "a/b", "USB_X60.5:a",
-          "USB_X60.1x:a", "usb_x60.1:a", "USB_X60.1/..:a"}) {
+    for (const std::string text : {"", ":", ":a", "0:a", "11:a", "..:a", "USB_X60.:a", "a/b",
+                                   "USB_X60.1x:a", "usb_x60.1:a", "USB_X60.1/..:a"}) {
         expectWrongUsage(parseStickPath, text);
     }
 }
