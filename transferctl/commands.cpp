@@ -30,11 +30,11 @@ constexpr std::array<Command, 13> kCommands{{
      0, Argument::kAnything, 1, 1, listDirectory},
     {"backups", "[STICK:[DIR]...]", "the backup files that the device manager accepts",
      "Lists the backups below the directories, or on all sticks. The service lists only files\n"
-     "that the device manager accepts, and some 30 of them at most.",
+     "that the device manager accepts, and cuts long lists.",
      0, Argument::kDirectory, 0, kAnyNumber, listBackups},
     {"updates", "[STICK:[DIR]...]", "the update files that the device manager accepts",
      "Lists the updates below the directories, or on all sticks. The service lists only files\n"
-     "that the device manager accepts, and some 30 of them at most.",
+     "that the device manager accepts, and cuts long lists.",
      0, Argument::kDirectory, 0, kAnyNumber, listUpdates},
     {"mkdir", "STICK:DIR", "make a directory and its missing parents",
      "Makes a directory and its missing parents, and checks that it is there.", 0,

@@ -16,12 +16,12 @@ enum class ExitStatus {
     kTimeLimit = 4,
 };
 
-// The message is a sentence without a full stop; it may hold names as they come, so whoever prints
-// it makes it safe.
+// The message is a sentence without a full stop. It may hold any bytes: whoever prints it makes it
+// safe.
 class Failure : public std::runtime_error {
 public:
     // `code` is the service's own result code where it gave one.
-    Failure(ExitStatus status, const std::string& message, std::optional<int> code = std::nullopt)
+    Failure(ExitStatus status, const std::string& message, std::optional<int> code = {})
         : std::runtime_error(message), status_(status), code_(code) {}
 
     ExitStatus status() const { return status_; }
@@ -31,5 +31,15 @@ private:
     ExitStatus status_;
     std::optional<int> code_;
 };
+
+inline Failure refused(const std::string& message, std::optional<int> code = std::nullopt) {
+    return {ExitStatus::kRefused, message, code};
+}
+inline Failure wrongUsage(const std::string& message) {
+    return {ExitStatus::kUsage, message};
+}
+inline Failure noService(const std::string& message) {
+    return {ExitStatus::kNoService, message};
+}
 
 }  // namespace transferctl

@@ -6,14 +6,10 @@
 namespace transferctl {
 namespace {
 
-[[noreturn]] void refuse(const std::string& message) {
-    throw Failure(ExitStatus::kRefused, message);
-}
-
 StickPath placeBelowRoot(const Options& options) {
     StickPath place = parseStickPath(options.arguments.front());
     if (place.path.empty()) {
-        throw Failure(ExitStatus::kUsage, "'" + place.text() + "' is the stick itself");
+        throw wrongUsage("'" + place.text() + "' is the stick itself");
     }
     return place;
 }
@@ -48,12 +44,12 @@ void makeDirectory(const Options& options) {
     TransferClient client{Deadline(options.limit)};
     client.requireMounted(place.stick);
     if (!client.createDirectory(place)) {
-        refuse("exists already: " + place.text());
+        throw refused("exists already: " + place.text());
     }
     const std::optional<File> made = client.find(place);
     if (!made || !made->isDirectory) {
-        refuse("the service has not been able to make it (stick full or read-only?): " +
-               place.text());
+        throw refused("the service has not been able to make it (stick full or read-only?): " +
+                      place.text());
     }
     printDone("created", place, options);
 }
@@ -63,7 +59,7 @@ void removeFile(const Options& options) {
     TransferClient client{Deadline(options.limit)};
     client.requireMounted(place.stick);
     if (!client.deleteFile(place)) {
-        refuse(reasonToKeep(&client, place) + ": " + place.text());
+        throw refused(reasonToKeep(&client, place) + ": " + place.text());
     }
     printDone("removed", place, options);
 }

@@ -28,8 +28,7 @@ std::string meaningOf(JobResult result) {
 
 void requireStarted(JobResult result, const StickPath& file) {
     if (result != JobResult::Started) {
-        throw Failure(ExitStatus::kRefused, meaningOf(result) + ": " + file.text(),
-                      static_cast<int>(result));
+        throw refused(meaningOf(result) + ": " + file.text(), static_cast<int>(result));
     }
 }
 
@@ -83,10 +82,10 @@ void removeOld(TransferClient* client, const StickPath& file, const Options& opt
         return;
     }
     if (!options.force) {
-        throw Failure(ExitStatus::kRefused, "exists already, --force replaces it: " + file.text());
+        throw refused("exists already, --force replaces it: " + file.text());
     }
     if (!client->deleteFile(file)) {
-        throw Failure(ExitStatus::kRefused, "cannot be replaced: " + file.text());
+        throw refused("cannot be replaced: " + file.text());
     }
 }
 
@@ -98,7 +97,7 @@ void startWithFile(const char* job, Call call, const Options& options) {
     client.requireMounted(file.stick);
     // The service would start a restore of a missing file, and nobody would see it fail.
     if (!file.isHidden() && !client.find(file)) {
-        throw Failure(ExitStatus::kRefused, "no such file: " + file.text());
+        throw refused("no such file: " + file.text());
     }
     const StartedJob started{job, file.text()};
     startOnce(client, started, options.force, [&] { requireStarted((client.*call)(file), file); });

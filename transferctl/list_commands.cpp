@@ -54,7 +54,7 @@ std::vector<File> directoryOrFile(TransferClient* client, const StickPath& place
     }
     const std::optional<File> itself = client->find(place);
     if (!itself) {
-        throw Failure(ExitStatus::kRefused, "no such file or directory: " + place.text());
+        throw refused("no such file or directory: " + place.text());
     }
     return itself->isDirectory ? files : std::vector<File>{*itself};
 }

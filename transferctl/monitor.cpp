@@ -168,7 +168,7 @@ void Monitor::run() {
             showSticks();
         }
     }
-    throw Failure(ExitStatus::kNoService, "the message bus has gone");
+    throw noService("the message bus has gone");
 }
 
 }  // namespace

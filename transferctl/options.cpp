@@ -26,6 +26,18 @@ constexpr std::array<KindWord, 3> kKindWords{{{"full", BackupKind::kFull},
                                               {"recipes", BackupKind::kRecipes},
                                               {"users", BackupKind::kUsers}}};
 
+// "full|recipes|users".
+const std::string& kindWords() {
+    static const std::string words = [] {
+        std::string list;
+        for (const KindWord& kind : kKindWords) {
+            list += (list.empty() ? "" : "|") + std::string(kind.word);
+        }
+        return list;
+    }();
+    return words;
+}
+
 // What GOption writes to; one parse, one object.
 struct Slots {
     gboolean version = FALSE;
@@ -49,13 +61,6 @@ struct Slots {
 
 // Names may be any bytes, and FILENAME is the kind of value that GOption leaves alone.
 std::vector<GOptionEntry> entriesOf(unsigned groups, Slots* slots) {
-    static const std::string kinds = [] {
-        std::string words;
-        for (const KindWord& kind : kKindWords) {
-            words += (words.empty() ? "" : "|") + std::string(kind.word);
-        }
-        return words;
-    }();
     struct Row {
         unsigned group;
         GOptionEntry entry;
@@ -70,7 +75,7 @@ std::vector<GOptionEntry> entriesOf(unsigned groups, Slots* slots) {
           "Give up after so long (120, with --wait 3600)", "SECONDS"}},
         {kBackupOptions,
          {"type", 't', 0, G_OPTION_ARG_FILENAME, &slots->type, "What to save (full)",
-          kinds.c_str()}},
+          kindWords().c_str()}},
         {kBackupOptions,
          {"name", 'n', 0, G_OPTION_ARG_FILENAME, &slots->name,
           "Name of the file (the service proposes one)", "NAME"}},
@@ -105,7 +110,7 @@ void parse(GOptionContext* context, unsigned groups, const std::vector<std::stri
     g_auto(GStrv) words = g_strv_builder_end(builder);
     g_autoptr(GError) error = nullptr;
     if (g_option_context_parse_strv(context, &words, &error) == FALSE) {
-        throw Failure(ExitStatus::kUsage, error->message);
+        throw wrongUsage(error->message);
     }
 }
 
@@ -124,8 +129,8 @@ const Command* commandIn(const std::vector<std::string>& arguments) {
     }
     const Command* const command = findCommand(slots.rest[0]);
     if (command == nullptr) {
-        throw Failure(ExitStatus::kUsage, std::string("unknown command '") + slots.rest[0] +
-                                              "'; see transferctl --help");
+        throw wrongUsage(std::string("unknown command '") + slots.rest[0] +
+                         "'; see transferctl --help");
     }
     return command;
 }
@@ -136,8 +141,7 @@ BackupKind kindNamed(const std::string& word) {
             return kind.kind;
         }
     }
-    throw Failure(ExitStatus::kUsage,
-                  "'" + word + "' is no type of backup; --type is full, recipes or users");
+    throw wrongUsage("'" + word + "' is no type of backup; --type is " + kindWords());
 }
 
 std::chrono::milliseconds limitIn(const Slots& slots) {
@@ -145,7 +149,7 @@ std::chrono::milliseconds limitIn(const Slots& slots) {
         return slots.wait != FALSE ? std::chrono::milliseconds(kLimitOfWaiting) : kLimit;
     }
     if (!(slots.timeout > 0 && slots.timeout <= kLongestSeconds)) {
-        throw Failure(ExitStatus::kUsage, "--timeout is a number of seconds above 0");
+        throw wrongUsage("--timeout is a number of seconds above 0");
     }
     return std::chrono::milliseconds(
         static_cast<std::int64_t>(std::ceil(slots.timeout * kMillisecondsPerSecond)));
@@ -153,10 +157,9 @@ std::chrono::milliseconds limitIn(const Slots& slots) {
 
 void requireNumberOfArguments(const Command& command, std::size_t number) {
     if (number < command.fewest || number > command.most) {
-        throw Failure(ExitStatus::kUsage,
-                      std::string(number < command.fewest ? "missing" : "too many") +
-                          " arguments; the usage is: transferctl " + command.name + " " +
-                          command.arguments);
+        throw wrongUsage(std::string(number < command.fewest ? "missing" : "too many") +
+                         " arguments; the usage is: transferctl " + command.name + " " +
+                         command.arguments);
     }
 }
 
@@ -185,7 +188,7 @@ const Command* parseCommandLine(const std::vector<std::string>& arguments, Optio
         return nullptr;
     }
     if (command == nullptr) {
-        throw Failure(ExitStatus::kUsage, "no command; see transferctl --help");
+        throw wrongUsage("no command; see transferctl --help");
     }
     options->wait = slots.wait != FALSE;
     options->force = slots.force != FALSE;

@@ -24,7 +24,7 @@ void print(const std::string& safeText) {
     const bool isWritten =
         std::fwrite(safeText.data(), 1, safeText.size(), stdout) == safeText.size();
     if (!isWritten || std::fflush(stdout) != 0) {
-        throw Failure(ExitStatus::kRefused, "cannot write to standard output");
+        throw refused("cannot write to standard output");
     }
 }
 

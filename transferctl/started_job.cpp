@@ -39,10 +39,9 @@ void startOnce(const TransferClient& client, const StartedJob& job, bool isForce
                const std::function<void()>& start) {
     const std::optional<StartedJob> first = startedJob(client);
     if (first && !isForced) {
-        throw Failure(ExitStatus::kRefused,
-                      "you have started a " + first->job + " of " + first->file +
-                          " already, and the service would work on the names of both jobs: "
-                          "restart the service first, or use --force");
+        throw refused("you have started a " + first->job + " of " + first->file +
+                      " already, and the service would work on the names of both jobs: "
+                      "restart the service first, or use --force");
     }
     const std::string before = readRecord();
     writeRecord(client.identity() + "\n" + job.job + "\n" + job.file);

@@ -13,13 +13,9 @@ namespace {
 
 constexpr std::size_t kLongestNewDirectory = 255;  // of the whole path, what the service uses
 
-[[noreturn]] void rejectUsage(const std::string& message) {
-    throw Failure(ExitStatus::kUsage, message);
-}
-
 void requireUtf8(const std::string& text) {
     if (g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) == FALSE) {
-        rejectUsage("'" + text + "' is not UTF-8: the message bus cannot carry it");
+        throw wrongUsage("'" + text + "' is not UTF-8: the message bus cannot carry it");
     }
 }
 
@@ -41,13 +37,13 @@ StickPath parseStickPath(const std::string& text) {
     const std::size_t colon = std::min(text.find(':'), text.size());
     StickPath place{stickNamed(text.substr(0, colon)), {}};
     if (place.stick.empty()) {
-        rejectUsage("'" + text + "' does not begin with a stick: write " + kStickPrefix +
-                    "1:dir/file or 1:dir/file; sticks are 1 to " + std::to_string(kLastStick));
+        throw wrongUsage("'" + text + "' does not begin with a stick: write " + kStickPrefix +
+                         "1:dir/file or 1:dir/file; sticks are 1 to " + std::to_string(kLastStick));
     }
     for (const std::filesystem::path& part :
          std::filesystem::path(text.substr(std::min(colon + 1, text.size()))).relative_path()) {
         if (part == "..") {
-            rejectUsage("'" + text + "' contains '..', which may lead off the stick");
+            throw wrongUsage("'" + text + "' contains '..', which may lead off the stick");
         }
         if (!part.empty() && part != ".") {
             place.path /= part;
@@ -59,18 +55,19 @@ StickPath parseStickPath(const std::string& text) {
 void checkNewName(const std::string& name) {
     requireUtf8(name);
     if (name.empty() || name.find('/') != std::string::npos) {
-        rejectUsage("'" + name + "' is not the name of a file");
+        throw wrongUsage("'" + name + "' is not the name of a file");
     }
     if (name[0] == '.') {
-        rejectUsage("'" + name + "' begins with a dot: the service would never list it");
+        throw wrongUsage("'" + name + "' begins with a dot: the service would never list it");
     }
 }
 
 void checkNewDirectory(const StickPath& directory) {
     const std::size_t length = (kMountBase + ("/" + directory.text())).size();
     if (length > kLongestNewDirectory) {
-        rejectUsage("the path is too long by " + std::to_string(length - kLongestNewDirectory) +
-                    " bytes: the service would cut it off");
+        throw wrongUsage("the path is too long by " +
+                         std::to_string(length - kLongestNewDirectory) +
+                         " bytes: the service would cut it off");
     }
 }
 

@@ -34,23 +34,22 @@ Failure timeLimitPassed() {
 
 Failure failureOf(GError* error) {
     if (isOneOf(error, G_DBUS_ERROR_ACCESS_DENIED, G_DBUS_ERROR_AUTH_FAILED)) {
-        return {ExitStatus::kRefused,
-                "the bus policy does not let you call the service: only root and its group may"};
+        return refused(
+            "the bus policy does not let you call the service: only root and its group may");
     }
     if (isTimeout(error)) {
         return timeLimitPassed();
     }
     if (isOneOf(error, G_DBUS_ERROR_SERVICE_UNKNOWN, G_DBUS_ERROR_NAME_HAS_NO_OWNER,
                 G_DBUS_ERROR_NO_REPLY)) {
-        return {ExitStatus::kNoService, "the service has ended without an answer"};
+        return noService("the service has ended without an answer");
     }
     g_dbus_error_strip_remote_error(error);
-    return {ExitStatus::kNoService,
-            std::string("the service answers with an error: ") + error->message};
+    return noService(std::string("the service answers with an error: ") + error->message);
 }
 
 [[noreturn]] void rejectReply() {
-    throw Failure(ExitStatus::kNoService, "the service's reply does not follow its interface");
+    throw noService("the service's reply does not follow its interface");
 }
 
 gboolean cancel(gpointer cancellable) {
@@ -79,9 +78,8 @@ std::string ownerOfService(GDBusConnection* connection, const Deadline& deadline
         return owner;
     }
     if (isOneOf(error, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
-        throw Failure(
-            ExitStatus::kNoService,
-            std::string("the service is not running: nobody owns the bus name ") + kServiceName);
+        throw noService(std::string("the service is not running: nobody owns the bus name ") +
+                        kServiceName);
     }
     throw failureOf(error);
 }
@@ -141,8 +139,7 @@ Connection connectToBus(const Deadline& deadline) {
         throw isTimeout(error)
             ? Failure(ExitStatus::kTimeLimit,
                       "the system bus has not answered within the time limit")
-            : Failure(ExitStatus::kNoService,
-                      std::string("cannot connect to the system bus: ") + error->message);
+            : noService(std::string("cannot connect to the system bus: ") + error->message);
     }
     g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
     return connection;
@@ -227,7 +224,7 @@ void TransferClient::requireMounted(const std::string& stick) {
     const std::vector<Stick> mounted = sticks();
     if (std::none_of(mounted.begin(), mounted.end(),
                      [&stick](const Stick& one) { return one.name == stick; })) {
-        throw Failure(ExitStatus::kRefused, "stick not mounted: " + stick);
+        throw refused("stick not mounted: " + stick);
     }
 }
 
@@ -281,9 +278,9 @@ std::string TransferClient::proposedName() {
     constexpr auto kAnyKind = static_cast<guint>(BackupKind::kFull);  // the name is the same
     call(morvane_transfer_sac_call_get_backup_file_name_sync, kAnyKind, &name);
     if (*name == '\0') {
-        throw Failure(ExitStatus::kRefused,
-                      "the service proposes no name, as it cannot read the device's name; "
-                      "'backup --name' gives one");
+        throw refused(
+            "the service proposes no name, as it cannot read the device's name; "
+            "'backup --name' gives one");
     }
     return name;
 }

@@ -55,8 +55,7 @@ bool isAccepted(TransferClient* client, const StickPath& file) {
 Failure explained(const Failure& failure, const StickPath& file) {
     switch (failure.status()) {
         case ExitStatus::kNoService:
-            return {ExitStatus::kNoService,
-                    "the service has ended, and the backup with it: " + file.text()};
+            return noService("the service has ended, and the backup with it: " + file.text());
         case ExitStatus::kTimeLimit:
             return {ExitStatus::kTimeLimit,
                     "the device manager has not accepted the file within the time limit, the "
@@ -81,8 +80,7 @@ FinishedBackup watch(TransferClient* client, const StickPath& file, Clock::time_
             missing = 0;
         } else if (size && ++missing == kMissingLooks) {
             client->requireMounted(file.stick);
-            throw Failure(ExitStatus::kRefused,
-                          "the backup has failed, its file has gone again: " + file.text());
+            throw refused("the backup has failed, its file has gone again: " + file.text());
         }
         const auto elapsed = std::chrono::duration_cast<Milliseconds>(Clock::now() - begin);
         progress.show(size.value_or(0), elapsed);
