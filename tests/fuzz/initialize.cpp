@@ -1,7 +1,7 @@
-// Takes libFuzzer into the private world before its first input.
-#include "tests/fuzz/private_world.h"
+// Takes libFuzzer into the read-only sandbox before its first input.
+#include "tests/fuzz/read_only_sandbox.h"
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    fuzz::enterPrivateWorld(*argc, *argv);
+    fuzz::enterReadOnlySandbox(*argc, *argv);
     return 0;
 }

@@ -4,13 +4,13 @@
 #include <filesystem>
 #include <vector>
 
-#include "tests/fuzz/private_world.h"
+#include "tests/fuzz/read_only_sandbox.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/files/files.h"
 
 // usage: replay FOLDER. Status 0 when all inputs passed, 1 when there was none.
 int main(int argc, char** argv) {
-    fuzz::enterPrivateWorld(argc, argv);
+    fuzz::enterReadOnlySandbox(argc, argv);
     if (argc != 2) {
         std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
         return 2;

@@ -116,7 +116,9 @@ TEST_F(UnitSettings, leaveTheServiceThreePowersAndNoWayToMore) {
     for (const char* const field : {"CapBnd", "CapPrm", "CapEff"}) {
         EXPECT_EQ(statusField(daemon, field), "000000000000002a") << field;
     }
-    EXPECT_EQ(statusField(daemon, "NoNewPrivs"), "1");
+    // Every process of the sandbox has it, so the unit itself is asked.
+    EXPECT_THAT(readLines(sourcePath("packaging/com-morvane-transfer-service.service.in")),
+                testing::Contains("NoNewPrivileges=yes"));
 }
 
 TEST_F(UnitSettings, keepTheMemoryOfTheServiceOutOfCoreDumps) {

@@ -46,7 +46,7 @@ void runThrough(const std::vector<std::string>& command) {
 
 }  // namespace
 
-void enterSandbox(int argc, char** argv) {
+void enterSandbox(int argc, char** argv, const std::vector<std::string>& options) {
     const std::string reason = whyOutsideSandbox();
     if (reason.empty()) {
         unsetenv(kEntering);
@@ -62,8 +62,10 @@ void enterSandbox(int argc, char** argv) {
     setenv(kEntering, "1", 1);
     setSanitizerDefaults();
     const std::string sandbox = sourcePath("simulator/sandbox/sandbox");
-    runThrough(runnableAfter({sandbox, "--keep", buildPath("."), "--"}, executable,
-                             {argv + 1, argv + argc}));
+    std::vector<std::string> command = {sandbox};
+    command.insert(command.end(), options.begin(), options.end());
+    command.emplace_back("--");
+    runThrough(runnableAfter(command, executable, {argv + 1, argv + argc}));
     giveUp("cannot run " + sandbox + ": " + std::strerror(errno));
 }
 
