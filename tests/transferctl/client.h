@@ -36,14 +36,20 @@ inline std::string errorOf(int status, const Words& arguments) {
     return result.error;
 }
 
-// What a command writes to the raw terminal that is its standard output and standard error.
-inline std::string shownOnTerminal(const Words& arguments) {
-    Words command{"sh", "-c", "exec \"$@\" 2>&1", "sh"};
+// Runs a command whose outputs a shell redirects, such as ">/dev/full".
+inline CommandResult redirected(const Words& arguments, const std::string& redirection,
+                                const ChildOptions& options = {}) {
+    Words command{"sh", "-c", "exec \"$@\" " + redirection, "sh"};
     const Words client = transferctlCommand(arguments);
     command.insert(command.end(), client.begin(), client.end());
+    return runCommand(command, options);
+}
+
+// What a command writes to the raw terminal that is its standard output and standard error.
+inline std::string shownOnTerminal(const Words& arguments) {
     ChildOptions options;
     options.terminal = true;
-    return runCommand(command, options).output;
+    return redirected(arguments, "2>&1", options).output;
 }
 
 }  // namespace test_support

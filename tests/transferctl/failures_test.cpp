@@ -1,14 +1,12 @@
 // transferctl without a service that answers as promised, wrong usage, and the help.
+#include <gio/gunixsocketaddress.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <filesystem>
 
 #include "tests/support/bus/bus_daemon.h"
 #include "tests/support/files/files.h"
-#include "tests/support/process/unique_fd.h"
 #include "tests/transferctl/client.h"
 #include "tests/transferctl/stand_in_service.h"
 #include "transferctl/commands.h"
@@ -46,12 +44,11 @@ TEST(AbsentBus, makesCommandsExit3) {
 
 TEST(HangingBus, makesCommandsExit4) {
     const TemporaryDirectory folder;
-    const UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    folder.path("bus").copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(listener.get(), 1), 0);
+    g_autoptr(GSocketListener) listener = g_socket_listener_new();
+    g_autoptr(GSocketAddress) address = g_unix_socket_address_new(folder.path("bus").c_str());
+    ASSERT_TRUE(g_socket_listener_add_address(listener, address, G_SOCKET_TYPE_STREAM,
+                                              G_SOCKET_PROTOCOL_DEFAULT, nullptr, nullptr,
+                                              nullptr));
     ChildOptions options;
     options.environment = {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + folder.path("bus")};
     EXPECT_EQ(transferctl({"--timeout", "0.1", "sticks"}, options).end, exited(4));
@@ -173,6 +170,12 @@ TEST(Help, saysThatAStartedJobIsNotDone) {
     for (const char* const job : {"backup", "restore", "update"}) {
         EXPECT_THAT(outputOf({job, "--help"}), HasSubstr("not that it is done"));
     }
+}
+
+TEST(FullOutput, makesCommandsExit1) {
+    const CommandResult result = redirected({"--version"}, ">/dev/full");
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_THAT(result.error, HasSubstr("cannot write to standard output"));
 }
 
 TEST(Version, isPrinted) {

@@ -2,6 +2,7 @@
 # shellcheck shell=bash
 
 _transferctl() {
+    # shellcheck disable=SC2034 # _init_completion sets all four
     local cur prev words cword
     _init_completion -n := || return
     mapfile -t COMPREPLY < <(
