@@ -201,8 +201,31 @@ class Method:
         self.inputs = [argument.signature for argument in info.in_args]
         self.output = "(" + "".join(argument.signature for argument in info.out_args) + ")"
 
+    def call(self, bus, arguments):
+        return call(bus, self.path, self.interface, self.name, arguments)
+
+    def arguments(self, text, number):
+        """Arguments of its types, the strings from text() and the numbers from number(type)."""
+        return GLib.Variant.new_tuple(*(value(signature, text, number) for signature in self.inputs))
+
     starts_job = property(lambda self: self.output == "(i)")
     lists = property(lambda self: self.output in LISTS)
+
+
+def value(signature, text, number):
+    """A value of any type, with one element in each array."""
+    kind = signature[0]
+    if kind == "v":
+        return GLib.Variant.new_variant(GLib.Variant("s", text()))
+    if kind in "(":
+        return GLib.Variant.new_tuple(*(value(each, text, number) for each in GLib.Variant.split_signature(signature)))
+    if kind == "{":
+        return GLib.Variant.new_dict_entry(value(signature[1], text, number), value(signature[2:-1], text, number))
+    if kind == "a":
+        return GLib.Variant.new_array(None, [value(signature[1:], text, number)])
+    if kind in "sog":
+        return GLib.Variant(kind, {"s": text, "o": lambda: "/", "g": lambda: "as"}[kind]())
+    return GLib.Variant(kind, number(kind))
 
 
 def methods(bus):
@@ -216,11 +239,11 @@ def methods(bus):
 def records(reply):
     """The records of a list, each as a string; None when the list has half a record or another count."""
     body, *count = children(reply)
-    elements = children(body)
-    groups = [" ".join(unboxed(each).print_(False) for each in elements[at:at + 4]) for at in range(0, len(elements), 4)]
+    texts = [unboxed(each).print_(False) for each in children(body)]
+    groups = [" ".join(texts[at:at + 4]) for at in range(0, len(texts), 4)]
     if count and count[0].unpack() == 0 and len(groups) == 1:
         groups = []  # the placeholder of an empty list
-    return groups if len(elements) % 4 == 0 and (not count or count[0].unpack() == len(groups)) else None
+    return groups if len(texts) % 4 == 0 and (not count or count[0].unpack() == len(groups)) else None
 
 
 def children(variant):

@@ -1,6 +1,5 @@
-// The device manager's library, without a system call or an allocation of its own: whatever fails
-// is the service's. Every operation succeeds, and connecting reads the credential as the library
-// may.
+// The device manager's library without a system call of its own: every operation succeeds, and
+// connecting reads the credential as the library may.
 #include <array>
 #include <cstdint>
 
@@ -9,9 +8,7 @@
 namespace {
 
 using Slot = void (*)();
-
-constexpr std::size_t kBackupSetLog = 2;
-constexpr std::size_t kUpdateSetLog = 5;
+using Table = std::array<Slot, 14>;
 
 thread_local IBRLog* log = nullptr;  // one controller at a time works on a thread
 
@@ -29,8 +26,6 @@ std::int64_t connect() {
     return 0;
 }
 
-using Table = std::array<Slot, 14>;
-
 Table makeTable(std::size_t setLogSlot) {
     Table table{};
     table.fill(reinterpret_cast<Slot>(succeed));
@@ -39,10 +34,10 @@ Table makeTable(std::size_t setLogSlot) {
     return table;
 }
 
-const Table kBackupTable = makeTable(kBackupSetLog);
-const Table kUpdateTable = makeTable(kUpdateSetLog);
-const Slot* backupController = kBackupTable.data();
-const Slot* updateController = kUpdateTable.data();
+const Table backupTable = makeTable(2);
+const Table updateTable = makeTable(5);
+const Slot* backupController = backupTable.data();
+const Slot* updateController = updateTable.data();
 
 }  // namespace
 
