@@ -14,7 +14,7 @@ from gi.repository import Gio, GLib  # noqa: E402 - the version comes first
 BUS_NAME = "com.morvane.transfer"
 SERVICE = "com-morvane-transfer-service"
 MEDIA = Path("/media/usb")
-PATIENCE = 20  # seconds; a start that gets no thread asks for one for ten
+PATIENCE = 10  # seconds
 LISTS = ("(av)", "(vu)", "(vi)")  # the types of replies that hold records
 STANDARD = "org.freedesktop.DBus."
 SANDBOX_MARK = Path("/run/morvane-sandbox")
