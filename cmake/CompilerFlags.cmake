@@ -65,10 +65,8 @@ if(MORVANE_COVERAGE)
   add_link_options(--coverage)
 endif()
 
-# On the device memory is what is short: the code is made small, and what nothing calls is left out.
+# What nothing calls is left out of a release.
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
-  set(CMAKE_C_FLAGS_RELEASE "-Os -DNDEBUG")
-  set(CMAKE_CXX_FLAGS_RELEASE "-Os -DNDEBUG")
   set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
   add_compile_options(-ffunction-sections -fdata-sections)
   add_link_options(-Wl,--gc-sections)
