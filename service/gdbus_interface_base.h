@@ -9,7 +9,7 @@
 class GDBusInterfaceBase {
 public:
     // Keeps `skeleton`, a new instance whose reference this object holds from now on.
-    explicit GDBusInterfaceBase(GDBusInterfaceSkeleton* skeleton) : exported(skeleton) {}
+    explicit GDBusInterfaceBase(GDBusInterfaceSkeleton* skeleton) : skeleton_(skeleton) {}
     GDBusInterfaceBase(const GDBusInterfaceBase&) = delete;
     GDBusInterfaceBase& operator=(const GDBusInterfaceBase&) = delete;
     virtual ~GDBusInterfaceBase() = default;
@@ -22,8 +22,8 @@ public:
     virtual void start(int /*argc*/, char** /*argv*/) {}
 
     // The skeleton; owned by this object.
-    GDBusInterfaceSkeleton* getSkeleton() const { return exported; }
+    GDBusInterfaceSkeleton* getSkeleton() const { return skeleton_; }
 
 private:
-    GDBusInterfaceSkeleton* exported;
+    GDBusInterfaceSkeleton* skeleton_;
 };

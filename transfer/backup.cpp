@@ -91,9 +91,9 @@ JobResult TfMngr::launchBackupRestore(const std::string& mntId, std::uint32_t ba
                                       const std::string& filePath) {
     // Kept: without a mount identifier the worker still starts, on the fields as they are.
     if (!filePath.empty() && !mntId.empty()) {
-        jobBackupType = backupType;
-        jobFile += filePath;
-        jobMountId += mntId;
+        jobBackupType_ = backupType;
+        jobFile_ += filePath;
+        jobMountId_ += mntId;
     }
     return launchWorker(backupRestoreWorker);
 }

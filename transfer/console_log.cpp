@@ -23,7 +23,7 @@ void CConsoleLog::logError(const char* /*format*/, ...) {}
 void CConsoleLog::reserved5() {}
 
 CConsoleLog::~CConsoleLog() {
-    explicit_bzero(record, sizeof record);
+    explicit_bzero(record_, sizeof record_);
 }
 
 int CConsoleLog::readCredential(const char** out) {
@@ -32,12 +32,12 @@ int CConsoleLog::readCredential(const char** out) {
         return -1;
     }
     std::setvbuf(file.get(), nullptr, _IONBF, 0);  // no copy of it stays behind in freed memory
-    const std::size_t length = std::fread(record, 1, kRecordSize, file.get());
+    const std::size_t length = std::fread(record_, 1, kRecordSize, file.get());
     file.reset();
-    record[kRecordSize] = '\0';
+    record_[kRecordSize] = '\0';
     if (length != kRecordSize) {
         return -2;
     }
-    *out = record + kRecordSize / 2;
+    *out = record_ + kRecordSize / 2;
     return 0;
 }

@@ -25,5 +25,5 @@ public:
 
 private:
     static constexpr unsigned kRecordSize = 128;
-    char record[kRecordSize + 1];  // filled on demand; the last byte ends the string
+    char record_[kRecordSize + 1];  // filled on demand; the last byte ends the string
 };

@@ -34,7 +34,7 @@ SignalHandler handle(const char* signal) {
 
 DBusInterface::DBusInterface()
     : GDBusInterfaceBase(G_DBUS_INTERFACE_SKELETON(morvane_transfer_sac_skeleton_new())),
-      tfMngr(std::make_unique<TfMngr>()) {}
+      tfMngr_(std::make_unique<TfMngr>()) {}
 
 DBusInterface::~DBusInterface() = default;
 
@@ -65,5 +65,5 @@ void DBusInterface::connectHandlers() {
     for (const SignalHandler& entry : handlers) {
         g_signal_connect(getSkeleton(), entry.signal, entry.handler, nullptr);
     }
-    scctrlProxy = connectAppletClient(&proxyError);
+    scctrlProxy_ = connectAppletClient(&proxyError_);
 }

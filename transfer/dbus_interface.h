@@ -25,7 +25,7 @@ public:
     void connectHandlers() override;
 
     // The manager; owned by this object.
-    TfMngr& manager() { return *tfMngr; }
+    TfMngr& manager() { return *tfMngr_; }
 
     // One operation a method (request_handlers.cpp): asks the manager and completes `invocation`,
     // always with a value and never with an error. Strings are borrowed for the call.
@@ -61,7 +61,7 @@ public:
 private:
     DBusInterface();
 
-    MorvaneScctrl* scctrlProxy = nullptr;  // lives as long as the process
-    GError* proxyError = nullptr;  // kept as received, never freed
-    std::unique_ptr<TfMngr> tfMngr;
+    MorvaneScctrl* scctrlProxy_ = nullptr;  // lives as long as the process
+    GError* proxyError_ = nullptr;  // kept as received, never freed
+    std::unique_ptr<TfMngr> tfMngr_;
 };

@@ -40,15 +40,15 @@ struct Update {
 template <typename Kind>
 class ScopedController {
 public:
-    ScopedController() : controller(Kind::create()) {}
+    ScopedController() : controller_(Kind::create()) {}
     ScopedController(const ScopedController&) = delete;
     ScopedController& operator=(const ScopedController&) = delete;
-    ~ScopedController() { Kind::destroy(controller); }
+    ~ScopedController() { Kind::destroy(controller_); }
 
-    typename Kind::Controller* get() const { return controller; }
+    typename Kind::Controller* get() const { return controller_; }
 
 private:
-    typename Kind::Controller* controller;
+    typename Kind::Controller* controller_;
 };
 
 enum class WorkDirectory { Set, Leave };

@@ -34,68 +34,68 @@ FileEntry makeEntry(const char* name, const struct stat64& status, const std::st
             location};
 }
 
-// Reads the visible entries of one directory, each with its path and status. Entries that cannot be
-// stat'ed are skipped.
+// Reads the visible entries of one directory, each with its path and status. Entries that cannot
+// be stat'ed are skipped.
 class VisibleEntries {
 public:
     // A directory that cannot be opened has no entries.
     explicit VisibleEntries(const std::string& directory)
-        : stream(opendir(directory.c_str())),
-          entryPath(directory + "/"),
-          prefix(entryPath.size()) {}
+        : stream_(opendir(directory.c_str())),
+          entryPath_(directory + "/"),
+          prefix_(entryPath_.size()) {}
 
     bool next() {
-        while (const struct dirent64* entry = stream ? readdir64(stream.get()) : nullptr) {
+        while (const struct dirent64* entry = stream_ ? readdir64(stream_.get()) : nullptr) {
             if (entry->d_name[0] == '.') {
                 continue;
             }
-            entryPath.resize(prefix);
-            entryPath += entry->d_name;
-            if (stat64(entryPath.c_str(), &entryStatus) == 0) {
+            entryPath_.resize(prefix_);
+            entryPath_ += entry->d_name;
+            if (stat64(entryPath_.c_str(), &entryStatus_) == 0) {
                 return true;
             }
         }
         return false;
     }
 
-    const std::string& path() const { return entryPath; }
-    const char* name() const { return entryPath.c_str() + prefix; }
-    const struct stat64& status() const { return entryStatus; }
+    const std::string& path() const { return entryPath_; }
+    const char* name() const { return entryPath_.c_str() + prefix_; }
+    const struct stat64& status() const { return entryStatus_; }
 
     // What tells the directory that is being read from others; nothing when that is unknown.
     std::optional<DirectoryId> directoryId() const {
         struct stat64 self {};
-        if (!stream || fstat64(dirfd(stream.get()), &self) != 0) {
+        if (!stream_ || fstat64(dirfd(stream_.get()), &self) != 0) {
             return std::nullopt;
         }
         return DirectoryId(self.st_dev, self.st_ino);
     }
 
 private:
-    Directory stream;
-    std::string entryPath;
-    std::size_t prefix;
-    struct stat64 entryStatus {};
+    Directory stream_;
+    std::string entryPath_;
+    std::size_t prefix_;
+    struct stat64 entryStatus_ {};
 };
 
 }  // namespace
 
 const std::vector<FileEntry>& TfMngr::getRestoreFilesList(const std::string& mntId,
                                                           const std::string& dirPath) {
-    entries = std::vector<FileEntry>();  // with the memory of a long one
+    entries_ = std::vector<FileEntry>();  // with the memory of a long one
     scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
-    return entries;
+    return entries_;
 }
 
 std::vector<FileEntry> TfMngr::scanDirectories(const std::string& mntId,
                                                const std::string& dirPath) {
     scanLevel(mntId, dirPath, Level::Directories);
-    return entries;
+    return entries_;
 }
 
 std::vector<FileEntry> TfMngr::scanFiles(const std::string& mntId, const std::string& dirPath) {
     scanLevel(mntId, dirPath, Level::Files);
-    return entries;
+    return entries_;
 }
 
 void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Level level) {
@@ -105,18 +105,18 @@ void TfMngr::scanLevel(const std::string& mntId, const std::string& dirPath, Lev
     }
     const std::string location = locationOf(directory, mntId);
     // Files go straight to their place; directories, of which there are few, are put before them.
-    const auto begin = static_cast<std::ptrdiff_t>(entries.size());
+    const auto begin = static_cast<std::ptrdiff_t>(entries_.size());
     std::vector<FileEntry> directories;
     for (VisibleEntries visible(directory); visible.next();) {
         const bool isDir = isDirectory(visible.status());
         if (isDir && level != Level::Files) {
             directories.push_back(makeEntry(visible.name(), visible.status(), location));
         } else if (!isDir && level != Level::Directories) {
-            entries.push_back(makeEntry(visible.name(), visible.status(), location));
+            entries_.push_back(makeEntry(visible.name(), visible.status(), location));
         }
     }
-    entries.insert(entries.begin() + begin, std::make_move_iterator(directories.begin()),
-                   std::make_move_iterator(directories.end()));
+    entries_.insert(entries_.begin() + begin, std::make_move_iterator(directories.begin()),
+                    std::make_move_iterator(directories.end()));
 }
 
 std::vector<FileEntry> TfMngr::getBackupFilesList(const std::string& mntId,
@@ -136,20 +136,20 @@ std::vector<FileEntry> TfMngr::getUpdateFilesList(const std::string& mntId,
 
 std::vector<FileEntry> TfMngr::listPackages(const std::string& mntId, const std::string& dirPath,
                                             const std::string& marker) {
-    entries.clear();
+    entries_.clear();
     const std::string directory = pathOrMountPath(mntId, dirPath);
     if (!exists(mountPath(mntId)) || !exists(directory)) {
         return {};
     }
     std::vector<FileEntry> found = scanTree(mntId, directory, marker);
-    entries.clear();
+    entries_.clear();
     return found;
 }
 
 std::vector<FileEntry> TfMngr::scanTree(const std::string& mntId, const std::string& directory,
                                         const std::string& marker) {
     scanTreeLevel(mntId, directory, marker, {});
-    return entries;
+    return entries_;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): at most as deep as a path can be long
@@ -170,10 +170,10 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
         if (!hasMarker(visible.path(), marker) || !checkTransferFile(visible.path(), marker)) {
             continue;
         }
-        entries.push_back(
+        entries_.push_back(
             makeEntry(visible.name(), visible.status(), locationOf(directory, mntId)));
         // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
-        if (entries.size() >= kTreeListLimit) {
+        if (entries_.size() >= kTreeListLimit) {
             return;
         }
     }

@@ -17,8 +17,8 @@ JobResult TfMngr::DoOSUpdate(const std::string& mntId, const std::string& filePa
     }
     // Kept: without a mount identifier the worker still starts, on the fields as they are.
     if (!mntId.empty()) {
-        jobMountId += mntId;
-        updateFile += filePath;
+        jobMountId_ += mntId;
+        updateFile_ += filePath;
     }
     return launchWorker(osUpdateWorker);
 }
@@ -29,7 +29,8 @@ bool TfMngr::fileExistsOnStick(const std::string& mntId, const std::string& file
 
 void* TfMngr::osUpdateWorker(void* tfMngr) {
     const Job job = static_cast<TfMngr*>(tfMngr)->copyJob();
-    runOsUpdate(pathOrMountPath(job.mountId, job.updateFile));  // the outcome is reported to nobody
+    // The outcome is reported to nobody.
+    runOsUpdate(pathOrMountPath(job.mountId, job.updateFile));
     return nullptr;
 }
 

@@ -36,12 +36,12 @@ EncodedFiles encodeFilesList(const std::vector<FileEntry>& entries, KindWord kin
 void DBusInterface::getUsbStickDetails(MorvaneTransferSac* skeleton,
                                        GDBusMethodInvocation* invocation) {
     morvane_transfer_sac_complete_get_usbstick_details(
-        skeleton, invocation, reply::stickArray(tfMngr->enumerateUsbSticks()));
+        skeleton, invocation, reply::stickArray(tfMngr_->enumerateUsbSticks()));
 }
 
 void DBusInterface::getStickDetailsWithCount(MorvaneTransferSac* skeleton,
                                              GDBusMethodInvocation* invocation) {
-    const std::vector<UsbStickInfo> sticks = tfMngr->enumerateUsbSticks();
+    const std::vector<UsbStickInfo> sticks = tfMngr_->enumerateUsbSticks();
     morvane_transfer_sac_complete_get_stick_details_with_count(
         skeleton, invocation, g_variant_new_variant(reply::stickTuple(sticks)),
         static_cast<guint>(sticks.size()));
@@ -51,19 +51,20 @@ void DBusInterface::validateBackupSize(MorvaneTransferSac* skeleton,
                                        GDBusMethodInvocation* invocation, guint backupType,
                                        const gchar* mntId) {
     morvane_transfer_sac_complete_validate_backup_size(
-        skeleton, invocation, static_cast<gboolean>(tfMngr->ValidateBackupSize(backupType, mntId)));
+        skeleton, invocation,
+        static_cast<gboolean>(tfMngr_->ValidateBackupSize(backupType, mntId)));
 }
 
 void DBusInterface::getBackupFileName(MorvaneTransferSac* skeleton,
                                       GDBusMethodInvocation* invocation, guint backupType) {
-    const std::string name = reply::validString(tfMngr->GetBackupFileName(backupType));
+    const std::string name = reply::validString(tfMngr_->GetBackupFileName(backupType));
     morvane_transfer_sac_complete_get_backup_file_name(skeleton, invocation, name.c_str());
 }
 
 void DBusInterface::getRestoreFilesList(MorvaneTransferSac* skeleton,
                                         GDBusMethodInvocation* invocation, const gchar* mntId,
                                         const gchar* path) {
-    const std::vector<FileEntry>& entries = tfMngr->getRestoreFilesList(mntId, path);
+    const std::vector<FileEntry>& entries = tfMngr_->getRestoreFilesList(mntId, path);
     const EncodedFiles list = encodeFilesList(entries, KindWord::Unsigned, invocation);
     morvane_transfer_sac_complete_get_restore_files_list(skeleton, invocation, list.value,
                                                          static_cast<gint>(list.records));
@@ -72,7 +73,7 @@ void DBusInterface::getRestoreFilesList(MorvaneTransferSac* skeleton,
 void DBusInterface::getUpdateFilesList(MorvaneTransferSac* skeleton,
                                        GDBusMethodInvocation* invocation, const gchar* mntId,
                                        const gchar* path) {
-    const std::vector<FileEntry> entries = tfMngr->getUpdateFilesList(mntId, path);
+    const std::vector<FileEntry> entries = tfMngr_->getUpdateFilesList(mntId, path);
     const EncodedFiles list = encodeFilesList(entries, KindWord::Signed, invocation);
     morvane_transfer_sac_complete_get_update_files_list(skeleton, invocation, list.value,
                                                         static_cast<gint>(list.records));
@@ -81,7 +82,7 @@ void DBusInterface::getUpdateFilesList(MorvaneTransferSac* skeleton,
 void DBusInterface::getBackupFilesList(MorvaneTransferSac* skeleton,
                                        GDBusMethodInvocation* invocation, const gchar* mntId,
                                        const gchar* path) {
-    const std::vector<FileEntry> entries = tfMngr->getBackupFilesList(mntId, path);
+    const std::vector<FileEntry> entries = tfMngr_->getBackupFilesList(mntId, path);
     const EncodedFiles list = encodeFilesList(entries, KindWord::Signed, invocation);
     morvane_transfer_sac_complete_get_backup_files_list(skeleton, invocation, list.value,
                                                         static_cast<gint>(list.records));
@@ -90,38 +91,38 @@ void DBusInterface::getBackupFilesList(MorvaneTransferSac* skeleton,
 void DBusInterface::deleteFile(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
                                const gchar* mntId, const gchar* filePath) {
     morvane_transfer_sac_complete_delete_file(
-        skeleton, invocation, static_cast<gboolean>(tfMngr->DeleteFile(mntId, filePath)));
+        skeleton, invocation, static_cast<gboolean>(tfMngr_->DeleteFile(mntId, filePath)));
 }
 
 void DBusInterface::createDirectory(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
                                     const gchar* mntId, const gchar* dirPath) {
     morvane_transfer_sac_complete_create_directory(
-        skeleton, invocation, static_cast<gboolean>(tfMngr->CreateDirectory(mntId, dirPath)));
+        skeleton, invocation, static_cast<gboolean>(tfMngr_->CreateDirectory(mntId, dirPath)));
 }
 
 void DBusInterface::doOsUpdate(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
                                const gchar* mntId, const gchar* filePath) {
     morvane_transfer_sac_complete_do_osupdate(
-        skeleton, invocation, static_cast<gint>(tfMngr->DoOSUpdate(mntId, filePath)));
+        skeleton, invocation, static_cast<gint>(tfMngr_->DoOSUpdate(mntId, filePath)));
 }
 
 void DBusInterface::doBackup(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
                              const gchar* mntId, guint backupType, const gchar* backupFilePath) {
     morvane_transfer_sac_complete_do_backup(
         skeleton, invocation,
-        static_cast<gint>(tfMngr->DoBackup(mntId, backupType, backupFilePath)));
+        static_cast<gint>(tfMngr_->DoBackup(mntId, backupType, backupFilePath)));
 }
 
 void DBusInterface::doRestore(MorvaneTransferSac* skeleton, GDBusMethodInvocation* invocation,
                               const gchar* mntId, const gchar* filePath) {
-    morvane_transfer_sac_complete_do_restore(skeleton, invocation,
-                                             static_cast<gint>(tfMngr->DoRestore(mntId, filePath)));
+    morvane_transfer_sac_complete_do_restore(
+        skeleton, invocation, static_cast<gint>(tfMngr_->DoRestore(mntId, filePath)));
 }
 
 void DBusInterface::getDirectoryIndex(MorvaneTransferSac* skeleton,
                                       GDBusMethodInvocation* invocation, const gchar* mntId,
                                       const gchar* path) {
-    const std::vector<FileEntry>& entries = tfMngr->getRestoreFilesList(mntId, path);
+    const std::vector<FileEntry>& entries = tfMngr_->getRestoreFilesList(mntId, path);
     morvane_transfer_sac_complete_get_directory_index(skeleton, invocation,
                                                       encodeIndex(entries, invocation));
 }
@@ -129,7 +130,7 @@ void DBusInterface::getDirectoryIndex(MorvaneTransferSac* skeleton,
 void DBusInterface::getDirectoryIndexForUpdate(MorvaneTransferSac* skeleton,
                                                GDBusMethodInvocation* invocation,
                                                const gchar* mntId, const gchar* path) {
-    const std::vector<FileEntry> entries = tfMngr->getUpdateFilesList(mntId, path);
+    const std::vector<FileEntry> entries = tfMngr_->getUpdateFilesList(mntId, path);
     morvane_transfer_sac_complete_get_directory_index_for_update(skeleton, invocation,
                                                                  encodeIndex(entries, invocation));
 }
@@ -137,7 +138,7 @@ void DBusInterface::getDirectoryIndexForUpdate(MorvaneTransferSac* skeleton,
 void DBusInterface::getDirectoryIndexForBackup(MorvaneTransferSac* skeleton,
                                                GDBusMethodInvocation* invocation,
                                                const gchar* mntId, const gchar* path) {
-    const std::vector<FileEntry> entries = tfMngr->getBackupFilesList(mntId, path);
+    const std::vector<FileEntry> entries = tfMngr_->getBackupFilesList(mntId, path);
     morvane_transfer_sac_complete_get_directory_index_for_backup(skeleton, invocation,
                                                                  encodeIndex(entries, invocation));
 }

@@ -49,7 +49,7 @@ void TfMngr::appletHasChanged(std::int32_t id) {
     }
     serviceLog(LOG_INFO, log_tag::kInfo, "Quitting com-morvane-transfer-service");
     // Kept: with the target -1 the signal reaches every process that this one may signal.
-    kill(quitSignalTarget, SIGTERM);
+    kill(quitSignalTarget_, SIGTERM);
     std::exit(kExitDone);
 }
 
@@ -62,5 +62,5 @@ JobResult TfMngr::launchWorker(Worker worker) {
 }
 
 TfMngr::Job TfMngr::copyJob() const {
-    return {jobBackupType, jobMountId, jobFile, updateFile};
+    return {jobBackupType_, jobMountId_, jobFile_, updateFile_};
 }

@@ -177,19 +177,19 @@ private:
     void releaseBackupController();
     void releaseUpdateController();
 
-    std::int32_t controllerConnected = 0;  // one flag for both cached controllers
-    IFUController* cachedUpdateController = nullptr;
-    IBRController* cachedBackupController = nullptr;
+    std::int32_t controllerConnected_ = 0;  // one flag for both cached controllers
+    IFUController* cachedUpdateController_ = nullptr;
+    IBRController* cachedBackupController_ = nullptr;
     // What the library may use until the controller is destroyed.
-    std::unique_ptr<CConsoleLog> cachedUpdateLog;
-    std::unique_ptr<CConsoleLog> cachedBackupLog;
+    std::unique_ptr<CConsoleLog> cachedUpdateLog_;
+    std::unique_ptr<CConsoleLog> cachedBackupLog_;
     // The job fields. Kept: texts are only ever appended to, so a second job in one life of the
     // process works on joined texts.
-    std::uint32_t jobBackupType = kRestoreJob;
-    std::string jobFile;
-    std::string jobMountId;
-    std::string updateFile;
-    pid_t quitSignalTarget = -1;  // never assigned: every process that may be signalled
-    std::vector<UsbStickInfo> sticks;
-    std::vector<FileEntry> entries;  // the working list of the listings
+    std::uint32_t jobBackupType_ = kRestoreJob;
+    std::string jobFile_;
+    std::string jobMountId_;
+    std::string updateFile_;
+    pid_t quitSignalTarget_ = -1;  // never assigned: every process that may be signalled
+    std::vector<UsbStickInfo> sticks_;
+    std::vector<FileEntry> entries_;  // the working list of the listings
 };

@@ -56,20 +56,21 @@ bool TfMngr::checkTransferFile(const std::string& path, const std::string& marke
 }
 
 bool TfMngr::checkUpdateFile(const std::string& path) {
-    return checkFile<device_manager::Update>(cachedUpdateController, cachedUpdateLog,
-                                             controllerConnected, path);
+    return checkFile<device_manager::Update>(cachedUpdateController_, cachedUpdateLog_,
+                                             controllerConnected_, path);
 }
 
 bool TfMngr::checkRestoreFile(const std::string& path) {
-    return checkFile<device_manager::BackupRestore>(cachedBackupController, cachedBackupLog,
-                                                    controllerConnected, path);
+    return checkFile<device_manager::BackupRestore>(cachedBackupController_, cachedBackupLog_,
+                                                    controllerConnected_, path);
 }
 
 void TfMngr::releaseUpdateController() {
-    release<device_manager::Update>(cachedUpdateController, cachedUpdateLog, controllerConnected);
+    release<device_manager::Update>(cachedUpdateController_, cachedUpdateLog_,
+                                    controllerConnected_);
 }
 
 void TfMngr::releaseBackupController() {
-    release<device_manager::BackupRestore>(cachedBackupController, cachedBackupLog,
-                                           controllerConnected);
+    release<device_manager::BackupRestore>(cachedBackupController_, cachedBackupLog_,
+                                           controllerConnected_);
 }
