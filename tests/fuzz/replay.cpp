@@ -1,16 +1,13 @@
 // Runs a fuzz target over its stored inputs, without libFuzzer, so that every build can.
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <vector>
 
-#include "tests/fuzz/read_only_sandbox.h"
 #include "tests/fuzz/target.h"
-#include "tests/support/files/files.h"
 
 // usage: replay FOLDER. Status 0 when all inputs passed, 1 when there was none.
 int main(int argc, char** argv) {
-    fuzz::enterReadOnlySandbox(argc, argv);
+    LLVMFuzzerInitialize(&argc, &argv);
     if (argc != 2) {
         std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
         return 2;

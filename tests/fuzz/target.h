@@ -5,12 +5,39 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+
+#include "tests/support/files/files.h"
+#include "transfer/tf_mngr.h"
 
 // Called once for each input, by libFuzzer or by the replay of the stored inputs. Returns 0.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
+// Called once before the first input. Ends the process with status 2 where hostile paths could do
+// harm: outside the sandbox, or with something writable that the sandbox shares with the machine.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+
 namespace fuzz {
+
+inline constexpr const char* kStick = "/media/usb/USB_X60.1";
+
+// One for the whole process, as in the service; the first call makes the directories of sticks 1
+// and 3.
+inline TfMngr& manager() {
+    static TfMngr* const kManager = [] {
+        test_support::makeDirectories(kStick);
+        test_support::makeDirectories("/media/usb/USB_X60.3");
+        return new TfMngr;
+    }();
+    return *kManager;
+}
+
+inline void clearStick() {
+    for (const auto& entry : std::filesystem::directory_iterator(kStick)) {
+        std::filesystem::remove_all(entry.path());
+    }
+}
 
 // Ends the process with what was violated: libFuzzer stores the input, a replay fails.
 inline void require(bool condition, const char* what) {
@@ -20,7 +47,7 @@ inline void require(bool condition, const char* what) {
     }
 }
 
-// Reads choices and texts off an input; an input at its end gives zeros and empty texts.
+// Reads choices and strings off an input; an input at its end gives zeros and empty strings.
 class Input {
 public:
     Input(const std::uint8_t* data, std::size_t size) : at_(data), end_(data + size) {}
@@ -39,8 +66,8 @@ public:
         return value;
     }
 
-    // A length of one byte, then the text.
-    std::string text() {
+    // A length of one byte, then the string.
+    std::string string() {
         std::string result;
         for (std::size_t length = byte(); length > 0 && !isEmpty(); --length) {
             result += static_cast<char>(byte());

@@ -46,7 +46,7 @@ void runThrough(const std::vector<std::string>& command) {
 
 }  // namespace
 
-void enterSandbox(int argc, char** argv, const std::vector<std::string>& options) {
+void enterSandbox(int argc, char** argv) {
     const std::string reason = whyOutsideSandbox();
     if (reason.empty()) {
         unsetenv(kEntering);
@@ -62,10 +62,8 @@ void enterSandbox(int argc, char** argv, const std::vector<std::string>& options
     setenv(kEntering, "1", 1);
     setSanitizerDefaults();
     const std::string sandbox = sourcePath("simulator/sandbox/sandbox");
-    std::vector<std::string> command = {sandbox};
-    command.insert(command.end(), options.begin(), options.end());
-    command.emplace_back("--");
-    runThrough(runnableAfter(command, executable, {argv + 1, argv + argc}));
+    runThrough(runnableAfter({sandbox, "--keep", buildPath("."), "--"}, executable,
+                             {argv + 1, argv + argc}));
     giveUp("cannot run " + sandbox + ": " + std::strerror(errno));
 }
 

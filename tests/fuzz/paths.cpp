@@ -1,9 +1,8 @@
-// Relative and parent path of any text.
+// Relative and parent path of any string.
 #include <stdexcept>
 
 #include "tests/fuzz/target.h"
 #include "transfer/contract.h"
-#include "transfer/tf_mngr.h"
 
 namespace {
 
@@ -39,7 +38,7 @@ std::string modelOfParent(const std::string& path) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
-    const std::string mount = input.text();
+    const std::string mount = input.string();
     const std::string path = input.rest();
     fuzz::require(TfMngr::mountPath(mount) == "/media/usb/" + mount, "the path of a stick");
     fuzz::require(relative(path, mount) == modelOfRelative(path, mount), "the relative path");

@@ -6,15 +6,12 @@
 #include <vector>
 
 #include "tests/doubles/plain_device_manager.h"
-#include "tests/fuzz/one_stick.h"
 #include "tests/fuzz/target.h"
-#include "tests/support/files/files.h"
 #include "tests/unit/file_tree_model.h"
 #include "tests/unit/listing.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using fuzz::kStick;
 
 constexpr int kMostEntries = 120;
@@ -53,7 +50,7 @@ private:
             ++links_;
             const std::vector<std::string> targets{seen_[input_.byte() % seen_.size()], path,
                                                    "missing", "..", "."};
-            fs::create_symlink(targets[input_.upTo(4)], path);
+            std::filesystem::create_symlink(targets[input_.upTo(4)], path);
         } else {
             test_support::writeFile(path, std::string(input_.byte(), 'x'));
         }
@@ -87,8 +84,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                   "what is listed");
     fuzz::require(*offered == model.offered, "what the device manager is asked");
     fuzz::require(plain_device_manager::controllers == 0, "every controller is given back");
-    for (const fs::directory_entry& entry : fs::directory_iterator(kStick)) {
-        fs::remove_all(entry.path());
-    }
+    fuzz::clearStick();
     return 0;
 }

@@ -1,20 +1,15 @@
 // Any path to create, on a file system of its own: what is made is what the model says.
-#include <fcntl.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <vector>
 
-#include "tests/doubles/plain_device_manager.h"
-#include "tests/fuzz/one_stick.h"
 #include "tests/fuzz/target.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using fuzz::kStick;
 
 constexpr std::size_t kKept = 255;  // bytes of a path
@@ -34,31 +29,20 @@ std::vector<std::string> modelOfTries(std::string path) {
     return tries;
 }
 
-// Every directory there is, with its mode, relative to the stick.
-std::string treeOf(const std::string& root) {
-    std::vector<std::string> found;
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+// Every directory on the stick, with its mode.
+std::set<std::string> madeOnStick() {
+    std::set<std::string> made;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(kStick)) {
         struct stat64 status {};
         lstat64(entry.path().c_str(), &status);
-        found.push_back(entry.path().string() + " " + std::to_string(status.st_mode));
+        made.insert(entry.path().string() + " " + std::to_string(status.st_mode));
     }
-    std::sort(found.begin(), found.end());
-    std::string all;
-    for (const std::string& line : found) {
-        all += line + "\n";
-    }
-    return all;
-}
-
-void clear() {
-    for (const auto& entry : fs::directory_iterator(kStick)) {
-        fs::remove_all(entry.path());
-    }
+    return made;
 }
 
 }  // namespace
 
-// A path that leads out of the stick is used as it comes; only the sandbox is there to be changed.
+// A path that leads out of the stick is used unchanged; only the sandbox can be written.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     TfMngr& tested = fuzz::manager();
     const std::string path = fuzz::upToZero(fuzz::Input(data, size).rest());
@@ -69,20 +53,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool existed = stat64(target.c_str(), &status) == 0;
     fuzz::require(tested.CreateDirectory("USB_X60.1", path) == !existed,
                   "true unless something was there");
-    const std::string made = leaves ? "" : treeOf(kStick);
-    clear();
+    const std::set<std::string> made = madeOnStick();
+    fuzz::clearStick();
 
     int last = -1;
     if (!existed && !leaves) {
         for (const std::string& prefix : modelOfTries(target)) {
             last = mkdir(prefix.c_str(), 0700);
         }
-        fuzz::require(treeOf(kStick) == made, "what the walk makes");
-        clear();
+        fuzz::require(madeOnStick() == made, "what the walk makes");
+        fuzz::clearStick();
         fuzz::require(TfMngr::makeDirectoryPath(target.c_str()) == last, "the last result");
         const bool deleted = tested.DeleteFile("USB_X60.1", path);
         fuzz::require(!deleted || stat64(target.c_str(), &status) != 0, "what is deleted is gone");
-        clear();
+        fuzz::clearStick();
     }
     return 0;
 }

@@ -1,14 +1,11 @@
 // Any bytes as the mount table: what counts as a stick is what the C library reads from it.
 #include <mntent.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
 #include "tests/fuzz/target.h"
-#include "tests/support/files/files.h"
-#include "transfer/tf_mngr.h"
 
 namespace {
 
@@ -27,28 +24,15 @@ std::vector<std::string> modelOfMounts() {
 }
 
 bool modelCovers(const std::vector<std::string>& directories, const std::string& path) {
-    bool covers = false;
-    for (const std::string& directory : directories) {
-        covers = covers || path.compare(0, directory.size(), directory) == 0;
-    }
-    return covers;
-}
-
-// The table is one of the sandbox's own; sticks 1 and 3 exist.
-TfMngr& manager() {
-    static TfMngr* const kManager = [] {
-        unlink(kMountTable);
-        test_support::makeDirectories("/media/usb/USB_X60.1");
-        test_support::makeDirectories("/media/usb/USB_X60.3");
-        return new TfMngr;
-    }();
-    return *kManager;
+    return std::any_of(directories.begin(), directories.end(), [&](const std::string& directory) {
+        return path.compare(0, directory.size(), directory) == 0;
+    });
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    TfMngr& tested = manager();
+    TfMngr& tested = fuzz::manager();
     test_support::writeFile(kMountTable, fuzz::Input(data, size).rest());
     const std::vector<std::string> directories = modelOfMounts();
 
