@@ -1,21 +1,14 @@
-// One arena, and large blocks that go back to the system.
+// How the C library's heap is kept small.
 #include "service/heap.h"
 
 #include <malloc.h>
 
-namespace {
-
-// Left to itself the C library moves this limit up with the first large block that is freed, and
-// keeps the next ones for itself.
-constexpr int kLargeBlock = 128 * 1024;
-
-// With an arena for each thread, what one thread makes and another frees scatters, and each job
-// reserves an arena of its own.
-constexpr int kArenas = 1;
-
-}  // namespace
-
 void limitHeap() {
-    mallopt(M_MMAP_THRESHOLD, kLargeBlock);
-    mallopt(M_ARENA_MAX, kArenas);
+    // With an arena for each thread, what one thread makes and another frees scatters, and each job
+    // reserves an arena of its own.
+    mallopt(M_ARENA_MAX, 1);
+}
+
+void releaseHeap() {
+    malloc_trim(0);
 }

@@ -1,5 +1,8 @@
-// How the C library's heap is set up.
+// How the C library's heap is kept small.
 #pragma once
 
-// Keeps the heap of a process with short-lived threads small. Call it before any thread exists.
+// Lets all threads share one arena. Call it before any thread exists.
 void limitHeap();
+
+// Gives free memory back to the system, in a millisecond or so. Any thread.
+void releaseHeap();

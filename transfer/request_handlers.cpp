@@ -1,6 +1,10 @@
 // One operation a bus method: ask the manager, encode, complete the invocation.
 #include <syslog.h>
 
+#include <algorithm>
+#include <utility>
+
+#include "service/heap.h"
 #include "service/service_log.h"
 #include "transfer/dbus_interface.h"
 
@@ -8,6 +12,15 @@ namespace {
 
 using reply::EncodedFiles;
 using reply::KindWord;
+
+// The memory of a list of more files than this is worth giving back.
+constexpr std::size_t kLongList = 1'000;
+
+// GDBus's own thread frees a reply, after it has sent it.
+void releaseHeapOnceSent(GDBusConnection* connection) {
+    g_dbus_connection_flush(
+        connection, nullptr, [](GObject*, GAsyncResult*, gpointer) { releaseHeap(); }, nullptr);
+}
 
 // Says how much of a list the bus could not carry.
 EncodedFiles logOmitted(EncodedFiles encoded, std::size_t listed,
@@ -122,9 +135,14 @@ void DBusInterface::doRestore(MorvaneTransferSac* skeleton, GDBusMethodInvocatio
 void DBusInterface::getDirectoryIndex(MorvaneTransferSac* skeleton,
                                       GDBusMethodInvocation* invocation, const gchar* mntId,
                                       const gchar* path) {
+    GDBusConnection* const connection = g_dbus_method_invocation_get_connection(invocation);
     const std::vector<FileEntry>& entries = tfMngr_->getRestoreFilesList(mntId, path);
     morvane_transfer_sac_complete_get_directory_index(skeleton, invocation,
                                                       encodeIndex(entries, invocation));
+    const std::size_t replaced = std::exchange(lastIndexSize_, entries.size());
+    if (std::max(replaced, entries.size()) > kLongList) {
+        releaseHeapOnceSent(connection);
+    }
 }
 
 void DBusInterface::getDirectoryIndexForUpdate(MorvaneTransferSac* skeleton,
