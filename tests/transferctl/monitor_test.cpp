@@ -11,6 +11,7 @@
 #include "tests/support/device/stick.h"
 #include "tests/support/process/service_process.h"
 #include "tests/transferctl/client.h"
+#include "tests/transferctl/stand_in_service.h"
 
 namespace test_support {
 namespace {
@@ -49,6 +50,13 @@ TEST(MonitorCommand, printsJsonForEachEventUntilTheBusGoes) {
     ASSERT_TRUE(monitor.waitForOutput(",\"event\":\"service-vanished\"}\n"));
     outage.emplace();
     EXPECT_EQ(monitor.waitForEnd(), exited(3));
+}
+
+TEST(MonitorCommand, exits4WhenTheServiceDoesNotAnswer) {
+    const StandInService service{StandInService::Replies()};
+    const CommandResult result = transferctl({"monitor", "--timeout", "0.3"});
+    EXPECT_EQ(result.end, exited(4));
+    EXPECT_THAT(result.output, testing::HasSubstr("  service runs as :1."));
 }
 
 }  // namespace
