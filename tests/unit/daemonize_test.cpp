@@ -32,7 +32,7 @@ std::string createdLine(const std::string& id) {
     return "Semaphor created ID: " + id + "\n";
 }
 
-// daemonize() in a process that becomes the launcher, with `daemon` as the life of the daemon.
+// daemonize() in a process that becomes the launcher, with `daemon` as what the daemon does.
 CommandResult launch(const std::function<void()>& daemon) {
     return runForked([&] {
         daemonize();
@@ -41,12 +41,12 @@ CommandResult launch(const std::function<void()>& daemon) {
     });
 }
 
-class StartSet : public testing::Test {
+class StartSemaphore : public testing::Test {
 protected:
     StartSemaphores set_;
 };
 
-TEST_F(StartSet, isMadeOfTwoForEveryoneAndItsIdIsPrinted) {
+TEST_F(StartSemaphore, hasTwoSemaphoresForEveryone) {
     const CommandResult result = runForked([] {
         umask(077);
         createSemaphore(2);
@@ -59,7 +59,7 @@ TEST_F(StartSet, isMadeOfTwoForEveryoneAndItsIdIsPrinted) {
     EXPECT_EQ(set_.permissions(), 0666U);
 }
 
-TEST_F(StartSet, thatExistsIsTakenAsItIsWithoutAWord) {
+TEST_F(StartSemaphore, isReusedAsItIs) {
     const int made = set_.make({5, 6, 7});
     const CommandResult result = runForked([&] { std::exit(createSemaphore(2) == made ? 0 : 1); });
     EXPECT_EQ(result.end, exited(0));
@@ -68,7 +68,7 @@ TEST_F(StartSet, thatExistsIsTakenAsItIsWithoutAWord) {
     EXPECT_EQ(set_.value(0), 5);
 }
 
-TEST_F(StartSet, thatCannotBeMadeEndsTheProcess) {
+TEST_F(StartSemaphore, exits1WhenItCannotBeMade) {
     const std::string reason = whyCallsCannotBeDenied();
     if (!reason.empty()) {
         GTEST_SKIP() << reason;
@@ -81,7 +81,7 @@ TEST_F(StartSet, thatCannotBeMadeEndsTheProcess) {
     EXPECT_EQ(result.error, "Error while creating semaphore.: No space left on device\n");
 }
 
-TEST_F(StartSet, isGivenBackWhatAProcessDidWhenItEnds) {
+TEST_F(StartSemaphore, undoesOperationsOfAnEndedProcess) {
     const int id = set_.make({1, 1});
     const CommandResult result = runForked([&] {
         semaphoreOp(id, kTakeReady);
@@ -93,7 +93,7 @@ TEST_F(StartSet, isGivenBackWhatAProcessDidWhenItEnds) {
     EXPECT_EQ(set_.value(1), 1);
 }
 
-TEST_F(StartSet, thatIsGoneEndsTheProcessWithAMessageWithoutALineEnd) {
+TEST_F(StartSemaphore, exits1WhenItIsGone) {
     const int id = set_.make({0, 0});
     set_.remove();
     const CommandResult result = runForked([&] { semaphoreOp(id, kGiveReady); });
@@ -102,7 +102,7 @@ TEST_F(StartSet, thatIsGoneEndsTheProcessWithAMessageWithoutALineEnd) {
     EXPECT_EQ(result.output, "");
 }
 
-TEST_F(StartSet, carriesTheWholeHandshakeOfALauncherAndItsDaemon) {
+TEST_F(StartSemaphore, carriesTheHandshake) {
     const CommandResult result = launch([this] {
         const int id = set_.id();
         signalLauncher(id);
@@ -113,7 +113,7 @@ TEST_F(StartSet, carriesTheWholeHandshakeOfALauncherAndItsDaemon) {
     EXPECT_TRUE(eventually([this] { return !set_.exists(); }, "the set is removed"));
 }
 
-TEST_F(StartSet, isReleasedByADaemonThatCannotRunInFourSteps) {
+TEST_F(StartSemaphore, isReleasedByADaemonThatCannotRun) {
     const int id = set_.make({0, 0});
     ForkedProcess daemon([&] { releaseStarterAndExit(id); });
     ASSERT_TRUE(
@@ -136,7 +136,7 @@ protected:
     StartSemaphores set_;
 };
 
-TEST_P(Launcher, noticesADaemonThatEndsBeforeTheHandshake) {
+TEST_P(Launcher, noticesADaemonThatEndsEarly) {
     const CommandResult result = launch(GetParam().daemon);
     EXPECT_EQ(result.end, exited(GetParam().launcherStatus));
     EXPECT_EQ(result.output.find(kFirstLine), 0U) << result.output;
@@ -164,7 +164,7 @@ INSTANTIATE_TEST_SUITE_P(
                              1}),
     [](const auto& end) { return std::string(end.param.name); });
 
-TEST_F(StartSet, isNotAwaitedForEverByALauncherThatIsNotToldOfItsChildren) {
+TEST_F(StartSemaphore, isRemovedByALauncherThatIgnoresSigchld) {
     const CommandResult result = runForked([] {
         signal(SIGCHLD, SIG_IGN);
         daemonize();
@@ -175,7 +175,7 @@ TEST_F(StartSet, isNotAwaitedForEverByALauncherThatIsNotToldOfItsChildren) {
     EXPECT_FALSE(set_.exists());
 }
 
-TEST_F(StartSet, ofOneSemaphoreOnlyIsReportedAndRemoved) {
+TEST_F(StartSemaphore, isRemovedWhenItHasOneSemaphore) {
     set_.make({0});
     const CommandResult result = launch([] {});
     EXPECT_EQ(result.end, exited(1));
@@ -184,7 +184,7 @@ TEST_F(StartSet, ofOneSemaphoreOnlyIsReportedAndRemoved) {
     EXPECT_FALSE(set_.exists());
 }
 
-TEST_F(StartSet, staysWhenForkFails) {
+TEST_F(StartSemaphore, staysWhenForkFails) {
     const std::string reason = whyCallsCannotBeDenied();
     if (!reason.empty()) {
         GTEST_SKIP() << reason;
@@ -210,7 +210,7 @@ protected:
     StartSemaphores set_;
 };
 
-TEST_P(Detaching, thatFailsEndsDaemonAndLauncher) {
+TEST_P(Detaching, exits1WhenItFails) {
     const std::string reason = whyCallsCannotBeDenied();
     if (!reason.empty()) {
         GTEST_SKIP() << reason;

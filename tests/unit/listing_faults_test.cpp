@@ -57,7 +57,7 @@ struct ManagerOperation {
     std::function<std::vector<FileEntry>(TfMngr&)> run;
 };
 
-class FailingStick : public testing::Test {
+class FaultyListing : public testing::Test {
 protected:
     // One run on a fresh stick, with the fault before the call of index `strike`.
     struct Run {
@@ -121,8 +121,6 @@ std::vector<FileEntry> seenBefore(std::size_t strike, const std::vector<FileEntr
     return seen;
 }
 
-// ---- listings ---------------------------------------------------------------------------------
-
 const std::vector<Fault>& faults() {
     static const std::vector<Fault> all{
         once("Pulled", pull), once("PulledWithItsFolder", pullAndRemoveTheFolder),
@@ -141,11 +139,10 @@ const std::vector<ManagerOperation>& operations() {
     return all;
 }
 
-class StickFailingForGood
-    : public FailingStick,
-      public testing::WithParamInterface<std::tuple<Fault, ManagerOperation>> {};
+class PermanentFault : public FaultyListing,
+                       public testing::WithParamInterface<std::tuple<Fault, ManagerOperation>> {};
 
-TEST_P(StickFailingForGood, givesWhatWasSeenBeforeAndLeavesNothingBehind) {
+TEST_P(PermanentFault, leavesWhatWasSeenBefore) {
     const auto& [fault, operation] = GetParam();
     const Run whole = run(operation, fault, kNever);
     ASSERT_GE(whole.list.size(), 3U);
@@ -157,7 +154,7 @@ TEST_P(StickFailingForGood, givesWhatWasSeenBeforeAndLeavesNothingBehind) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(During, StickFailingForGood,
+INSTANTIATE_TEST_SUITE_P(During, PermanentFault,
                          testing::Combine(testing::ValuesIn(faults()),
                                           testing::ValuesIn(operations())),
                          [](const auto& one) {
@@ -165,8 +162,7 @@ INSTANTIATE_TEST_SUITE_P(During, StickFailingForGood,
                                     std::get<Fault>(one.param).name;
                          });
 
-class StickFailingOnce : public FailingStick,
-                         public testing::WithParamInterface<ManagerOperation> {};
+class SingleFault : public FaultyListing, public testing::WithParamInterface<ManagerOperation> {};
 
 // In the order of the whole list.
 bool isPartOf(const std::vector<std::string>& part, const std::vector<std::string>& whole) {
@@ -177,7 +173,7 @@ bool isPartOf(const std::vector<std::string>& part, const std::vector<std::strin
     });
 }
 
-TEST_P(StickFailingOnce, givesPartOfTheListAndLeavesNothingBehind) {
+TEST_P(SingleFault, losesOnlyPartOfTheList) {
     const Fault oneCall{"", [](Stick&, std::size_t index, std::size_t strike) {
                             return index == strike ? EIO : 0;
                         }};
@@ -196,12 +192,10 @@ TEST_P(StickFailingOnce, givesPartOfTheListAndLeavesNothingBehind) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(During, StickFailingOnce, testing::ValuesIn(operations()),
+INSTANTIATE_TEST_SUITE_P(During, SingleFault, testing::ValuesIn(operations()),
                          [](const auto& one) { return std::string(one.param.name); });
 
-// ---- the other operations ---------------------------------------------------------------------
-
-TEST(FailingSticks, areLeftOutOfTheEnumeration) {
+TEST(FailingStick, isLeftOutOfTheEnumeration) {
     TfMngr manager;
     const Stick second(2);
     const Stick fourth(4);
@@ -239,7 +233,7 @@ TEST(FailingSticks, areLeftOutOfTheEnumeration) {
     EXPECT_EQ(openDescriptorsOf(getpid()), open);
 }
 
-TEST(FailingSticks, areNotDeletedFrom) {
+TEST(FailingStick, keepsItsFiles) {
     TfMngr manager;
     for (std::size_t strike = 0; strike < 3; ++strike) {
         Stick stick(1);

@@ -1,4 +1,4 @@
-// Listings at the limits of descriptors, path lengths, links and permissions.
+// Listings at the limits of path lengths, links and permissions.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,46 +18,12 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-class ListingLimits : public Listing {
+class ListingLimit : public Listing {
 protected:
     void TearDown() override { EXPECT_EQ(openDescriptorsOf(getpid()), open_); }
 
     std::vector<std::string> open_ = openDescriptorsOf(getpid());
 };
-
-// ---- descriptors ------------------------------------------------------------------------------
-
-TEST_F(ListingLimits, giveNothingWithoutADescriptor) {
-    stick_.addFile("a/b.psb");
-    stick_.addFile("a/c.fwf");
-    {
-        const DescriptorLimit limit(0);
-        EXPECT_THAT(manager_.enumerateUsbSticks(), IsEmpty());
-        EXPECT_FALSE(manager_.isMountedUsbDevice(stick_.path()));
-        EXPECT_THAT(restore(""), IsEmpty());
-        EXPECT_THAT(restore("a"), IsEmpty());
-        EXPECT_THAT(backup(""), IsEmpty());
-        EXPECT_FALSE(manager_.CreateDirectory("USB_X60.1", "a"));
-        EXPECT_TRUE(manager_.CreateDirectory("USB_X60.1", "d"));
-        EXPECT_TRUE(manager_.DeleteFile("USB_X60.1", "d"));
-    }
-    EXPECT_EQ(manager_.enumerateUsbSticks().size(), 1U);
-    EXPECT_THAT(namesOf(restore("")), ElementsAre("a"));
-    EXPECT_THAT(namesOf(backup("")), ElementsAre("b.psb"));
-    EXPECT_THAT(namesOf(update("")), ElementsAre("c.fwf"));
-}
-
-TEST_F(ListingLimits, leaveOutDirectoriesThatTakeOneDescriptorTooMany) {
-    stick_.addFile("1.psb");
-    stick_.addFile("a/2.psb");
-    stick_.addDirectory("a/b");  // takes the last descriptor; nothing can be checked in it
-    stick_.addFile("a/b/c/3.psb");
-    stick_.addFile("d/4.psb");
-    const DescriptorLimit limit(3);
-    EXPECT_THAT(placesOf(backup("")), UnorderedElementsAre("/ 1.psb", "a 2.psb", "d 4.psb"));
-}
-
-// ---- depth ------------------------------------------------------------------------------------
 
 // Directories called "d" one in the other, deeper than a path can name, and a package in every
 // `step`th of them.
@@ -74,7 +40,7 @@ void dig(const std::string& root, int depth, int step) {
     }
 }
 
-TEST_F(ListingLimits, goAsDeepAsAPathCanBeLong) {
+TEST_F(ListingLimit, reachesTheDepthThatAPathCanName) {
     constexpr rlim_t kDeepest = PATH_MAX / 2;
     if (raiseDescriptorLimit() < kDeepest + 100) {
         GTEST_SKIP() << "this machine allows too few open files for so deep a tree";
@@ -91,7 +57,7 @@ TEST_F(ListingLimits, goAsDeepAsAPathCanBeLong) {
     EXPECT_EQ(list.back().location.size(), static_cast<std::size_t>(kStep * 2 - 1));
 }
 
-TEST_F(ListingLimits, giveNothingForNamesAndPathsThatAreTooLong) {
+TEST_F(ListingLimit, isEmptyForAPathThatIsTooLong) {
     stick_.addFile("a/b.psb");
     for (const std::string& path :
          {std::string(256, 'x'), std::string(5000, 'x'), "a/" + std::string(5000, '/'),
@@ -105,7 +71,7 @@ TEST_F(ListingLimits, giveNothingForNamesAndPathsThatAreTooLong) {
     }
 }
 
-TEST_F(ListingLimits, skipEntriesWhosePathIsTooLong) {
+TEST_F(ListingLimit, skipsAnEntryWhosePathIsTooLong) {
     stick_.addFile("a/b");
     stick_.addFile("a/" + std::string(100, 'c'));
     // The directory still has a path, its longer entry has none.
@@ -113,11 +79,9 @@ TEST_F(ListingLimits, skipEntriesWhosePathIsTooLong) {
     EXPECT_THAT(namesOf(restore(directory)), ElementsAre("b"));
 }
 
-// ---- links ------------------------------------------------------------------------------------
-
-TEST_F(ListingLimits, skipLinksThatLeadOnTooOften) {
+TEST_F(ListingLimit, skipsAChainOfTooManyLinks) {
     constexpr int kFollowed = 40;  // by the kernel, for one path
-    // When something is mounted meanwhile the kernel begins the path anew, twice at most, and goes
+    // When something is mounted meanwhile the kernel starts the path again, twice at most, and goes
     // on counting. What may or may not be followed then is hidden.
     constexpr int kSurelyFollowed = kFollowed / 3;
     const auto name = [](int number) {
@@ -137,9 +101,7 @@ TEST_F(ListingLimits, skipLinksThatLeadOnTooOften) {
     EXPECT_THAT(backup(name(kFollowed + 1)), IsEmpty());
 }
 
-// ---- permissions ------------------------------------------------------------------------------
-
-TEST_F(ListingLimits, giveNothingOfADirectoryThatMustNotBeRead) {
+TEST_F(ListingLimit, isEmptyWithoutReadPermission) {
     stick_.addFile("closed/1.psb");
     stick_.addFile("open/2.psb");
     chmod(stick_.path("closed").c_str(), 0300);
@@ -148,16 +110,6 @@ TEST_F(ListingLimits, giveNothingOfADirectoryThatMustNotBeRead) {
     EXPECT_THAT(backup("closed"), IsEmpty());
     EXPECT_THAT(namesOf(restore("")), UnorderedElementsAre("closed", "open"));
     EXPECT_THAT(placesOf(backup("")), ElementsAre("open 2.psb"));
-}
-
-TEST_F(ListingLimits, skipEntriesThatMustNotBeLookedAt) {
-    stick_.addFile("closed/1.psb");
-    stick_.addFile("open/2.psb");
-    chmod(stick_.path("closed").c_str(), 0600);
-    const DroppedPowers withoutPowers;
-    EXPECT_THAT(restore("closed"), IsEmpty());
-    EXPECT_THAT(placesOf(backup("")), ElementsAre("open 2.psb"));
-    EXPECT_FALSE(manager_.DeleteFile("USB_X60.1", "closed/1.psb"));
 }
 
 }  // namespace

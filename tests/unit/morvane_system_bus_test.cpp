@@ -81,7 +81,7 @@ std::string whoAnswersAt(const std::string& path) {
     return SystemBus().call(path, kControlInterface, "Quit").error;
 }
 
-TEST(BusFramework, endsTheProcessWhenNothingIsRegistered) {
+TEST(BusFramework, exits3WithoutRegisteredObjects) {
     SyslogSocket log;
     const CommandResult result =
         runForked([] { MorvaneSystemBus().ownName(kServiceName, nullptr); });
@@ -92,7 +92,7 @@ TEST(BusFramework, endsTheProcessWhenNothingIsRegistered) {
     EXPECT_THAT(log.messages(), testing::ElementsAre(errorMessage("No Interfaces Registered")));
 }
 
-TEST(BusFramework, connectsAndExportsInOrderOfRegistrationThenStartsInOrderOfItsList) {
+TEST(BusFramework, connectsAndExportsBeforeItStarts) {
     if (isFreshProcess()) {
         serve("/b", "/a");
     }
@@ -107,7 +107,7 @@ TEST(BusFramework, connectsAndExportsInOrderOfRegistrationThenStartsInOrderOfIts
     EXPECT_EQ(whoAnswersAt("/a"), "a.test.Second");
 }
 
-TEST(BusFramework, exportsASecondObjectOfTheSamePathInVainAndGoesOn) {
+TEST(BusFramework, ignoresAFailedExport) {
     if (isFreshProcess()) {
         serve("/same", "/same");
     }
@@ -122,7 +122,7 @@ TEST(BusFramework, exportsASecondObjectOfTheSamePathInVainAndGoesOn) {
     EXPECT_EQ(service.standardError(), "");
 }
 
-TEST(BusFramework, tellsTheLauncherAfterTheExportsAndRemovesTheSetAfterTheStarts) {
+TEST(BusFramework, signalsTheLauncherBetweenExportAndStart) {
     if (isFreshProcess()) {
         MorvaneSystemBus().setSemaphoreId(createSemaphore(2));
         serve("/b", "/a");
@@ -140,7 +140,7 @@ TEST(BusFramework, tellsTheLauncherAfterTheExportsAndRemovesTheSetAfterTheStarts
     EXPECT_EQ(whoAnswersAt("/b"), "a.test.First");
 }
 
-TEST(BusFramework, tellsTheLauncherWhenTheNameIsLost) {
+TEST(BusFramework, signalsTheLauncherWhenTheNameIsLost) {
     if (isFreshProcess()) {
         MorvaneSystemBus().setSemaphoreId(createSemaphore(2));
         serve("/b", "/a");
@@ -161,7 +161,7 @@ TEST(BusFramework, tellsTheLauncherWhenTheNameIsLost) {
     EXPECT_THAT(log.messages(), testing::ElementsAre(errorMessage(kLostMessage)));
 }
 
-TEST(BusFramework, asksForReplacementAndAllowsIt) {
+TEST(BusFramework, requestsAndAllowsReplacement) {
     if (isFreshProcess()) {
         serve("/b", "/a");
     }
