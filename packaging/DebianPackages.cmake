@@ -15,7 +15,7 @@ set(CPACK_COMPONENTS_ALL service)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# The two device libraries are looked for in the build folder, where the stand-ins are. No package is known to
+# The two device libraries are looked for in the build folder, where the stub libraries are. No package is known to
 # hold them, so they become no dependency: the device has them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")

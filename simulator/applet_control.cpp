@@ -52,7 +52,7 @@ void announce(MorvaneScctrl* object, const char* line) {
     logAction(kWho, "applet " + std::to_string(id));
 }
 
-// Whether the line says how a property is to be; if so it is changed, and its readers are told.
+// Whether the line sets a property. If so, changes it, and emits PropertiesChanged.
 bool setProperty(MorvaneScctrl* object, const std::string& line) {
     const std::size_t separator = line.find('=');
     const std::string name = line.substr(0, separator);

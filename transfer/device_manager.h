@@ -30,7 +30,7 @@ struct BackupRestore {
 struct Update {
     using Controller = IFUController;
     static Controller* create() { return FUCreateController(); }
-    // Null is passed on: this is how the library is told of an update that could not begin.
+    // Null is passed on: it tells the library of an update that could not begin.
     static void destroy(Controller* controller) { FUDestroyController(controller); }
     static std::int64_t check(Controller& controller, const char* path) {
         return controller.checkFirmwareFile(path);

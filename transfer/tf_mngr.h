@@ -13,9 +13,9 @@
 #include "transfer/contract.h"
 #include "transfer/records.h"
 
-// One object for the life of the process, owned by DBusInterface. A mount identifier (`mntId`)
-// names a stick as enumerateUsbSticks reports it; paths are relative to the stick and joined as
-// they come, ".." included. Every operation runs on the main-loop thread unless it says otherwise.
+// One object for each process, owned by DBusInterface. A mount identifier (`mntId`) names a stick
+// as enumerateUsbSticks reports it; paths are relative to the stick and joined unchanged, ".."
+// included. Every operation runs on the main-loop thread unless it says otherwise.
 // Nothing is locked: the workers read the job fields while the main thread may already append the
 // next job to them.
 class TfMngr {
@@ -66,7 +66,7 @@ public:
                                                       const std::string& dirPath);
 
     // The backup or update files in the tree below `dirPath` that the device manager accepts, depth
-    // first, some 30 at most. Connects to the device manager anew.
+    // first, some 30 at most. Each listing makes a connection of its own.
     std::vector<FileEntry> getBackupFilesList(const std::string& mntId, const std::string& dirPath);
     std::vector<FileEntry> getUpdateFilesList(const std::string& mntId, const std::string& dirPath);
 
@@ -183,8 +183,8 @@ private:
     // What the library may use until the controller is destroyed.
     std::unique_ptr<CConsoleLog> cachedUpdateLog_;
     std::unique_ptr<CConsoleLog> cachedBackupLog_;
-    // The job fields. Kept: texts are only ever appended to, so a second job in one life of the
-    // process works on joined texts.
+    // The job fields. Kept: strings are only ever appended to, so a second job in the same process
+    // works on joined strings.
     std::uint32_t jobBackupType_ = kRestoreJob;
     std::string jobFile_;
     std::string jobMountId_;

@@ -1,11 +1,11 @@
 // The closed device-manager client library (libDeviceManagerClient.so), as this service binds to
 // it.
 //
-// Only declarations: on the device the maker's library is behind them, on a desk the stand-in of
-// simulator/, in tests a double. Binding is by virtual-table slot, so the order of the operations
-// below is the interface; operations the service never calls are declared as reserved to keep every
-// other one in its slot. Every status is 64 bits wide and 0 means success. Texts are
-// zero-terminated and borrowed for the call.
+// Only declarations. Behind them is the manufacturer's library on the device, the stub library of
+// simulator/ on a PC, a test double in tests. Binding is by virtual-table slot, so the order of the
+// operations is the interface; operations that the service never calls are reserved, to keep every
+// other one in its slot. Every status is 64 bits wide and 0 means success. Strings end in a zero
+// byte and are borrowed for the call.
 #pragma once
 
 #include <cstdint>
