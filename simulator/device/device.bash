@@ -236,8 +236,10 @@ tellAppletControl() {
 # whose end is the service's; the service's output is in the log "service", line by line. The namespace dies with
 # the process that calls this.
 startService() {
-    "${emulator[@]}" "$build/pid-namespace" --terminal -- \
-        "${emulator[@]}" "$build/com-morvane-transfer-service" >>"$kLogs/service" 2>&1 &
+    # The service flushes only to a terminal, and its lines are wanted as they are written.
+    setpriv --pdeathsig KILL script --quiet --flush --return --command "stty -opost; exec $(
+        printf '%q ' "${emulator[@]}" "$build/pid-namespace" -- "${emulator[@]}" "$build/com-morvane-transfer-service"
+    )" /dev/null </dev/null >>"$kLogs/service" 2>&1 &
     namespace=$!
     printf '%d\n' "$namespace" >"$kRun/namespace.pid"
     if ! waitUntil "$kLimit" serviceAnswersOrEnded "$namespace" || isGone "$namespace"; then
