@@ -4,10 +4,9 @@
 
 #include <gio/gio.h>
 
+#include <array>
 #include <cstdint>
-#include <initializer_list>
 #include <new>
-#include <string>
 
 #include "simulator/device_error.h"
 #include "simulator/gobject_pointer.h"
@@ -57,7 +56,7 @@ public:
         if (connection_ == nullptr) {
             return report("connect", statusOf(DeviceManagerStatus::unreachable), error->message);
         }
-        const std::int64_t status = call("Connect", {credentialFor(textOf(credential))});
+        const std::int64_t status = request("connect", credentialFor(textOf(credential)));
         if (status != 0) {
             disconnect();
         }
@@ -74,22 +73,21 @@ public:
         report("disconnect", 0, "closed");
     }
 
-    // Calls a method of the simulator and returns the status. Only a success sets *bytes.
-    std::int64_t call(const char* method, std::initializer_list<const char*> words,
-                      std::uint64_t* bytes = nullptr) {
-        const std::string action =
-            static_cast<char>(g_ascii_tolower(*method)) + std::string(method + 1);
+    // Has the simulator carry out an operation, and returns the status. Only a success sets *bytes.
+    std::int64_t request(const char* operation, const char* first, const char* second = nullptr,
+                         std::uint64_t* bytes = nullptr) {
         if (connection_ == nullptr) {
-            return report(action, statusOf(DeviceManagerStatus::notConnected), "not connected");
+            return report(operation, statusOf(DeviceManagerStatus::notConnected), "not connected");
         }
+        const std::array<const char*, 3> strings = {textOf(first), second, nullptr};
         g_autoptr(GError) error = nullptr;
         // A check or a job takes as long as it takes: no call has a time limit.
         g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-            connection_.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, method,
-            byteStrings(words), G_VARIANT_TYPE("(xst)"), G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr,
-            &error);
+            connection_.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, "Request",
+            g_variant_new("(s^aay)", operation, strings.data()), G_VARIANT_TYPE("(xst)"),
+            G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr, &error);
         if (reply == nullptr) {
-            return report(action, statusOf(DeviceManagerStatus::unreachable), error->message);
+            return report(operation, statusOf(DeviceManagerStatus::unreachable), error->message);
         }
         gint64 status = 0;
         const char* message = nullptr;
@@ -98,7 +96,7 @@ public:
         if (status == 0 && bytes != nullptr) {
             *bytes = number;
         }
-        return report(action, status, message);
+        return report(operation, status, message);
     }
 
 private:
@@ -116,11 +114,11 @@ private:
     }
 
     // Returns the status.
-    std::int64_t report(const std::string& action, std::int64_t status, const char* message) {
+    std::int64_t report(const char* action, std::int64_t status, const char* message) {
         if (log_ != nullptr && status == 0) {
-            log_->log("%s: %s", action.c_str(), message);
+            log_->log("%s: %s", action, message);
         } else if (log_ != nullptr) {
-            log_->logError("%s: %s (status %d)", action.c_str(), message, static_cast<int>(status));
+            log_->logError("%s: %s (status %d)", action, message, static_cast<int>(status));
         }
         return status;
     }
@@ -138,16 +136,14 @@ public:
     void setLog(IBRLog* log) override { link_.setLog(log); }
 
     std::int64_t backup(const char* path, const char* kind) override {
-        return link_.call("Backup", {textOf(path), textOf(kind)});
+        return link_.request("backup", path, textOf(kind));
     }
-    std::int64_t restore(const char* path) override {
-        return link_.call("Restore", {textOf(path)});
-    }
+    std::int64_t restore(const char* path) override { return link_.request("restore", path); }
     std::int64_t getBackupSize(const char* kind, std::uint64_t* bytes) override {
-        return link_.call("GetBackupSize", {textOf(kind)}, bytes);
+        return link_.request("getBackupSize", kind, nullptr, bytes);
     }
     std::int64_t checkBackupFile(const char* path) override {
-        return link_.call("CheckBackupFile", {textOf(path)});
+        return link_.request("checkBackupFile", path);
     }
     void reserved7(const char* /*text*/) override {}
     void reserved8() override {}
@@ -163,7 +159,7 @@ public:
     }
     void disconnect() override { link_.disconnect(); }
 
-    std::int64_t update(const char* path) override { return link_.call("Update", {textOf(path)}); }
+    std::int64_t update(const char* path) override { return link_.request("update", path); }
     void reserved3() override {}
     void reserved4() override {}
     void setLog(IBRLog* log) override { link_.setLog(log); }
@@ -176,7 +172,7 @@ public:
     void reserved12() override {}
 
     std::int64_t checkFirmwareFile(const char* path) override {
-        return link_.call("CheckFirmwareFile", {textOf(path)});
+        return link_.request("checkFirmwareFile", path);
     }
 
 private:

@@ -56,12 +56,9 @@ gboolean DeviceManagerServer::onNewConnection(GDBusServer* /*server*/, GDBusConn
                                               gpointer self) {
     static constexpr GDBusInterfaceVTable kHandlers = {onMethodCall, nullptr, nullptr, {}};
     g_autoptr(GError) error = nullptr;
-    const auto offer = [&](const char* path, GDBusInterfaceInfo* interface) {
-        return g_dbus_connection_register_object(peer, path, interface, &kHandlers, self, nullptr,
-                                                 &error) != 0;
-    };
-    if (!offer(kDeviceManagerObject, morvane_devicemanager_interface_info()) ||
-        !offer(kControlObject, morvane_devicemanager_control_interface_info())) {
+    if (g_dbus_connection_register_object(peer, kDeviceManagerObject,
+                                          morvane_devicemanager_interface_info(), &kHandlers, self,
+                                          nullptr, &error) == 0) {
         logAction("new connection", error->message);
         return FALSE;
     }
@@ -82,64 +79,69 @@ void DeviceManagerServer::onClosed(GDBusConnection* peer, gboolean /*vanished*/,
 }
 
 void DeviceManagerServer::onMethodCall(GDBusConnection* /*peer*/, const char* /*sender*/,
-                                       const char* /*path*/, const char* interface,
+                                       const char* /*path*/, const char* /*interface*/,
                                        const char* method, GVariant* parameters,
                                        GDBusMethodInvocation* invocation, gpointer self) {
     auto& server = *static_cast<DeviceManagerServer*>(self);
-    std::vector<std::string> words;
-    for (gsize i = 0; i < g_variant_n_children(parameters); ++i) {
-        g_autoptr(GVariant) word = g_variant_get_child_value(parameters, i);
-        words.emplace_back(g_variant_get_bytestring(word));
-    }
-    if (interface == std::string(kOrderInterface)) {
-        server.order(words[0], words[1], invocation);
+    if (method == std::string("Order")) {
+        const char* order = nullptr;
+        const char* value = nullptr;
+        g_variant_get(parameters, "(^&ay^&ay)", &order, &value);
+        server.order(order, value, invocation);
         return;
     }
-    Call call = server.callFor(method, words);
+    const char* operation = nullptr;
+    g_autofree const char** strings = nullptr;
+    g_variant_get(parameters, "(&s^a&ay)", &operation, &strings);
+    const auto textAt = [&](guint index) {
+        return std::string(index < g_strv_length(const_cast<char**>(strings)) ? strings[index]
+                                                                              : "");
+    };
+    Call call = server.callFor(operation, textAt(0), textAt(1));
     call.invocation = invocation;
     server.start(call);
 }
 
-// What a method is called in the log, and what the device does for it.
-DeviceManagerServer::Call DeviceManagerServer::callFor(const std::string& method,
-                                                       const std::vector<std::string>& words) {
-    const std::string word = words[0];
-    if (method == "Connect") {
-        return {kConnect, false, [=] { return accept(word); }};
+// What an operation is called in the log, and what the device does for it.
+DeviceManagerServer::Call DeviceManagerServer::callFor(const std::string& operation,
+                                                       const std::string& first,
+                                                       const std::string& second) {
+    if (operation == kConnect) {
+        return {kConnect, false, [=] { return accept(first); }};
     }
-    if (method == "Backup") {
-        const auto work = [=, kind = words[1]] {
-            const auto bytes = device_.backup(word, kind, behaviour_.pace());
+    if (operation == "backup") {
+        const auto work = [=] {
+            const auto bytes = device_.backup(first, second, behaviour_.pace());
             return Outcome{"done, " + std::to_string(bytes) + " bytes"};
         };
-        return {"backup " + words[1] + " to " + word, true, work};
+        return {"backup " + second + " to " + first, true, work};
     }
-    if (method == "Restore") {
+    if (operation == "restore") {
         const auto work = [=] {
-            return Outcome{"done, " + device_.restore(word, behaviour_.pace())};
+            return Outcome{"done, " + device_.restore(first, behaviour_.pace())};
         };
-        return {"restore from " + word, true, work};
+        return {"restore from " + first, true, work};
     }
-    if (method == "Update") {
+    if (operation == "update") {
         const auto work = [=] {
-            return Outcome{"done, firmware " + device_.update(word, behaviour_.pace())};
+            return Outcome{"done, firmware " + device_.update(first, behaviour_.pace())};
         };
-        return {"update from " + word, true, work};
+        return {"update from " + first, true, work};
     }
-    if (method == "GetBackupSize") {
+    if (operation == "getBackupSize") {
         const auto work = [=] {
-            const auto needed = device_.backupSize(word);
+            const auto needed = device_.backupSize(first);
             const auto bytes = behaviour_.now().reportedSize.value_or(needed);
             return Outcome{std::to_string(bytes) + " bytes", bytes};
         };
-        return {"size of backup " + word, false, work};
+        return {"size of backup " + first, false, work};
     }
-    if (method == "CheckBackupFile") {
-        const auto work = [=] { return Outcome{"acceptable, " + device_.checkBackupFile(word)}; };
-        return {"check backup file " + word, false, work};
+    if (operation == "checkBackupFile") {
+        const auto work = [=] { return Outcome{"acceptable, " + device_.checkBackupFile(first)}; };
+        return {"check backup file " + first, false, work};
     }
-    const auto work = [=] { return Outcome{"acceptable, " + device_.checkFirmwareFile(word)}; };
-    return {"check firmware file " + word, false, work};
+    const auto work = [=] { return Outcome{"acceptable, " + device_.checkFirmwareFile(first)}; };
+    return {"check firmware file " + first, false, work};
 }
 
 DeviceManagerServer::Outcome DeviceManagerServer::accept(const std::string& credential) {

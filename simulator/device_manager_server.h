@@ -9,7 +9,6 @@
 #include <future>
 #include <list>
 #include <string>
-#include <vector>
 
 #include "simulator/gobject_pointer.h"
 #include "simulator/simulated_device.h"
@@ -47,7 +46,7 @@ private:
                              const char* interface, const char* method, GVariant* parameters,
                              GDBusMethodInvocation* invocation, gpointer self);
 
-    Call callFor(const std::string& method, const std::vector<std::string>& words);
+    Call callFor(const std::string& operation, const std::string& first, const std::string& second);
     Outcome accept(const std::string& credential);
     void order(const std::string& order, const std::string& value,
                GDBusMethodInvocation* invocation);

@@ -3,8 +3,6 @@
 
 #include <gio/gio.h>
 
-#include <initializer_list>
-
 #include "simulator/gobject_pointer.h"
 #include "transfer/contract.h"
 
@@ -12,16 +10,6 @@ constexpr const char* kDeviceManagerObject = "/deviceManager";
 constexpr const char* kDeviceManagerInterface = "com.morvane.devicemanager";
 constexpr const char* kControlObject = "/control";
 constexpr const char* kOrderInterface = "com.morvane.devicemanager.control";
-
-// The arguments of a call: byte strings, because a path may hold any bytes. Floating.
-inline GVariant* byteStrings(std::initializer_list<const char*> words) {
-    GVariantBuilder builder;
-    g_variant_builder_init(&builder, G_VARIANT_TYPE_TUPLE);
-    for (const char* word : words) {
-        g_variant_builder_add_value(&builder, g_variant_new_bytestring(word));
-    }
-    return g_variant_builder_end(&builder);
-}
 
 inline gboolean isAnonymousMechanism(GDBusAuthObserver* /*observer*/, const char* mechanism,
                                      gpointer /*data*/) {

@@ -123,9 +123,9 @@ std::string giveOrder(int port, const char* order, const std::string& value) {
         failUnreachable(error);
     }
     g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        connection.get(), nullptr, kControlObject, kOrderInterface, "Order",
-        byteStrings({order, value.c_str()}), G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, -1,
-        nullptr, &error);
+        connection.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, "Order",
+        g_variant_new("(^ay^ay)", order, value.c_str()), G_VARIANT_TYPE("(s)"),
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
     if (reply == nullptr) {
         failUnreachable(error);
     }

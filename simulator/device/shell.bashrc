@@ -18,7 +18,7 @@ complete -o dirnames -F completeDevice device
 
 cat <<'END'
 
-You are inside the simulated device: a world of its own that ends, with everything in it, when you leave.
+You are inside the simulated device: a sandbox that ends, with everything in it, when you leave.
 
   /media/usb/USB_X60.1, USB_X60.2    two sticks; the second holds the update file device.fwf
   /mnt/usrdata/device                the device: settings, recipes, users, firmware

@@ -1,10 +1,11 @@
-// The stand-in client library and the simulator process, talking to each other.
+// The stub of the client library and the simulator process, talking to each other.
 #include "transfer/platform/device_manager_client.h"
 
 #include <gio/gio.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -20,14 +21,14 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST_F(DeviceManagerClient, cannotConnectWhenNobodyListens) {
+TEST_F(DeviceManagerClient, failsToConnectWhenNobodyListens) {
     EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kUnreachable);
     EXPECT_THAT(log_.messages, HasSubstr("error connect: "));
     const Update update(FUCreateController());
     EXPECT_EQ(update->connect(kEndpoint, ""), kUnreachable);
 }
 
-TEST_F(DeviceManagerClient, cannotConnectToWhatIsNoEndpoint) {
+TEST_F(DeviceManagerClient, failsToConnectToMalformedEndpoint) {
     const BackupRestore controller = backupRestore();
     for (const char* endpoint :
          {"", ":", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:70000", "[::1", "a b"}) {
@@ -36,7 +37,7 @@ TEST_F(DeviceManagerClient, cannotConnectToWhatIsNoEndpoint) {
     EXPECT_NE(controller->connect(nullptr, nullptr), 0);
 }
 
-TEST_F(DeviceManagerClient, takesTheCredentialFromTheLogObject) {
+TEST_F(DeviceManagerClient, takesCredentialFromLogObject) {
     start();
     const BackupRestore controller = connected();
     EXPECT_EQ(log_.asked, 1);
@@ -46,7 +47,7 @@ TEST_F(DeviceManagerClient, takesTheCredentialFromTheLogObject) {
     EXPECT_THAT(log_.messages, HasSubstr("log disconnect: closed\n"));
 }
 
-TEST_F(DeviceManagerClient, isRefusedWithoutTheRightCredential) {
+TEST_F(DeviceManagerClient, isRefusedWithWrongCredential) {
     start();
     const std::string right = *log_.credential;
     const BackupRestore controller = backupRestore();
@@ -62,7 +63,7 @@ TEST_F(DeviceManagerClient, isRefusedWithoutTheRightCredential) {
     EXPECT_EQ(controller->connect(kEndpoint, ""), 0);
 }
 
-TEST_F(DeviceManagerClient, prefersAGivenCredentialToTheLogObjects) {
+TEST_F(DeviceManagerClient, prefersGivenCredential) {
     start();
     const std::string right = *log_.credential;
     log_.credential = "wrong";
@@ -70,7 +71,7 @@ TEST_F(DeviceManagerClient, prefersAGivenCredentialToTheLogObjects) {
     EXPECT_EQ(log_.asked, 0);
 }
 
-TEST_F(DeviceManagerClient, worksWithoutALogObjectWhereNoCredentialIsAskedFor) {
+TEST_F(DeviceManagerClient, worksWithoutLogObject) {
     start({"--credential-record="});
     const BackupRestore controller(BRCreateController());
     std::uint64_t bytes = 0;
@@ -80,7 +81,7 @@ TEST_F(DeviceManagerClient, worksWithoutALogObjectWhereNoCredentialIsAskedFor) {
     EXPECT_GT(bytes, 0U);
 }
 
-TEST_F(DeviceManagerClient, isRefusedWhenTheRecordIsGoneOrNoRecord) {
+TEST_F(DeviceManagerClient, isRefusedWhenRecordIsUnusable) {
     start();
     const BackupRestore controller = backupRestore();
     for (const std::string& record : {std::string("short"), readFile(record_) + "x"}) {
@@ -91,7 +92,7 @@ TEST_F(DeviceManagerClient, isRefusedWhenTheRecordIsGoneOrNoRecord) {
     EXPECT_EQ(controller->connect(kEndpoint, ""), kRefused);
 }
 
-TEST_F(DeviceManagerClient, anExistingRecordIsKept) {
+TEST_F(DeviceManagerClient, connectsWithExistingRecord) {
     const std::string record = std::string(64, 'a') + std::string(64, 'b');
     std::filesystem::create_directories(folder_.path("persistent"));
     writeFile(record_, record);
@@ -100,7 +101,7 @@ TEST_F(DeviceManagerClient, anExistingRecordIsKept) {
     connected();
 }
 
-TEST_F(DeviceManagerClient, callsOutsideAConnectionFail) {
+TEST_F(DeviceManagerClient, failsOutsideConnection) {
     start();
     const BackupRestore controller = backupRestore();
     const auto allFail = [&] {
@@ -123,14 +124,15 @@ TEST_F(DeviceManagerClient, callsOutsideAConnectionFail) {
     EXPECT_EQ(update->checkFirmwareFile(updateFile_.c_str()), kNotConnected);
 }
 
-TEST_F(DeviceManagerClient, theSimulatorItselfAnswersAfterConnectOnly) {
+TEST_F(DeviceManagerClient, isAnsweredAfterConnectOnly) {
     start();
     const GObjectPointer<GDBusConnection> peer = openPeer();
     ASSERT_NE(peer, nullptr);
     g_autoptr(GError) error = nullptr;
+    const std::array<const char*, 3> strings = {file_.c_str(), "recipes", nullptr};
     g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        peer.get(), nullptr, kDeviceManagerObject, "com.morvane.devicemanager", "Backup",
-        g_variant_new("(^ay^ay)", file_.c_str(), "recipes"), G_VARIANT_TYPE("(xst)"),
+        peer.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, "Request",
+        g_variant_new("(s^aay)", "backup", strings.data()), G_VARIANT_TYPE("(xst)"),
         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
     ASSERT_NE(reply, nullptr) << error->message;
     gint64 status = 0;
@@ -165,7 +167,7 @@ TEST_F(DeviceManagerClient, backsUpChecksAndRestores) {
     EXPECT_TRUE(simulator_->waitForOutput("restore from " + file_ + ": done"));
 }
 
-TEST_F(DeviceManagerClient, refusalsOfTheDeviceAreHandedOn) {
+TEST_F(DeviceManagerClient, passesRefusalsOn) {
     start();
     const BackupRestore controller = connected();
     std::uint64_t bytes = 7;
@@ -176,7 +178,7 @@ TEST_F(DeviceManagerClient, refusalsOfTheDeviceAreHandedOn) {
     EXPECT_THAT(log_.messages, HasSubstr("error restore: cannot open: No such file"));
 }
 
-TEST_F(DeviceManagerClient, nullTextsCountAsEmpty) {
+TEST_F(DeviceManagerClient, takesNullForEmptyString) {
     start();
     const BackupRestore controller = connected();
     EXPECT_NE(controller->backup(nullptr, nullptr), 0);
@@ -188,7 +190,7 @@ TEST_F(DeviceManagerClient, nullTextsCountAsEmpty) {
     EXPECT_NE(update->checkFirmwareFile(nullptr), 0);
 }
 
-TEST_F(DeviceManagerClient, fileNamesMayHoldAnyBytes) {
+TEST_F(DeviceManagerClient, passesAnyBytesInFileNames) {
     start();
     const std::string path = folder_.path("\xFF\x1B[31m\n'\".psb");
     const BackupRestore controller = connected();
@@ -197,7 +199,7 @@ TEST_F(DeviceManagerClient, fileNamesMayHoldAnyBytes) {
     EXPECT_TRUE(simulator_->waitForOutput("\\xff\\x1b[31m\\x0a'\".psb: done"));
 }
 
-TEST_F(DeviceManagerClient, updates) {
+TEST_F(DeviceManagerClient, updatesFirmware) {
     makeUpdateFile();
     start();
     const Update controller = connectedUpdate();
@@ -208,12 +210,12 @@ TEST_F(DeviceManagerClient, updates) {
     controller->disconnect();
 }
 
-TEST_F(DeviceManagerClient, destroysANullUpdateController) {
+TEST_F(DeviceManagerClient, destroysNullUpdateController) {
     FUDestroyController(nullptr);
     EXPECT_NE(Update(FUCreateController()), nullptr);
 }
 
-TEST_F(DeviceManagerClient, separateControllersWorkOnSeparateThreads) {
+TEST_F(DeviceManagerClient, worksOnSeparateThreads) {
     start();
     const std::string credential = *log_.credential;
     const BackupRestore first = connected();

@@ -14,7 +14,7 @@
 namespace test_support {
 namespace {
 
-TEST(DeviceManagerSimulator, saysInOneLineThatThePortIsBusy) {
+TEST(DeviceManagerSimulator, refusesBusyPort) {
     const TemporaryDirectory folder;
     const std::string path = buildPath("device-manager-simulator");
     const std::vector<std::string> options = {"--state", folder.path("first"),
@@ -29,7 +29,7 @@ TEST(DeviceManagerSimulator, saysInOneLineThatThePortIsBusy) {
     EXPECT_FALSE(exists(folder.path("second")));
 }
 
-TEST(DeviceManagerSimulator, takesAnyFreePortOnDemand) {
+TEST(DeviceManagerSimulator, takesFreePort) {
     const TemporaryDirectory folder;
     ChildProcess simulator(
         runnable(buildPath("device-manager-simulator"),
@@ -42,7 +42,7 @@ TEST(DeviceManagerSimulator, takesAnyFreePortOnDemand) {
     EXPECT_EQ(BackupRestore(BRCreateController())->connect(endpoint.c_str(), ""), 0) << endpoint;
 }
 
-TEST(DeviceManagerSimulator, explainsWhatItCannotDo) {
+TEST(DeviceManagerSimulator, refusesWrongOptions) {
     const TemporaryDirectory folder;
     writeFile(folder.path("file"), "");
     const std::vector<std::pair<std::vector<std::string>, int>> cases = {
