@@ -64,7 +64,7 @@ TEST_F(SimulatedAppletControl, hasTwoReadableProperties) {
     EXPECT_EQ(domain(), "morvane.com");
 }
 
-TEST_F(SimulatedAppletControl, tellsTheReadersOfItsPropertiesAboutChanges) {
+TEST_F(SimulatedAppletControl, announcesChangedProperties) {
     tell("organizationName=A=b \xC3\xBC");
     EXPECT_TRUE(waitFor([&] { return name() == "A=b \xC3\xBC"; })) << name();
     tell("organizationDomain=");
@@ -84,7 +84,7 @@ TEST_F(SimulatedAppletControl, announcesApplets) {
     EXPECT_THAT(announced, testing::ElementsAre(256, -2147483648));
 }
 
-TEST_F(SimulatedAppletControl, saysWhatItCannotFollow) {
+TEST_F(SimulatedAppletControl, logsLinesThatMakeNoSense) {
     for (const char* line : {"x", "", "2147483648", "1 ", "other=1"}) {
         tell(line);
         EXPECT_TRUE(process_->waitForOutput(std::string("no applet id: ") + line + "\n"));

@@ -81,7 +81,7 @@ TEST_F(BackupArchive, isRefusedWhenCutAnywhere) {
 }
 
 // Some bits of a frame mean nothing to a reader: then the content is what was written.
-TEST_F(BackupArchive, isNeverReadAlteredWhenABitIsFlipped) {
+TEST_F(BackupArchive, isNeverReadAlteredAfterFlippedBit) {
     writeArchive(file_, small_);
     const std::string whole = readFile(file_);
     std::size_t refused = 0;
@@ -99,7 +99,7 @@ TEST_F(BackupArchive, isNeverReadAlteredWhenABitIsFlipped) {
     EXPECT_GT(refused, 7 * whole.size());
 }
 
-TEST_F(BackupArchive, isRefusedWhenItIsForeign) {
+TEST_F(BackupArchive, isRefusedWhenForeign) {
     writeArchive(file_, small_);
     const std::string whole = readFile(file_);
     for (const std::string& bytes :
@@ -110,7 +110,7 @@ TEST_F(BackupArchive, isRefusedWhenItIsForeign) {
     }
 }
 
-TEST_F(BackupArchive, isRefusedWhenItIsNoRegularFile) {
+TEST_F(BackupArchive, isRefusedWhenNoRegularFile) {
     const std::string pipe = folder_.path("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_EQ(refusalOf(folder_.path()), "not a regular file");
@@ -139,12 +139,12 @@ TEST_F(BackupArchive, growsAndIsRefusedUntilItIsWhole) {
     EXPECT_GT(sizes.size(), 10U);
 }
 
-TEST_F(BackupArchive, isRemovedWhenItIsGivenUp) {
+TEST_F(BackupArchive, isRemovedWhenGivenUp) {
     EXPECT_THROW(writeArchive(file_, small_, giveUp), GivenUp);
     EXPECT_FALSE(test_support::exists(file_));
 }
 
-TEST_F(BackupArchive, isRemovedWhenItDoesNotFit) {
+TEST_F(BackupArchive, isRemovedWhenStickIsFull) {
     const test_support::Mount stick(folder_.path("small"), "tmpfs", "tmpfs", 0, "size=64k");
     const std::string path = folder_.path("small/a.psb");
     EXPECT_THROW(writeArchive(path, large_), ArchiveError);

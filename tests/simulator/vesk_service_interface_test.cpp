@@ -1,4 +1,4 @@
-// The stand-in settings library: reads the simulated device's settings.
+// The stub of the settings library: reads the simulated device's settings.
 #include "transfer/platform/vesk_service_interface.h"
 
 #include <gtest/gtest.h>

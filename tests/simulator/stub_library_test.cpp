@@ -13,7 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST(StandInLibraries, exportTheirInterfacesOnly) {
+TEST(StubLibrary, exportsItsInterfaceOnly) {
     const auto names = [](const std::string& library) {
         return runCommand({"nm", "-D", "--defined-only", "-f", "posix", "-C", buildPath(library)});
     };
@@ -27,7 +27,7 @@ TEST(StandInLibraries, exportTheirInterfacesOnly) {
     EXPECT_THAT(vesk.output, testing::MatchesRegex("(VeskServiceInterface::[^\n]*\n)+"));
 }
 
-TEST(StandInLibraries, bearTheirNamesWithoutAVersion) {
+TEST(StubLibrary, hasPlainNameAsSoname) {
     for (const std::string library : {"libDeviceManagerClient.so", "libVesk.so"}) {
         const auto result = runCommand({"readelf", "-d", buildPath(library)});
         ASSERT_EQ(result.end, exited(0)) << result.error;
@@ -36,7 +36,7 @@ TEST(StandInLibraries, bearTheirNamesWithoutAVersion) {
     }
 }
 
-TEST(TransferScript, notesItsArgumentsAsOneLine) {
+TEST(TransferScript, writesItsArgumentsAsOneLine) {
     const std::string script = sourcePath("simulator/transfer.sh");
     const std::string before = readFile("/run/log/transfer-script");
     EXPECT_EQ(runCommand({"/bin/sh", script, "TF_STATE_SNC_START", "true", "true"}).end, exited(0));
