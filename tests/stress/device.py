@@ -44,9 +44,13 @@ def stick(number):
 
 def plug(number, files):
     """Mounts an empty stick and writes files, relative paths as bytes, into it."""
-    path = stick(number)
-    path.mkdir(parents=True, exist_ok=True)
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", f"/dev/sd{'abcd'[number - 1]}1", path], check=True)
+    source, path = f"/dev/sd{'abcd'[number - 1]}1", stick(number)
+
+    def mount():
+        path.mkdir(parents=True, exist_ok=True)  # a call may remove it again before the mount
+        return subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", source, path], check=False).returncode == 0
+    if not wait_until(mount):
+        raise RuntimeError(f"cannot mount {path}")
     fill(number, files)
 
 
