@@ -117,7 +117,7 @@ Orders enter(const Controller* controller, const std::string& operation,
     if (!controller->destroyed) {
         useLog(*controller, orders.text("log", kHarmlessLogSlots));
     }
-    orders.waitOrExit();
+    orders.misuseOrWait();
     return orders;
 }
 
@@ -240,7 +240,7 @@ Controller* create(const std::string& kind, const Slot* table) {
     const Orders orders(kind + ".create");
     if (orders.has("null")) {
         record("call", kind + "CreateController() = null");
-        orders.waitOrExit();
+        orders.misuseOrWait();
         return nullptr;
     }
     auto* controller = new Controller;
@@ -252,7 +252,7 @@ Controller* create(const std::string& kind, const Slot* table) {
         controllers().push_back(controller);
     }
     record("call", kind + "CreateController() = " + nameOf(controller));
-    orders.waitOrExit();
+    orders.misuseOrWait();
     return controller;
 }
 
@@ -271,7 +271,7 @@ void destroy(Controller* controller, const std::string& kind) {
     record("call", name + "(" + nameOf(controller) + ")");
     const Orders orders(kind + ".destroy");
     if (controller == nullptr) {
-        orders.waitOrExit();
+        orders.misuseOrWait();
         return;
     }
     if (controller->kind != kind || controller->destroyed) {
@@ -280,7 +280,7 @@ void destroy(Controller* controller, const std::string& kind) {
     }
     useLog(*controller, orders.text("log", kHarmlessLogSlots));
     controller->destroyed = true;
-    orders.waitOrExit();
+    orders.misuseOrWait();
 }
 
 }  // namespace

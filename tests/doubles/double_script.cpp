@@ -109,12 +109,9 @@ std::uint64_t Orders::size(const std::string& key, std::uint64_t otherwise) cons
     return has(key) ? std::strtoull(text(key).c_str(), nullptr, 10) : otherwise;
 }
 
-void Orders::waitOrExit() const {
+void Orders::misuseOrWait() const {
     if (has("misuse")) {
         misuseMemory();
-    }
-    if (has("exit")) {
-        _exit(static_cast<int>(number("exit")));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(number("delay")));
     while (has("hang") && !exists(text("hang"))) {

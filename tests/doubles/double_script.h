@@ -35,8 +35,8 @@ public:
     // All values of a key that may stand several times.
     std::vector<std::string> all(const std::string& key) const;
 
-    // Does what "misuse", "exit", "delay" and "hang" ask for, in that order.
-    void waitOrExit() const;
+    // Does what "misuse", "delay" and "hang" ask for, in that order.
+    void misuseOrWait() const;
 
 private:
     struct Order {

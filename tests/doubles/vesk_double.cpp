@@ -38,14 +38,14 @@ int VeskServiceInterface::startTransaction(bool first, bool second) {
         record("violation", "Vesk.startTransaction without an object");
     }
     const Orders orders("Vesk.startTransaction");
-    orders.waitOrExit();
+    orders.misuseOrWait();
     return static_cast<int>(orders.number("status"));
 }
 
 int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
     record("call", "Vesk.getValue(\"" + key + "\")");
     const Orders orders("Vesk.getValue");
-    orders.waitOrExit();
+    orders.misuseOrWait();
     if (orders.has("value")) {
         value = orders.text("value");
     }
@@ -54,5 +54,5 @@ int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
 
 void VeskServiceInterface::stopTransaction() {
     record("call", "Vesk.stopTransaction()");
-    Orders("Vesk.stopTransaction").waitOrExit();
+    Orders("Vesk.stopTransaction").misuseOrWait();
 }
