@@ -44,6 +44,16 @@ missingPackages() {
     comm -23 <(printf '%s\n' "${wanted[@]}" | sort -u) <(installedOf "${wanted[@]}" | sort -u)
 }
 
+codename() {
+    (. /etc/os-release && printf '%s' "$VERSION_CODENAME")
+}
+
+# mirror: where this machine gets the distribution from.
+mirror() {
+    # shellcheck disable=SC2016 # it is apt-get that expands it
+    apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' "Codename: $(codename)" | sed 1q
+}
+
 # packagesOf GROUP: prints what that group of scripts/packages names, in one line.
 packagesOf() {
     sed -n "s/^$1: *//p" "$project/scripts/packages"
