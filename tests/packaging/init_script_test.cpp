@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/bus/bus_daemon.h"
@@ -102,7 +105,7 @@ protected:
     NamespaceProcess namespace_{{"sh", "-c", "echo the namespace is there; exec sleep infinity"}};
 };
 
-TEST_P(InitScript, startsTheServiceSoThatItAnswersOnce) {
+TEST_P(InitScript, startsServiceOnce) {
     EXPECT_THAT(run("status"), ended(3, "does not run"));
     EXPECT_THAT(run("start"), ended(0, "started"));
     const std::optional<pid_t> first = service();
@@ -113,7 +116,7 @@ TEST_P(InitScript, startsTheServiceSoThatItAnswersOnce) {
     EXPECT_TRUE(first);
 }
 
-TEST_P(InitScript, stopsTheServiceBeforeItReturns) {
+TEST_P(InitScript, stopsServiceAndKeepsLockFile) {
     ASSERT_THAT(run("start"), ended(0, "started"));
     const pid_t first = service().value_or(0);
     EXPECT_THAT(run("stop"), ended(0, "stopped"));
@@ -123,7 +126,7 @@ TEST_P(InitScript, stopsTheServiceBeforeItReturns) {
     EXPECT_THAT(run("stop"), ended(0, "does not run"));
 }
 
-TEST_P(InitScript, restartsIntoAnotherLife) {
+TEST_P(InitScript, restartsAsAnotherProcess) {
     EXPECT_THAT(run("try-restart"), ended(0, ""));
     EXPECT_FALSE(service());
     EXPECT_THAT(run("restart"), ended(0, "started"));
@@ -133,24 +136,47 @@ TEST_P(InitScript, restartsIntoAnotherLife) {
     EXPECT_TRUE(first && second && first != second);
 }
 
-TEST_P(InitScript, failsWhenTheNameIsTaken) {
+// Frozen, the service takes the signal only after a while.
+TEST_P(InitScript, stopWaitsForServiceToEnd) {
+    ASSERT_THAT(run("start"), ended(0, "started"));
+    const pid_t process = service().value_or(0);
+    ASSERT_EQ(kill(process, SIGSTOP), 0);
+    std::thread thaw([process] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        kill(process, SIGCONT);
+    });
+    EXPECT_THAT(run("stop"), ended(0, "stopped"));
+    EXPECT_FALSE(isRunning(process));
+    thaw.join();
+}
+
+TEST_P(InitScript, refusesUnknownAction) {
+    EXPECT_THAT(run("begin"), ended(2, "usage"));
+}
+
+TEST(InitScriptHeader, ordersStartAfterBus) {
+    EXPECT_THAT(readFile(buildPath(kBuiltScript)),
+                HasSubstr("# Required-Start:    $local_fs $remote_fs $syslog dbus\n"));
+}
+
+TEST_P(InitScript, failsWhenNameIsTaken) {
     const SystemBus owner;
     ASSERT_TRUE(owner.ownName(kServiceName));
     EXPECT_THAT(run("start"), ended(1, "not started"));
     EXPECT_THAT(run("status"), ended(3, "does not run"));
 }
 
-TEST_P(InitScript, failsWithoutABus) {
+TEST_P(InitScript, failsWithoutBus) {
     const BusOutage outage;
     EXPECT_THAT(run("start"), ended(1, "not started"));
 }
 
-TEST_P(InitScript, passesOnTheStatusOfAServiceThatDiesInItsStart) {
+TEST_P(InitScript, failsWhenServiceDiesInStart) {
     const TransferScript script("kill -KILL \"$(cat /var/lock/com.morvane.transfer.pid)\"");
     EXPECT_THAT(run("start"), ended(1, "not started"));
 }
 
-TEST_P(InitScript, failsWithoutTheProgram) {
+TEST_P(InitScript, failsWithoutProgram) {
     writeScript("/nonexistent/service");
     EXPECT_THAT(run("start"), ended(5, "not installed"));
     EXPECT_THAT(run("stop"), ended(0, "does not run"));
