@@ -30,28 +30,30 @@ constexpr std::pair<const char*, std::string Archive::*> kManifestKeys[] = {
     {"Firmware", &Archive::firmware},
 };
 
-struct EntryFree {
-    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
+template <auto Release>
+struct ReleaseWith {
+    template <typename Object>
+    void operator()(Object* object) const {
+        Release(object);
+    }
 };
-struct WriterFree {
-    void operator()(archive* writer) const { archive_write_free(writer); }
-};
-struct ReaderFree {
-    void operator()(archive* reader) const { archive_read_free(reader); }
-};
-struct ContextFree {
-    void operator()(ZSTD_CCtx* context) const { ZSTD_freeCCtx(context); }
-};
-using Reader = std::unique_ptr<archive, ReaderFree>;
+using Reader = std::unique_ptr<archive, ReleaseWith<archive_read_free>>;
+using Writer = std::unique_ptr<archive, ReleaseWith<archive_write_free>>;
+using Entry = std::unique_ptr<archive_entry, ReleaseWith<archive_entry_free>>;
+using Compressor = std::unique_ptr<ZSTD_CCtx, ReleaseWith<ZSTD_freeCCtx>>;
 
-[[noreturn]] void failWithErrno(const char* action) {
-    throw ArchiveError(std::string(action) + ": " + std::generic_category().message(errno));
+[[noreturn]] void refuse(const std::string& reason) {
+    throw DeviceError(DeviceManagerStatus::unusableFile, reason);
+}
+
+[[noreturn]] void failWithErrno(const char* action, DeviceManagerStatus status) {
+    throw DeviceError(status, std::string(action) + ": " + std::generic_category().message(errno));
 }
 
 void require(bool done, archive* handle) {
     if (!done) {
         const char* const reason = archive_error_string(handle);
-        throw ArchiveError(reason == nullptr ? "not a backup or update file" : reason);
+        refuse(reason == nullptr ? "not a backup or update file" : reason);
     }
 }
 
@@ -71,7 +73,7 @@ void parseManifest(const std::string& text, Archive& content) {
     for (const auto& [key, value] : kManifestKeys) {
         g_autofree char* found = g_key_file_get_string(file, kManifestGroup, key, nullptr);
         if (found == nullptr) {
-            throw ArchiveError(std::string("bad manifest: no ") + key);
+            refuse(std::string("bad manifest: no ") + key);
         }
         content.*value = found;
     }
@@ -83,7 +85,7 @@ la_ssize_t appendBlock(archive* /*writer*/, void* target, const void* bytes, std
 }
 
 void addMember(archive* writer, const std::string& name, const std::string& bytes) {
-    const std::unique_ptr<archive_entry, EntryFree> entry(archive_entry_new());
+    const Entry entry(archive_entry_new());
     archive_entry_set_pathname(entry.get(), name.c_str());
     archive_entry_set_filetype(entry.get(), AE_IFREG);
     archive_entry_set_perm(entry.get(), 0644);
@@ -97,7 +99,7 @@ void addMember(archive* writer, const std::string& name, const std::string& byte
 // GNU tar takes long names and any bytes in them without asking for a locale.
 std::string tarOf(const Archive& content) {
     std::string tar;
-    const std::unique_ptr<archive, WriterFree> writer(archive_write_new());
+    const Writer writer(archive_write_new());
     require(archive_write_set_format_gnutar(writer.get()) == ARCHIVE_OK &&
                 archive_write_open(writer.get(), &tar, nullptr, appendBlock, nullptr) == ARCHIVE_OK,
             writer.get());
@@ -110,13 +112,13 @@ std::string tarOf(const Archive& content) {
 }
 
 std::string compressed(const std::string& bytes) {
-    const std::unique_ptr<ZSTD_CCtx, ContextFree> context(ZSTD_createCCtx());
+    const Compressor context(ZSTD_createCCtx());
     ZSTD_CCtx_setParameter(context.get(), ZSTD_c_checksumFlag, 1);
     std::string frame(ZSTD_compressBound(bytes.size()), '\0');
     const std::size_t size =
         ZSTD_compress2(context.get(), frame.data(), frame.size(), bytes.data(), bytes.size());
     if (ZSTD_isError(size) != 0) {
-        throw ArchiveError(ZSTD_getErrorName(size));
+        throw DeviceError(DeviceManagerStatus::failed, ZSTD_getErrorName(size));
     }
     frame.resize(size);
     return frame;
@@ -145,14 +147,16 @@ std::string uncompressed(std::FILE* file) {
 }  // namespace
 
 // Devices and pipes are turned away before they are opened: opening one may wait for ever.
-OpenFile::OpenFile(std::string path, const char* mode) : path_(std::move(path)) {
+OpenFile::OpenFile(std::string path, const char* mode)
+    : path_(std::move(path)),
+      failure_(*mode == 'w' ? DeviceManagerStatus::failed : DeviceManagerStatus::unusableFile) {
     struct stat status {};
     if (stat(path_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-        throw ArchiveError("not a regular file");
+        throw DeviceError(failure_, "not a regular file");
     }
     file_.reset(std::fopen(path_.c_str(), mode));
     if (file_ == nullptr) {
-        failWithErrno("cannot open");
+        failWithErrno("cannot open", failure_);
     }
 }
 
@@ -165,7 +169,7 @@ bool OpenFile::isInPlace() const {
 
 void OpenFile::requireInPlace() const {
     if (!isInPlace()) {
-        throw ArchiveError("the file is gone");
+        throw DeviceError(failure_, "the file is gone");
     }
 }
 
@@ -179,7 +183,7 @@ std::uint64_t writeArchive(const std::string& path, const Archive& content, cons
     std::setvbuf(file.get(), nullptr, _IONBF, 0);
     const auto write = [&](std::size_t begin, std::size_t end) {
         if (std::fwrite(bytes.data() + begin, 1, end - begin, file.get()) != end - begin) {
-            failWithErrno("cannot write");
+            failWithErrno("cannot write", DeviceManagerStatus::failed);
         }
     };
     try {
@@ -196,7 +200,7 @@ std::uint64_t writeArchive(const std::string& path, const Archive& content, cons
         }
         write(most, bytes.size());
         if (fsync(fileno(file.get())) != 0) {
-            failWithErrno("cannot write");
+            failWithErrno("cannot write", DeviceManagerStatus::failed);
         }
         return bytes.size();
     } catch (...) {
@@ -222,7 +226,7 @@ Archive readArchive(const OpenFile& file) {
         const char* const name = archive_entry_pathname(entry);
         const auto size = static_cast<std::uint64_t>(archive_entry_size(entry));
         if (name == nullptr || archive_entry_filetype(entry) != AE_IFREG || size > tar.size()) {
-            throw ArchiveError("a member is not a plain file");
+            refuse("a member is not a plain file");
         }
         std::string& bytes = content.members[name];
         bytes.resize(static_cast<std::size_t>(size));

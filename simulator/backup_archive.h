@@ -6,14 +6,9 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <stdexcept>
 #include <string>
 
-// Why a file cannot be written, or is no whole archive; what() says it in words.
-class ArchiveError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+#include "simulator/device_error.h"
 
 // Called at each step of a job: how much is done, and how much there is. It may sleep, and it ends
 // the job by throwing.
@@ -33,12 +28,12 @@ struct Archive {
 // could be used on.
 class OpenFile {
 public:
-    // Opens a regular file as fopen does. Throws ArchiveError.
+    // Opens a regular file as fopen does. Throws DeviceError.
     OpenFile(std::string path, const char* mode);
     std::FILE* get() const { return file_.get(); }
     // Whether the path still names the open file.
     bool isInPlace() const;
-    // Throws ArchiveError when it does not.
+    // Throws DeviceError when it does not.
     void requireInPlace() const;
 
 private:
@@ -46,17 +41,18 @@ private:
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
     std::string path_;
+    DeviceManagerStatus failure_;  // of a job or check that cannot use the file
     std::unique_ptr<std::FILE, Close> file_;
 };
 
-// The most bytes that a file with this content takes up. Throws ArchiveError.
+// The most bytes that a file with this content takes up.
 std::uint64_t archiveSizeLimit(const Archive& content);
 
 // Writes `path` from front to back, so that its size shows the progress; readArchive refuses it
-// until it is whole. Returns its size. On failure throws ArchiveError, or what `pace` throws, and
+// until it is whole. Returns its size. On failure throws DeviceError, or what `pace` throws, and
 // removes the file.
 std::uint64_t writeArchive(const std::string& path, const Archive& content, const Pace& pace = {});
 
-// Throws ArchiveError for whatever is not a whole, unaltered file of this form. The names of the
+// Throws DeviceError for whatever is not a whole, unaltered file of this form. The names of the
 // members are as the file states them.
 Archive readArchive(const OpenFile& file);

@@ -36,17 +36,8 @@ const std::vector<std::string>& foldersOf(const std::string& kind) {
     return found->second;
 }
 
-// Runs `work`; what is wrong with an archive gets the status given, what is wrong here is a
-// failure.
-template <typename Work>
-auto withStatus(DeviceManagerStatus archiveStatus, Work work) {
-    try {
-        return work();
-    } catch (const ArchiveError& error) {
-        throw DeviceError(archiveStatus, error.what());
-    } catch (const fs::filesystem_error& error) {
-        throw DeviceError(DeviceManagerStatus::failed, error.what());
-    }
+[[noreturn]] void refuse(const std::string& reason) {
+    throw DeviceError(DeviceManagerStatus::unusableFile, reason);
 }
 
 std::string now() {
@@ -57,7 +48,7 @@ std::string now() {
 
 void requireAbsolute(const std::string& path) {
     if (!fs::path(path).is_absolute()) {
-        throw DeviceError(DeviceManagerStatus::unusableFile, "not an absolute path");
+        refuse("not an absolute path");
     }
 }
 
@@ -74,7 +65,7 @@ void requireBackup(const Archive& content) {
     };
     if (kind == backupKinds().end() ||
         !std::all_of(content.members.begin(), content.members.end(), belongs)) {
-        throw ArchiveError("not a backup");
+        refuse("not a backup");
     }
 }
 
@@ -99,7 +90,7 @@ void unpack(const Archive& content, const OpenFile& file, const fs::path& folder
 std::array<unsigned long, 4> parseVersion(const std::string& text) {
     static const std::regex kVersion("[0-9]{1,9}(\\.[0-9]{1,9}){0,3}");
     if (!std::regex_match(text, kVersion)) {
-        throw DeviceError(DeviceManagerStatus::unusableFile, "not a version");
+        refuse("not a version");
     }
     std::array<unsigned long, 4> numbers{};
     std::istringstream stream(text);
@@ -131,17 +122,13 @@ bool isNewerVersion(const std::string& left, const std::string& right) {
 
 void writeUpdateFile(const std::string& path, const std::string& version) {
     parseVersion(version);  // throws
-    withStatus(DeviceManagerStatus::failed, [&] {
-        return writeArchive(path, {kFirmwareKind,
-                                   "Morvane-X60",
-                                   now(),
-                                   version,
-                                   {{kPayloadFile, firmwarePayload(version)}}});
-    });
+    writeArchive(
+        path,
+        {kFirmwareKind, "Morvane-X60", now(), version, {{kPayloadFile, firmwarePayload(version)}}});
 }
 
 SimulatedDevice::SimulatedDevice(fs::path state) : state_(std::move(state)) {
-    withStatus(DeviceManagerStatus::failed, [&] { prepareStateFolder(state_); });
+    prepareStateFolder(state_);
 }
 
 std::uint64_t SimulatedDevice::backup(const std::string& path, const std::string& kind,
@@ -149,66 +136,57 @@ std::uint64_t SimulatedDevice::backup(const std::string& path, const std::string
     requireAbsolute(path);
     foldersOf(kind);  // throws
     const auto lock = beginJob(job_);
-    return withStatus(DeviceManagerStatus::failed,
-                      [&] { return writeArchive(path, collect(kind), pace); });
+    return writeArchive(path, collect(kind), pace);
 }
 
 // What a kind covers is one folder, so that one exchange replaces it.
 std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) {
     requireAbsolute(path);
     const auto lock = beginJob(job_);
-    return withStatus(DeviceManagerStatus::unusableFile, [&] {
-        const OpenFile file(path, "rbe");
-        const Archive content = readArchive(file);
-        requireBackup(content);
-        const auto& folders = foldersOf(content.kind);
-        const StagingFolder staging(state_);
-        unpack(content, file, staging.path(), pace);
-        for (const std::string& folder : folders) {
-            fs::create_directories(staging.path() / folder);
-        }
-        const fs::path covered = folders.size() == 1 ? folders.front() : kDataFolder;
-        fs::create_directories(state_ / covered);
-        exchangeFolders(staging.path() / covered, state_ / covered);
-        return content.kind;
-    });
+    const OpenFile file(path, "rbe");
+    const Archive content = readArchive(file);
+    requireBackup(content);
+    const auto& folders = foldersOf(content.kind);
+    const StagingFolder staging(state_);
+    unpack(content, file, staging.path(), pace);
+    for (const std::string& folder : folders) {
+        fs::create_directories(staging.path() / folder);
+    }
+    const fs::path covered = folders.size() == 1 ? folders.front() : kDataFolder;
+    fs::create_directories(state_ / covered);
+    exchangeFolders(staging.path() / covered, state_ / covered);
+    return content.kind;
 }
 
 std::string SimulatedDevice::update(const std::string& path, const Pace& pace) {
     requireAbsolute(path);
     const auto lock = beginJob(job_);
-    return withStatus(DeviceManagerStatus::unusableFile, [&] {
-        const OpenFile file(path, "rbe");
-        const Archive content = readArchive(file);
-        requireInstallable(content);
-        const StagingFolder staging(state_);
-        writeStateFile(staging.path() / kVersionFile, content.firmware + "\n");
-        unpack(content, file, staging.path(), pace);
-        exchangeFolders(staging.path() / kFirmwareFolder, state_ / kFirmwareFolder);
-        return content.firmware;
-    });
+    const OpenFile file(path, "rbe");
+    const Archive content = readArchive(file);
+    requireInstallable(content);
+    const StagingFolder staging(state_);
+    writeStateFile(staging.path() / kVersionFile, content.firmware + "\n");
+    unpack(content, file, staging.path(), pace);
+    exchangeFolders(staging.path() / kFirmwareFolder, state_ / kFirmwareFolder);
+    return content.firmware;
 }
 
 std::uint64_t SimulatedDevice::backupSize(const std::string& kind) const {
-    return withStatus(DeviceManagerStatus::failed, [&] { return archiveSizeLimit(collect(kind)); });
+    return archiveSizeLimit(collect(kind));
 }
 
 std::string SimulatedDevice::checkBackupFile(const std::string& path) const {
     requireAbsolute(path);
-    return withStatus(DeviceManagerStatus::unusableFile, [&] {
-        const Archive content = readArchive(OpenFile(path, "rbe"));
-        requireBackup(content);
-        return summary(content);
-    });
+    const Archive content = readArchive(OpenFile(path, "rbe"));
+    requireBackup(content);
+    return summary(content);
 }
 
 std::string SimulatedDevice::checkFirmwareFile(const std::string& path) const {
     requireAbsolute(path);
-    return withStatus(DeviceManagerStatus::unusableFile, [&] {
-        const Archive content = readArchive(OpenFile(path, "rbe"));
-        requireInstallable(content);
-        return summary(content);
-    });
+    const Archive content = readArchive(OpenFile(path, "rbe"));
+    requireInstallable(content);
+    return summary(content);
 }
 
 std::string SimulatedDevice::firmwareVersion() const {
@@ -233,7 +211,8 @@ Archive SimulatedDevice::collect(const std::string& kind) const {
         }
         for (const auto& entry : fs::recursive_directory_iterator(state_ / folder)) {
             if (entry.is_symlink() || (!entry.is_directory() && !entry.is_regular_file())) {
-                throw ArchiveError("not a plain file in the state folder");
+                throw DeviceError(DeviceManagerStatus::failed,
+                                  "not a plain file in the state folder");
             }
             if (entry.is_regular_file()) {
                 content.members[entry.path().lexically_relative(state_)] =
@@ -247,11 +226,10 @@ Archive SimulatedDevice::collect(const std::string& kind) const {
 void SimulatedDevice::requireInstallable(const Archive& content) const {
     if (content.kind != kFirmwareKind || content.members.size() != 1 ||
         content.members.count(kPayloadFile) == 0) {
-        throw ArchiveError("not an update");
+        refuse("not an update");
     }
     const std::string installed = firmwareVersion();
     if (!isNewerVersion(content.firmware, installed)) {
-        throw DeviceError(DeviceManagerStatus::unusableFile,
-                          "version " + content.firmware + " is not newer than " + installed);
+        refuse("version " + content.firmware + " is not newer than " + installed);
     }
 }

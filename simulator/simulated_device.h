@@ -18,9 +18,9 @@ bool isNewerVersion(const std::string& left, const std::string& right);
 void writeUpdateFile(const std::string& path, const std::string& version);
 
 // Settings, recipes, users and firmware live in the state folder and nowhere else, so that they
-// outlast the process. All operations may be called from any thread; every failure is a
-// DeviceError. One job (backup, restore, update) runs at a time, another is turned away as busy;
-// checks are answered meanwhile.
+// outlast the process. All operations may be called from any thread; they throw DeviceError or, for
+// what is wrong in the state folder, filesystem_error. One job (backup, restore, update) runs at a
+// time, another is turned away as busy; checks are answered meanwhile.
 class SimulatedDevice {
 public:
     explicit SimulatedDevice(std::filesystem::path state);

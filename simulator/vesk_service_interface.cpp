@@ -12,18 +12,10 @@ namespace {
 constexpr int kSuccess = 0;
 constexpr int kFailure = -1;
 
+std::mutex mutex;  // guards what follows
 // What the open transaction reads: the settings as they were when it began. Null outside a
 // transaction.
-struct Transaction {
-    std::mutex mutex;
-    GKeyFile* settings = nullptr;
-};
-
-// Lives as long as the process, so that a thread may still read while static objects are destroyed.
-Transaction& transaction() {
-    static auto* const kTransaction = new Transaction;
-    return *kTransaction;
-}
+GKeyFile* settings = nullptr;
 
 }  // namespace
 
@@ -36,25 +28,24 @@ VeskServiceInterface* VeskServiceInterface::getSingleton() {
 // reading.
 int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
     g_autofree char* path = g_build_filename(kDefaultStateFolder, kSettingsFile, nullptr);
-    g_autoptr(GKeyFile) settings = g_key_file_new();
-    if (g_key_file_load_from_file(settings, path, G_KEY_FILE_NONE, nullptr) == FALSE) {
+    g_autoptr(GKeyFile) read = g_key_file_new();
+    if (g_key_file_load_from_file(read, path, G_KEY_FILE_NONE, nullptr) == FALSE) {
         return kFailure;
     }
-    const std::lock_guard<std::mutex> lock(transaction().mutex);
-    g_clear_pointer(&transaction().settings, g_key_file_unref);
-    transaction().settings = g_steal_pointer(&settings);
+    const std::lock_guard<std::mutex> lock(mutex);
+    g_clear_pointer(&settings, g_key_file_unref);
+    settings = g_steal_pointer(&read);
     return kSuccess;
 }
 
 int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
     const std::size_t separator = key.find('/');
-    const std::lock_guard<std::mutex> lock(transaction().mutex);
-    if (separator == std::string::npos || transaction().settings == nullptr) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (separator == std::string::npos || settings == nullptr) {
         return kFailure;
     }
-    g_autofree char* text =
-        g_key_file_get_string(transaction().settings, key.substr(0, separator).c_str(),
-                              key.substr(separator + 1).c_str(), nullptr);
+    g_autofree char* text = g_key_file_get_string(settings, key.substr(0, separator).c_str(),
+                                                  key.substr(separator + 1).c_str(), nullptr);
     if (text == nullptr) {
         return kFailure;
     }
@@ -63,6 +54,6 @@ int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
 }
 
 void VeskServiceInterface::stopTransaction() {
-    const std::lock_guard<std::mutex> lock(transaction().mutex);
-    g_clear_pointer(&transaction().settings, g_key_file_unref);
+    const std::lock_guard<std::mutex> lock(mutex);
+    g_clear_pointer(&settings, g_key_file_unref);
 }

@@ -42,7 +42,7 @@ protected:
         try {
             readArchive(OpenFile(path, "rbe"));
             return {};
-        } catch (const ArchiveError& error) {
+        } catch (const DeviceError& error) {
             return error.what();
         }
     }
@@ -115,7 +115,7 @@ TEST_F(BackupArchive, isRefusedWhenNoRegularFile) {
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_EQ(refusalOf(folder_.path()), "not a regular file");
     EXPECT_EQ(refusalOf(pipe), "not a regular file");
-    EXPECT_THROW(writeArchive(pipe, small_), ArchiveError);
+    EXPECT_THROW(writeArchive(pipe, small_), DeviceError);
     EXPECT_TRUE(test_support::exists(pipe));
 }
 
@@ -147,7 +147,7 @@ TEST_F(BackupArchive, isRemovedWhenGivenUp) {
 TEST_F(BackupArchive, isRemovedWhenStickIsFull) {
     const test_support::Mount stick(folder_.path("small"), "tmpfs", "tmpfs", 0, "size=64k");
     const std::string path = folder_.path("small/a.psb");
-    EXPECT_THROW(writeArchive(path, large_), ArchiveError);
+    EXPECT_THROW(writeArchive(path, large_), DeviceError);
     EXPECT_FALSE(test_support::exists(path));
 }
 
