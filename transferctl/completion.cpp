@@ -149,9 +149,8 @@ void offerCandidates(const Options& options) {
     const Command* command = nullptr;
     const GOptionEntry* option = nullptr;  // whose value comes next
     for (auto word = options.arguments.begin(); word != options.arguments.end() - 1; ++word) {
-        const bool isValue = option != nullptr;
-        option = isValue ? nullptr : optionBefore(entries, unquoted(*word).text);
-        if (!isValue && command == nullptr) {
+        option = optionBefore(entries, unquoted(*word).text);
+        if (command == nullptr) {
             command = findCommand(unquoted(*word).text);
         }
     }

@@ -159,7 +159,6 @@ void Monitor::run() {
         g_main_context_iteration(nullptr, TRUE);
         for (const std::string& owner : std::exchange(news.owners, {})) {
             showOwner(owner);
-            news.isTimeToPoll = true;
         }
         for (const int id : std::exchange(news.applets, {})) {
             print("applet-changed", "applet " + std::to_string(id), "id", g_variant_new_int32(id));
