@@ -35,9 +35,6 @@ def wait_until(condition, seconds=PATIENCE):
     return result
 
 
-# ---- sticks -------------------------------------------------------------------------------------------------
-
-
 def stick(number):
     return MEDIA / f"USB_X60.{number}"
 
@@ -70,9 +67,6 @@ def pull(number):
         stick(number).rmdir()
     except OSError:
         pass
-
-
-# ---- processes ----------------------------------------------------------------------------------------------
 
 
 def status_field(pid, name, default=0):
@@ -149,9 +143,6 @@ def kill(pid):
     """Kills a process and waits until it is gone."""
     send(signal.SIGKILL, pid)
     wait_until(lambda: not is_running(pid))
-
-
-# ---- the bus ------------------------------------------------------------------------------------------------
 
 
 def connect(address=None):
