@@ -40,21 +40,23 @@ def stick(number):
 
 
 def plug(number, files):
-    """Mounts an empty stick and writes files, relative paths as bytes, into it."""
-    source, path = f"/dev/sd{'abcd'[number - 1]}1", stick(number)
+    """Mounts a stick that holds files, relative paths as bytes. It appears when it is complete."""
+    path, staging = stick(number), Path("/run/stick")
+    staging.mkdir(exist_ok=True)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", f"/dev/sd{'abcd'[number - 1]}1", staging], check=True)
+    fill(staging, files)
 
-    def mount():
+    def bind():
         path.mkdir(parents=True, exist_ok=True)  # a call may remove it again before the mount
-        return subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", source, path], check=False).returncode == 0
-    if not wait_until(mount):
+        return subprocess.run(["mount", "--bind", staging, path], check=False).returncode == 0
+    if not wait_until(bind):
         raise RuntimeError(f"cannot mount {path}")
-    fill(number, files)
+    subprocess.run(["umount", staging], check=True)
 
 
-def fill(number, files):
-    root = os.fsencode(stick(number))
+def fill(root, files):
     for name in files:
-        target = os.path.join(root, name)
+        target = os.path.join(os.fsencode(root), name)
         os.makedirs(os.path.dirname(target), exist_ok=True)
         with open(target, "wb") as file:
             file.write(b"content of " + name)
