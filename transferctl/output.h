@@ -42,10 +42,10 @@ public:
     // For people when standard output is a terminal.
     explicit Table(std::vector<std::string> titles);
 
-    // A row of as many safe texts as there are titles.
+    // A row of as many safe strings as there are titles.
     void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
 
-    // The texts of cells: a number of bytes, and its share of a whole.
+    // The contents of cells: a number of bytes, and its share of a whole.
     std::string size(std::uint64_t bytes) const;
     std::string used(std::uint64_t bytes, std::uint64_t whole) const;
 

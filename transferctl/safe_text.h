@@ -6,9 +6,9 @@
 
 namespace transferctl {
 
-// The text with `\xNN` for each ASCII control and each byte that is not UTF-8, `\uNNNN` or
+// The string with `\xNN` for each ASCII control and each byte that is not UTF-8, `\uNNNN` or
 // `\UNNNNNNNN` for other characters that a terminal acts on or hides, and `\\` for a backslash:
-// different texts stay different. Always valid UTF-8.
+// different strings stay different. Always valid UTF-8.
 std::string safeText(std::string_view bytes);
 
 // JSON with `\uNNNN` for each such character, which every reader turns back.

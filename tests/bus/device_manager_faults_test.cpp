@@ -1,5 +1,5 @@
 // A device manager that is down, refuses, dies and comes back, as the service sees it through the
-// stand-ins of the device libraries.
+// stub libraries.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -15,7 +15,7 @@ namespace test_support {
 
 class SteadyService : public testing::Test {
 protected:
-    // Without doubles the service uses the stand-ins of the device libraries.
+    // Without doubles the service uses the stub libraries.
     explicit SteadyService(const std::vector<std::string>& environment)
         : service_({{}, environment, {}, {}, {}}) {}
 

@@ -185,7 +185,7 @@ testing::AssertionResult forbidDescriptors(pid_t pid, rlimit& before) {
 }
 
 TEST_F(Storage, givesEmptyAnswersWithoutADescriptorAndRecovers) {
-    ServiceProcess service;  // with the stand-ins: the doubles could not write their record
+    ServiceProcess service;  // with the stub libraries: the doubles could not write their record
     ASSERT_TRUE(service.waitUntilAnswers());
     const Stick stick(1);
     stick.addFile("a/b.psb");

@@ -1,4 +1,4 @@
-// What the doubles of the device libraries are told to do, and the record of what was done to them.
+// The script that the test doubles of the device libraries follow, and the record of their calls.
 #include "tests/doubles/double_script.h"
 
 #include <fcntl.h>

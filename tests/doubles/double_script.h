@@ -1,10 +1,9 @@
-// What the doubles of the device libraries are told to do, and the record of what was done to them.
+// The script that the test doubles of the device libraries follow, and the record of their calls.
 //
-// Script: lines "OPERATION KEY VALUE", read anew at every call, so that a test may change it while
+// Script: lines "OPERATION KEY VALUE", read again at every call, so that a test may change it while
 // the service runs. OPERATION is as in the record ("BR.connect") or "*" for all; the last line that
 // fits wins. Record: lines "KIND THREAD main|worker TEXT", each written at once. In values and
-// texts
-// "\n" and "\\" stand for a line end and a backslash.
+// strings "\n" and "\\" stand for a line end and a backslash.
 #pragma once
 
 #include <cstdint>

@@ -28,7 +28,7 @@ bool threadExists(int id) {
 }  // namespace
 
 JobTest::~JobTest() {
-    // Jobs on joined texts make directories beside the sticks.
+    // Jobs on joined names make directories beside the sticks.
     std::filesystem::remove_all("/media/usb");
 }
 

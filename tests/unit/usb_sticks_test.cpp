@@ -251,7 +251,7 @@ TEST(FormatString, endsAtTheFirstZeroByte) {
     EXPECT_EQ(TfMngr::formatString("a%cb", 0), "a");
 }
 
-TEST(MountPath, joinsTheMountBaseAndTheIdentifierAsTheyCome) {
+TEST(MountPath, joinsTheMountBaseAndTheIdentifier) {
     EXPECT_EQ(TfMngr::mountPath("USB_X60.1"), "/media/usb/USB_X60.1");
     EXPECT_EQ(TfMngr::mountPath(""), "/media/usb/");
     EXPECT_EQ(TfMngr::mountPath("../x//y/"), "/media/usb/../x//y/");

@@ -25,7 +25,7 @@ struct ReleaseVariant {
 };
 using VariantPtr = std::unique_ptr<GVariant, ReleaseVariant>;
 
-// A value in GVariant's text form with types, as golden texts hold it; "" for null.
+// A value in GVariant's text form with types, as golden files hold it; "" for null.
 std::string asText(GVariant* value);
 
 // What came back from a call: the reply's tuple, or a D-Bus error.

@@ -52,7 +52,7 @@ public:
     // Back to the script of a new double.
     void clearOrders();
 
-    // What puts the doubles in place of the stand-ins in a started service.
+    // What puts the doubles in place of the stub libraries in a started service.
     std::vector<std::string> environment() const;
 
     // The calls by now, such as `BR1.connect("127.0.0.1:5001", "")`, in order.

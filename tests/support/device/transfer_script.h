@@ -33,8 +33,8 @@ private:
     std::string before_;
 };
 
-// A script that does not return before it is told to: the service stands still in its start, before
-// it has the name. Every run after release() returns at once.
+// A script that returns on release(): until then the service stands still in its start, before it
+// has the name. Every later run returns at once.
 class HeldTransferScript {
 public:
     // `commands` are run first.

@@ -1,4 +1,4 @@
-// The committed texts that the service is held to, in tests/golden.
+// The committed replies and descriptions of tests/golden.
 #include "tests/support/files/golden.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The committed texts that the service is held to, in tests/golden.
+// The committed replies and descriptions of tests/golden.
 #pragma once
 
 #include <gio/gio.h>
