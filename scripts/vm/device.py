@@ -63,19 +63,20 @@ class Device:
         status, output = self.run(f"{prefix} {callCommand(method, signature, *arguments)}")
         return output if status != 0 else plain(json.loads(output)["data"])
 
+    def records(self, field, method, *arguments):
+        """One field of each record of four that a listing answers; or the text of an error."""
+        reply = self.call(method, *arguments)
+        return reply if isinstance(reply, str) else flat(reply[0])[field::4]
+
     def sticks(self):
-        """The names of the sticks that the service lists."""
-        reply = self.call("GetUSBStickDetails")
-        return reply if isinstance(reply, str) else reply[0][::4]
+        return self.records(0, "GetUSBStickDetails")
 
     def names(self, port, path=""):
-        reply = self.call("GetDirectoryIndex", "ss", f"USB_X60.{port}", path)
-        return reply if isinstance(reply, str) else [entry[1] for entry in reply[0]]
+        return self.records(1, "GetDirectoryIndex", "ss", f"USB_X60.{port}", path)
 
     def backups(self, port, path=""):
         """The names of the files in which the device manager sees a backup."""
-        reply = self.call("GetRestoreFilesList", "ss", f"USB_X60.{port}", path)
-        return reply if isinstance(reply, str) else [entry[1] for entry in reply[0][:reply[1]]]
+        return [each for each in self.records(1, "GetRestoreFilesList", "ss", f"USB_X60.{port}", path) if each]
 
     def job(self, method, signature, *arguments):
         """Starts a job in a new service and returns the line with which the device manager ends it."""
@@ -105,6 +106,9 @@ class Device:
 
     def format(self, port):
         """A new stick: plugs it, gives it a FAT32 partition, and has it mounted."""
+        if port in self.machine.plugged:
+            self.pull(port)
+        self.machine.stickFile(port).unlink(missing_ok=True)
         self.machine.plug(port)
         self.makePartition(port)
 
@@ -129,3 +133,7 @@ def plain(value):
     if isinstance(value, dict) and set(value) == {"type", "data"}:
         return plain(value["data"])
     return [plain(each) for each in value] if isinstance(value, list) else value
+
+
+def flat(values):
+    return [each for value in values for each in (flat(value) if isinstance(value, list) else [value])]

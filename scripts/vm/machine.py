@@ -124,7 +124,7 @@ class Machine:
     """A running machine. Its disks are files in a folder and stay when it ends."""
 
     def __init__(self, architecture, folder, sticks=(), snapshot=None):
-        self.architecture, self.folder = architecture, folder
+        self.architecture, self.folder, self.plugged = architecture, folder, set(sticks)
         image = baseImage(architecture)
         root, tar = folder / "root.qcow2", folder / "payload.tar"
         if not root.exists():
@@ -227,8 +227,11 @@ class Machine:
             time.sleep(0.1)
         return True
 
+    def stickFile(self, port):
+        return self.folder / f"stick{port}.qcow2"
+
     def stickDisk(self, port, readOnly=False):
-        path = self.folder / f"stick{port}.qcow2"
+        path = self.stickFile(port)
         if not path.exists():
             createDisk(path, STICK_SIZE)
         return {"driver": "qcow2", "node-name": f"disk{port}", "read-only": readOnly,
@@ -238,9 +241,11 @@ class Machine:
         self.qmp("blockdev-add", **self.stickDisk(port, readOnly))
         self.qmp("device_add", driver="usb-storage", id=f"stick{port}", drive=f"disk{port}", bus="usb.0",
                  port=str(port), removable=True)
+        self.plugged.add(port)
 
     def pull(self, port):
         self.qmp("device_del", id=f"stick{port}")
+        self.plugged.discard(port)
         for _ in range(100):
             try:
                 return self.qmp("blockdev-del", **{"node-name": f"disk{port}"})
