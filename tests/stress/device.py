@@ -48,7 +48,8 @@ def plug(number, files):
 
     def bind():
         path.mkdir(parents=True, exist_ok=True)  # a call may remove it again before the mount
-        return subprocess.run(["mount", "--bind", staging, path], check=False).returncode == 0
+        done = subprocess.run(["mount", "--bind", staging, path], stderr=subprocess.DEVNULL, check=False)
+        return done.returncode == 0
     if not wait_until(bind):
         raise RuntimeError(f"cannot mount {path}")
     subprocess.run(["umount", staging], check=True)
