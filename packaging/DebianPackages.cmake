@@ -55,7 +55,8 @@ if(TARGET transferctl)
     set(CPACK_DEBIAN_TRANSFERCTL_PACKAGE_DEPENDS
       "${libraries}, libglib2.0-0 (>= 2.61.2), libjson-glib-1.0-0 (>= 1.5.2)")
   endif()
-  set(CPACK_DEBIAN_TRANSFERCTL_PACKAGE_SUGGESTS com-morvane-transfer-service)
+  set(CPACK_DEBIAN_TRANSFERCTL_PACKAGE_SUGGESTS
+    "bash-completion, com-morvane-transfer-service")
   set(CPACK_COMPONENT_TRANSFERCTL_DESCRIPTION
 "command-line client of the transfer service
 Shows USB sticks and what is on them, and starts backup, restore and update,

@@ -1,6 +1,7 @@
 // The command line of transferctl.
 #include "transferctl/options.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
@@ -102,12 +103,10 @@ std::vector<GOptionEntry> entriesOf(unsigned groups, Slots* slots) {
 void parse(GOptionContext* context, unsigned groups, const std::vector<std::string>& arguments,
            Slots* slots) {
     g_option_context_add_main_entries(context, entriesOf(groups, slots).data(), nullptr);
-    g_autoptr(GStrvBuilder) builder = g_strv_builder_new();
-    g_strv_builder_add(builder, "transferctl");
-    for (const std::string& argument : arguments) {
-        g_strv_builder_add(builder, argument.c_str());
-    }
-    g_auto(GStrv) words = g_strv_builder_end(builder);
+    g_auto(GStrv) words = g_new0(gchar*, arguments.size() + 2);
+    words[0] = g_strdup("transferctl");
+    std::transform(arguments.begin(), arguments.end(), words + 1,
+                   [](const std::string& argument) { return g_strdup(argument.c_str()); });
     g_autoptr(GError) error = nullptr;
     if (g_option_context_parse_strv(context, &words, &error) == FALSE) {
         throw wrongUsage(error->message);
