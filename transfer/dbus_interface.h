@@ -64,5 +64,4 @@ private:
     MorvaneScctrl* scctrlProxy_ = nullptr;  // lives as long as the process
     GError* proxyError_ = nullptr;  // kept as received, never freed
     std::unique_ptr<TfMngr> tfMngr_;
-    std::size_t lastIndexSize_ = 0;  // files in the last directory index
 };

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+#include "service/heap.h"
 #include "transfer/contract.h"
 #include "transfer/tf_mngr.h"
 
@@ -78,11 +79,20 @@ private:
     struct stat64 entryStatus_ {};
 };
 
+// Gives the memory of a long list back.
+void discard(std::vector<FileEntry>& list) {
+    const bool isLong = list.size() > kLongList;
+    list = {};
+    if (isLong) {
+        releaseHeap();
+    }
+}
+
 }  // namespace
 
 const std::vector<FileEntry>& TfMngr::getRestoreFilesList(const std::string& mntId,
                                                           const std::string& dirPath) {
-    entries_ = std::vector<FileEntry>();  // with the memory of a long one
+    discard(entries_);
     scanLevel(mntId, dirPath, Level::DirectoriesThenFiles);
     return entries_;
 }
@@ -136,7 +146,7 @@ std::vector<FileEntry> TfMngr::getUpdateFilesList(const std::string& mntId,
 
 std::vector<FileEntry> TfMngr::listPackages(const std::string& mntId, const std::string& dirPath,
                                             const std::string& marker) {
-    entries_.clear();
+    discard(entries_);
     const std::string directory = pathOrMountPath(mntId, dirPath);
     if (!exists(mountPath(mntId)) || !exists(directory)) {
         return {};

@@ -1,9 +1,6 @@
 // One operation a bus method: ask the manager, encode, complete the invocation.
 #include <syslog.h>
 
-#include <algorithm>
-#include <utility>
-
 #include "service/heap.h"
 #include "service/service_log.h"
 #include "transfer/dbus_interface.h"
@@ -12,9 +9,6 @@ namespace {
 
 using reply::EncodedFiles;
 using reply::KindWord;
-
-// The memory of a list of more files than this is worth giving back.
-constexpr std::size_t kLongList = 1'000;
 
 // GDBus's own thread frees a reply, after it has sent it.
 void releaseHeapOnceSent(GDBusConnection* connection) {
@@ -139,8 +133,7 @@ void DBusInterface::getDirectoryIndex(MorvaneTransferSac* skeleton,
     const std::vector<FileEntry>& entries = tfMngr_->getRestoreFilesList(mntId, path);
     morvane_transfer_sac_complete_get_directory_index(skeleton, invocation,
                                                       encodeIndex(entries, invocation));
-    const std::size_t replaced = std::exchange(lastIndexSize_, entries.size());
-    if (std::max(replaced, entries.size()) > kLongList) {
+    if (entries.size() > kLongList) {
         releaseHeapOnceSent(connection);
     }
 }
