@@ -12,11 +12,9 @@
 
 #include "com.morvane.scctrl/com.morvane.scctrl.h"
 #include "simulator/action_log.h"
+#include "transfer/contract.h"
 
 namespace {
-
-constexpr const char* kName = "com.morvane.scctrl";
-constexpr const char* kPath = "/scctrlIntf";
 
 // One for the process; the callbacks reach it through their user data.
 struct AppletControl {
@@ -88,8 +86,8 @@ gboolean onInput(GIOChannel* input, GIOCondition /*condition*/, gpointer data) {
 void onBusAcquired(GDBusConnection* bus, const char* /*name*/, gpointer data) {
     auto* const control = static_cast<AppletControl*>(data);
     g_autoptr(GError) error = nullptr;
-    if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(control->object), bus, kPath,
-                                         &error) == FALSE) {
+    if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(control->object), bus,
+                                         kAppletControlPath, &error) == FALSE) {
         fail(control, error->message);
     }
 }
@@ -120,8 +118,8 @@ int main(int argc, char** argv) {
     morvane_scctrl_set_organization_domain(object, "morvane.com");
     AppletControl control{loop, object};
     const guint owner =
-        g_bus_own_name(G_BUS_TYPE_SYSTEM, kName, G_BUS_NAME_OWNER_FLAGS_NONE, onBusAcquired,
-                       onNameAcquired, onNameLost, &control, nullptr);
+        g_bus_own_name(G_BUS_TYPE_SYSTEM, kAppletControlName, G_BUS_NAME_OWNER_FLAGS_NONE,
+                       onBusAcquired, onNameAcquired, onNameLost, &control, nullptr);
     g_main_loop_run(loop);
     auto* const bus = g_dbus_interface_skeleton_get_connection(G_DBUS_INTERFACE_SKELETON(object));
     if (bus != nullptr) {

@@ -7,11 +7,18 @@ readonly kState=/mnt/usrdata/device # settings, recipes, users and firmware of t
 readonly kRun=/run/device           # what the running device needs: processes, applets, commands
 readonly kApplets=$kRun/applets     # lines written here are what the applet control follows
 readonly kLogs=/run/log
-readonly kSticks=4
 readonly kLimit=30       # seconds until something that should happen is given up
 readonly kLeftBytes=4096 # on a stick that is nearly full
 # shellcheck disable=SC2034 # for those who source this
 readonly kJobSeconds=3 # long enough to be watched
+
+# What the service and its callers agree on.
+contract=$(<"$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/../../transfer/contract.h")
+[[ $contract =~ kLastStick\ =\ ([0-9]+) ]] && kSticks=${BASH_REMATCH[1]}
+[[ $contract =~ kMountBase\ =\ \"([^\"]+) ]] && kStickPath=${BASH_REMATCH[1]}
+[[ $contract =~ kStickPrefix\ =\ \"([^\"]+) ]] && kStickPath+=/${BASH_REMATCH[1]}
+readonly kSticks kStickPath
+
 # What has to stand in front of the programs of this build, which is nothing unless it is for another processor.
 emulator=()
 [[ ! -s $build/emulator ]] || read -ra emulator <"$build/emulator"
@@ -73,7 +80,7 @@ lastLine() {
 # ---- sticks ------------------------------------------------------------------------------------------
 
 stickPath() {
-    printf '/media/usb/USB_X60.%d' "$1"
+    printf '%s%d' "$kStickPath" "$1"
 }
 
 stickDevice() {
@@ -173,7 +180,7 @@ listSticks() {
     for ((number = 1; number <= kSticks; number++)); do
         isPlugged "$number" || continue
         none=no
-        printf '%d  USB_X60.%d  %s\n' "$number" "$number" "$(describeStick "$number")"
+        printf '%d  %s%d  %s\n' "$number" "${kStickPath##*/}" "$number" "$(describeStick "$number")"
     done
     [[ $none == no ]] || echo "no stick is plugged"
 }

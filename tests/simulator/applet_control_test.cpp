@@ -13,6 +13,7 @@
 #include "tests/support/process/child_process.h"
 #include "tests/support/process/unique_fd.h"
 #include "tests/support/process/waiting.h"
+#include "transfer/contract.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ protected:
         ASSERT_TRUE(process_->waitForOutput("owns com.morvane.scctrl"));
         g_autoptr(GError) error = nullptr;
         client_.reset(morvane_scctrl_proxy_new_for_bus_sync(
-            G_BUS_TYPE_SYSTEM, G_DBUS_PROXY_FLAGS_NONE, "com.morvane.scctrl", "/scctrlIntf",
+            G_BUS_TYPE_SYSTEM, G_DBUS_PROXY_FLAGS_NONE, kAppletControlName, kAppletControlPath,
             nullptr, &error));
         ASSERT_NE(client_, nullptr) << error->message;
     }

@@ -22,10 +22,10 @@ namespace {
 using testing::HasSubstr;
 
 TEST_F(DeviceManagerClient, failsToConnectWhenNobodyListens) {
-    EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kUnreachable);
+    EXPECT_EQ(backupRestore()->connect(kDeviceManagerEndpoint, ""), kUnreachable);
     EXPECT_THAT(log_.messages, HasSubstr("error connect: "));
     const Update update(FUCreateController());
-    EXPECT_EQ(update->connect(kEndpoint, ""), kUnreachable);
+    EXPECT_EQ(update->connect(kDeviceManagerEndpoint, ""), kUnreachable);
 }
 
 TEST_F(DeviceManagerClient, failsToConnectToMalformedEndpoint) {
@@ -55,19 +55,19 @@ TEST_F(DeviceManagerClient, isRefusedWithWrongCredential) {
                               std::optional<std::string>("wrong"), std::optional(right + "x"),
                               std::optional(right.substr(1))}) {
         log_.credential = wrong;
-        EXPECT_EQ(controller->connect(kEndpoint, ""), kRefused);
+        EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), kRefused);
         EXPECT_EQ(controller->checkBackupFile("/a.psb"), kNotConnected);
     }
     EXPECT_THAT(log_.messages, HasSubstr("readCredential returned -1"));
     log_.credential = right;
-    EXPECT_EQ(controller->connect(kEndpoint, ""), 0);
+    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0);
 }
 
 TEST_F(DeviceManagerClient, prefersGivenCredential) {
     start();
     const std::string right = *log_.credential;
     log_.credential = "wrong";
-    EXPECT_EQ(backupRestore()->connect(kEndpoint, right.c_str()), 0);
+    EXPECT_EQ(backupRestore()->connect(kDeviceManagerEndpoint, right.c_str()), 0);
     EXPECT_EQ(log_.asked, 0);
 }
 
@@ -75,7 +75,7 @@ TEST_F(DeviceManagerClient, worksWithoutLogObject) {
     start({"--credential-record="});
     const BackupRestore controller(BRCreateController());
     std::uint64_t bytes = 0;
-    EXPECT_EQ(controller->connect(kEndpoint, ""), 0);
+    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0);
     EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
     EXPECT_EQ(controller->getBackupSize("recipes", nullptr), 0);
     EXPECT_GT(bytes, 0U);
@@ -86,10 +86,10 @@ TEST_F(DeviceManagerClient, isRefusedWhenRecordIsUnusable) {
     const BackupRestore controller = backupRestore();
     for (const std::string& record : {std::string("short"), readFile(record_) + "x"}) {
         writeFile(record_, record);
-        EXPECT_EQ(controller->connect(kEndpoint, ""), kRefused);
+        EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), kRefused);
     }
     std::filesystem::remove(record_);
-    EXPECT_EQ(controller->connect(kEndpoint, ""), kRefused);
+    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), kRefused);
 }
 
 TEST_F(DeviceManagerClient, connectsWithExistingRecord) {
@@ -114,7 +114,7 @@ TEST_F(DeviceManagerClient, failsOutsideConnection) {
     };
     controller->disconnect();
     allFail();
-    EXPECT_EQ(controller->connect(kEndpoint, ""), 0);
+    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0);
     controller->disconnect();
     controller->disconnect();
     allFail();
@@ -145,9 +145,9 @@ TEST_F(DeviceManagerClient, isAnsweredAfterConnectOnly) {
 TEST_F(DeviceManagerClient, connectsAgain) {
     start();
     const BackupRestore controller = connected();
-    EXPECT_EQ(controller->connect(kEndpoint, ""), 0);
+    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0);
     controller->disconnect();
-    EXPECT_EQ(controller->connect(kEndpoint, ""), 0);
+    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0);
     EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnusable);
 }
 
@@ -230,7 +230,7 @@ TEST_F(DeviceManagerClient, worksOnSeparateThreads) {
                 const BackupRestore controller(BRCreateController());
                 controller->setLog(&log);
                 std::uint64_t bytes = 0;
-                EXPECT_EQ(controller->connect(kEndpoint, ""), 0) << log.messages;
+                EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0) << log.messages;
                 EXPECT_EQ(controller->checkBackupFile(file_.c_str()), 0);
                 EXPECT_EQ(controller->getBackupSize("userdatabase", &bytes), 0);
                 controller->disconnect();

@@ -43,7 +43,7 @@ void DeviceManagerClient::start(const std::vector<std::string>& options) {
                                     record_,   "--job-seconds",       "0"};
     all.insert(all.end(), options.begin(), options.end());
     simulator_.emplace(runnable(simulatorPath_, all));
-    ASSERT_TRUE(simulator_->waitForOutput("listens on 127.0.0.1:5001"));
+    ASSERT_TRUE(simulator_->waitForOutput(std::string("listens on ") + kDeviceManagerEndpoint));
     const std::string record = readFile(record_);
     log_.credential = record.substr(record.size() / 2);
 }
@@ -57,7 +57,7 @@ BackupRestore DeviceManagerClient::backupRestore() {
 
 BackupRestore DeviceManagerClient::connected() {
     BackupRestore controller = backupRestore();
-    EXPECT_EQ(controller->connect(kEndpoint, ""), 0) << log_.messages;
+    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0) << log_.messages;
     return controller;
 }
 
@@ -65,7 +65,7 @@ Update DeviceManagerClient::connectedUpdate() {
     Update controller(FUCreateController());
     controller->setWorkDirectory("/tmp");
     controller->setLog(&log_);
-    EXPECT_EQ(controller->connect(kEndpoint, ""), 0) << log_.messages;
+    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0) << log_.messages;
     return controller;
 }
 

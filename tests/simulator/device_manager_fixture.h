@@ -17,11 +17,10 @@
 #include "tests/support/files/files.h"
 #include "tests/support/files/paths.h"
 #include "tests/support/process/child_process.h"
+#include "transfer/contract.h"
 #include "transfer/platform/device_manager_client.h"
 
 namespace test_support {
-
-inline constexpr const char* kEndpoint = "127.0.0.1:5001";
 
 constexpr std::int64_t number(DeviceManagerStatus status) {
     return static_cast<std::int64_t>(status);

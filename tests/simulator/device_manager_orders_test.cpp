@@ -57,7 +57,7 @@ TEST_F(DeviceManagerClient, followsOrdersOfRunningDevice) {
     start();
     EXPECT_THAT(order("refuse"), HasSubstr("refuses connections"));
     EXPECT_TRUE(simulator_->waitForOutput("device manager: refuses connections"));
-    EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kRefused);
+    EXPECT_EQ(backupRestore()->connect(kDeviceManagerEndpoint, ""), kRefused);
     EXPECT_THAT(order("accept"), HasSubstr("accepts connections"));
     const BackupRestore controller = connected();
 
@@ -80,7 +80,8 @@ TEST_F(DeviceManagerClient, followsOrdersOfRunningDevice) {
 TEST_F(DeviceManagerClient, goesOnWhenHangEnds) {
     start({"--hang"});
     const BackupRestore controller = backupRestore();
-    auto call = std::async(std::launch::async, [&] { return controller->connect(kEndpoint, ""); });
+    auto call = std::async(std::launch::async,
+                           [&] { return controller->connect(kDeviceManagerEndpoint, ""); });
     EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
     EXPECT_THAT(order("status"), HasSubstr("hangs"));
     order("accept");
@@ -160,7 +161,7 @@ TEST_F(DeviceManagerClient, failsWhenHangingDeviceDies) {
         EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
         ::kill(simulator_->id(), SIGKILL);
     });
-    EXPECT_EQ(backupRestore()->connect(kEndpoint, ""), kUnreachable);
+    EXPECT_EQ(backupRestore()->connect(kDeviceManagerEndpoint, ""), kUnreachable);
     end.join();
 }
 
@@ -209,7 +210,7 @@ TEST_F(DeviceManagerClient, getsChecksAnsweredDuringJob) {
     jobLog.credential = log_.credential;
     const BackupRestore worker(BRCreateController());
     worker->setLog(&jobLog);
-    ASSERT_EQ(worker->connect(kEndpoint, ""), 0);
+    ASSERT_EQ(worker->connect(kDeviceManagerEndpoint, ""), 0);
     auto job =
         std::async(std::launch::async, [&] { return worker->backup(file_.c_str(), "fullbackup"); });
     EXPECT_TRUE(simulator_->waitForOutput("backup fullbackup to " + file_ + ": started"));
