@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "tests/doubles/plain_device_manager.h"
+#include "tests/fuzz/file_tree_model.h"
 #include "tests/fuzz/target.h"
-#include "tests/unit/file_tree_model.h"
 #include "tests/unit/listing.h"
 
 namespace {

@@ -45,18 +45,18 @@ protected:
     const char* out_ = kUntouched;
 };
 
-TEST_F(Credential, isTheSecondHalfOfARecordOf128Bytes) {
+TEST_F(Credential, isSecondHalfOfRecord) {
     const PersistentRecord record(recordWith(credential()));
     EXPECT_EQ(read(), kRead);
     EXPECT_EQ(out_, credential());
 }
 
-TEST_F(Credential, isMissingWithoutARecord) {
+TEST_F(Credential, isMissingWithoutRecord) {
     EXPECT_EQ(read(), kNoRecord);
     EXPECT_TRUE(isUntouched());
 }
 
-TEST_F(Credential, takesARecordOf128BytesOrMore) {
+TEST_F(Credential, takes128BytesOrMore) {
     const std::string bytes = recordWith(credential()) + std::string(1000, 'x');
     for (const std::size_t length : {0U, 1U, 64U, 127U}) {
         const PersistentRecord record(bytes.substr(0, length));
@@ -71,14 +71,14 @@ TEST_F(Credential, takesARecordOf128BytesOrMore) {
     }
 }
 
-TEST_F(Credential, isNotReadFromADirectoryInTheRecordsPlace) {
+TEST_F(Credential, isMissingInDirectory) {
     makeDirectories(PersistentRecord::kPath);
     EXPECT_EQ(read(), kShortRecord);
     EXPECT_TRUE(isUntouched());
     std::filesystem::remove(PersistentRecord::kPath);
 }
 
-TEST_F(Credential, endsAtItsFirstZeroByte) {
+TEST_F(Credential, endsAtZeroByte) {
     const PersistentRecord record(recordWith("short" + std::string(59, '\0')));
     EXPECT_EQ(read(), kRead);
     EXPECT_STREQ(out_, "short");
@@ -91,7 +91,7 @@ TEST_F(Credential, mayHoldAnyBytes) {
     EXPECT_EQ(out_, bytes);
 }
 
-TEST_F(Credential, isReadAnewAtEachDemandAndBelongsToItsLog) {
+TEST_F(Credential, isReadAgainOnEachDemand) {
     const PersistentRecord first(recordWith(std::string(64, 'a')));
     ASSERT_EQ(read(), kRead);
     const char* kept = out_;
@@ -154,7 +154,7 @@ int copiesInHeap(const char* begin, const char* end) {
     return copies;
 }
 
-TEST_F(Credential, hasNoCopyButTheOneInItsLog) {
+TEST_F(Credential, hasNoOtherCopyInHeap) {
     const PersistentRecord record(std::string(2 * kSecretSize, '-'));
     std::array<char, kSecretSize> secret{};
     for (std::size_t at = 0; at < secret.size(); ++at) {
@@ -173,7 +173,7 @@ TEST_F(Credential, hasNoCopyButTheOneInItsLog) {
     EXPECT_EQ(copies, heap != nullptr && logIsThere ? 1 : 0);  // a sanitizer has another heap
 }
 
-TEST_F(Credential, isClearedWithItsLog) {
+TEST_F(Credential, isClearedWithLog) {
     const PersistentRecord record(recordWith(credential()));
     alignas(CConsoleLog) std::array<char, sizeof(CConsoleLog)> memory{};
     auto* const log = new (memory.data()) CConsoleLog;

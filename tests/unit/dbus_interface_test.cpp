@@ -1,16 +1,14 @@
-// The transfer interface's object: its life, the connection of its handlers, its member operations.
+// The transfer interface's one object and the connection of its handlers.
 #include "transfer/dbus_interface.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "tests/support/bus/incoming_call.h"
 #include "tests/support/device/device_double.h"
-#include "tests/support/device/stick.h"
 #include "tests/support/device/transfer_script.h"
 
 namespace test_support {
@@ -40,7 +38,7 @@ private:
     std::size_t before_ = transferScriptRuns().size();
 };
 
-TEST(DBusInterfaceLife, isOneObjectForTheProcess) {
+TEST(TransferInterface, isOneObject) {
     DBusInterface* const first = DBusInterface::getInstance();
     const NewRuns newRuns;
     EXPECT_EQ(DBusInterface::getInstance(), first);
@@ -79,7 +77,7 @@ guint signalId(const Method& method) {
     return g_signal_lookup(method.signal, TYPE_MORVANE_TRANSFER_SAC);
 }
 
-TEST(DBusInterfaceHandlers, areConnectedOnceEachInTheFixedOrderWithoutUserData) {
+TEST(TransferInterface, connectsEachHandlerOnceInOrder) {
     constexpr auto kWithoutData =
         static_cast<GSignalMatchType>(G_SIGNAL_MATCH_ID | G_SIGNAL_MATCH_DATA);
     GDBusInterfaceSkeleton* const skeleton = connectedInstance().getSkeleton();
@@ -118,7 +116,7 @@ bool emit(GDBusInterfaceSkeleton* skeleton, const Method& method, GVariant* argu
     return g_value_get_boolean(&handled) != FALSE;
 }
 
-TEST(DBusInterfaceHandlers, claimEveryCallAndAnswerItWithItsOutSignature) {
+TEST(TransferInterface, answersEveryCallWithItsOutSignature) {
     const DeviceDouble device;
     GDBusInterfaceSkeleton* const skeleton = connectedInstance().getSkeleton();
     for (const Method& method : kMethods) {
@@ -128,49 +126,6 @@ TEST(DBusInterfaceHandlers, claimEveryCallAndAnswerItWithItsOutSignature) {
         const Reply reply = call.waitForReply();
         EXPECT_EQ(reply.type(), method.replyType) << method.name << reply.error;
     }
-}
-
-// Calls a member operation with the invocation of `method`; returns the reply.
-std::string replyTo(const char* method, const char* arguments,
-                    const std::function<void(GDBusMethodInvocation*)>& operation) {
-    IncomingCall call(method, g_variant_new_parsed(arguments));
-    operation(call.invocation());
-    return call.waitForReply().text();
-}
-
-TEST(DBusInterfaceOperations, answerAnInvocationWithTheManagersResult) {
-    DeviceDouble device;
-    device.order("Vesk.getValue", "value", "");
-    const Stick stick(1);
-    stick.addFile("a.txt");
-    DBusInterface* const object = DBusInterface::getInstance();
-    MorvaneTransferSac* const skeleton = MORVANE_TRANSFER_SAC(object->getSkeleton());
-    const auto onStick = [&](const char* method, auto operation) {
-        return replyTo(method, "('USB_X60.1', 'a.txt')", [&](GDBusMethodInvocation* invocation) {
-            (object->*operation)(skeleton, invocation, "USB_X60.1", "a.txt");
-        });
-    };
-    EXPECT_EQ(onStick("CreateDirectory", &DBusInterface::createDirectory), "(false,)");
-    EXPECT_EQ(onStick("DeleteFile", &DBusInterface::deleteFile), "(true,)");
-    EXPECT_EQ(onStick("DeleteFile", &DBusInterface::deleteFile), "(false,)");
-    EXPECT_EQ(onStick("CreateDirectory", &DBusInterface::createDirectory), "(true,)");
-    EXPECT_EQ(onStick("DoOSUpdate", &DBusInterface::doOsUpdate), "(1,)");
-    EXPECT_EQ(onStick("DoRestore", &DBusInterface::doRestore), "(1,)");
-    EXPECT_EQ(replyTo("DoBackup", "('USB_X60.9', uint32 2, 'a.psb')",
-                      [&](GDBusMethodInvocation* invocation) {
-                          object->doBackup(skeleton, invocation, "USB_X60.9", 2, "a.psb");
-                      }),
-              "(2,)");
-    EXPECT_EQ(replyTo("ValidateBackupSize", "(uint32 9, 'USB_X60.1')",
-                      [&](GDBusMethodInvocation* invocation) {
-                          object->validateBackupSize(skeleton, invocation, 9, "USB_X60.1");
-                      }),
-              "(true,)");
-    EXPECT_EQ(replyTo("GetBackupFileName", "(uint32 1,)",
-                      [&](GDBusMethodInvocation* invocation) {
-                          object->getBackupFileName(skeleton, invocation, 1);
-                      }),
-              "('',)");
 }
 
 }  // namespace

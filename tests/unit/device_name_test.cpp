@@ -19,25 +19,25 @@ protected:
     TfMngr manager_;
 };
 
-TEST_F(DeviceName, isReadInATransactionThatIsClosedAgain) {
+TEST_F(DeviceName, isReadInTransaction) {
     EXPECT_EQ(manager_.getDeviceName(), "DEVICE");
     EXPECT_THAT(device_.calls(), ElementsAreArray(nameReading()));
     EXPECT_TRUE(device_.records().front().onMainThread);
 }
 
-TEST_F(DeviceName, isEmptyWithoutATransaction) {
+TEST_F(DeviceName, isEmptyWithoutTransaction) {
     device_.orderStatus("Vesk.startTransaction", 1);
     EXPECT_EQ(manager_.getDeviceName(), "");
     EXPECT_THAT(device_.calls(), testing::ElementsAre(nameReading().front()));
 }
 
-TEST_F(DeviceName, isEmptyWithoutASettingsObject) {
+TEST_F(DeviceName, isEmptyWithoutSettings) {
     device_.order("Vesk.getSingleton", "absent");
     EXPECT_EQ(manager_.getDeviceName(), "");
     EXPECT_THAT(device_.calls(), testing::IsEmpty());
 }
 
-TEST_F(DeviceName, leavesTheTransactionOpenWhenItCannotBeRead) {
+TEST_F(DeviceName, leavesTransactionOpenWhenReadFails) {
     device_.orderStatus("Vesk.getValue", -1);
     device_.order("Vesk.getValue", "value", "");
     EXPECT_EQ(manager_.getDeviceName(), "");
@@ -50,7 +50,7 @@ TEST_F(DeviceName, isWhatFailedReadHasWritten) {
     EXPECT_EQ(manager_.getDeviceName(), "half a na");
 }
 
-TEST_F(DeviceName, isReadAgainAfterEveryKindOfFailure) {
+TEST_F(DeviceName, isReadAgainAfterFailure) {
     device_.orderStatus("Vesk.startTransaction", -1);
     EXPECT_EQ(manager_.GetBackupFileName(1), "");
     device_.orderStatus("Vesk.startTransaction", 0);
@@ -63,7 +63,7 @@ TEST_F(DeviceName, isReadAgainAfterEveryKindOfFailure) {
     EXPECT_THAT(device_.calls(), ElementsAreArray(nameReading()));
 }
 
-TEST_F(DeviceName, comesThroughUnchanged) {
+TEST_F(DeviceName, isPassedOnUnchanged) {
     for (const std::string& name :
          {std::string(), std::string(" "), std::string("two words"), std::string("%n%s%d"),
           std::string("a/../b"), std::string("\xFF\xFE"), std::string("line\nend"),

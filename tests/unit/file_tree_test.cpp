@@ -1,4 +1,5 @@
 // Searching the tree of a stick for backup and update files.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -6,7 +7,9 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "tests/support/process/descriptor_limit.h"
 #include "tests/support/process/printed_text.h"
+#include "tests/support/process/unique_fd.h"
 #include "tests/unit/listing.h"
 #include "tests/unit/watched_calls.h"
 
@@ -28,14 +31,14 @@ protected:
     }
 };
 
-TEST_F(PackageListing, givesEveryFieldOfAPackageInADirectory) {
+TEST_F(PackageListing, fillsEveryField) {
     stick_.addFile("old/x.psb", "12345");
     EXPECT_THAT(wholly(backup("")),
                 ElementsAre("kind 1 name 'x.psb' size 5 location 'old' reserved ''"));
     EXPECT_THAT(offeredPaths(device_), ElementsAre("/media/usb/USB_X60.1/old/x.psb"));
 }
 
-TEST_F(PackageListing, findsBackupFilesOrUpdateFiles) {
+TEST_F(PackageListing, findsBackupsOrUpdates) {
     stick_.addFile("a/b.psb");
     stick_.addFile("a/c.fwf");
     stick_.addFile("a/d.PSB");
@@ -47,7 +50,7 @@ TEST_F(PackageListing, findsBackupFilesOrUpdateFiles) {
     EXPECT_THAT(placesOf(update("")), ElementsAre("a c.fwf"));
 }
 
-TEST_F(PackageListing, beginsAtTheGivenDirectory) {
+TEST_F(PackageListing, beginsAtGivenDirectory) {
     stick_.addFile("root.psb");
     stick_.addFile("a/b/c.psb");
     EXPECT_THAT(placesOf(backup("a")), ElementsAre("a/b c.psb"));
@@ -57,7 +60,7 @@ TEST_F(PackageListing, beginsAtTheGivenDirectory) {
     EXPECT_THAT(placesOf(backup("")), UnorderedElementsAre("/ root.psb", "a/b c.psb"));
 }
 
-TEST_F(PackageListing, takesTheMarkerAnywhereInThePath) {
+TEST_F(PackageListing, findsMarkerAnywhereInPath) {
     stick_.addFile("report.psb.txt");
     stick_.addFile("x.psbx");
     stick_.addFile("set.psb/inside/plain.txt");
@@ -68,15 +71,7 @@ TEST_F(PackageListing, takesTheMarkerAnywhereInThePath) {
                                      "set.psb/inside plain.txt"));
 }
 
-TEST_F(PackageListing, takesTheMarkerInTheNamesOfStickAndDirectoryToo) {
-    const Mount stick("/media/usb/my.psb", "/dev/sdc1", "tmpfs", 0, "size=1m");
-    makeDirectories("/media/usb/my.psb/a");
-    stick_.addFile("set.psb/a");
-    EXPECT_THAT(placesOf(manager_.getBackupFilesList("my.psb", "")), ElementsAre("/ a"));
-    EXPECT_THAT(placesOf(backup("set.psb")), ElementsAre("set.psb a"));
-}
-
-TEST_F(PackageListing, holdsTheContentsOfADirectoryBeforeTheDirectoryItself) {
+TEST_F(PackageListing, listsContentsBeforeDirectory) {
     stick_.addFile("set.psb/inner.psb/leaf");
     EXPECT_THAT(placesOf(backup("")),
                 ElementsAre("set.psb/inner.psb leaf", "set.psb inner.psb", "/ set.psb"));
@@ -88,7 +83,7 @@ TEST_F(PackageListing, holdsTheContentsOfADirectoryBeforeTheDirectoryItself) {
     EXPECT_EQ(list.front().kind, 1U);
 }
 
-TEST_F(PackageListing, holdsOnlyWhatTheDeviceManagerAccepts) {
+TEST_F(PackageListing, listsOnlyAcceptedFiles) {
     stick_.addFile("good.psb");
     stick_.addFile("bad.psb");
     stick_.addFile("baddir.psb/good");
@@ -102,7 +97,7 @@ TEST_F(PackageListing, holdsOnlyWhatTheDeviceManagerAccepts) {
     }
 }
 
-TEST_F(PackageListing, leavesOutWhateverBeginsWithADot) {
+TEST_F(PackageListing, skipsHiddenEntries) {
     stick_.addFile(".x.psb");
     stick_.addFile(".psb");
     stick_.addFile(".hidden.psb/inside.psb");
@@ -111,7 +106,7 @@ TEST_F(PackageListing, leavesOutWhateverBeginsWithADot) {
     EXPECT_THAT(placesOf(backup(".hidden.psb")), ElementsAre(".hidden.psb inside.psb"));
 }
 
-TEST_F(PackageListing, testsEveryKindOfEntryThatExists) {
+TEST_F(PackageListing, checksEveryKindOfEntry) {
     ASSERT_EQ(mknod(stick_.path("pipe.psb").c_str(), S_IFIFO | 0600U, 0), 0);
     ASSERT_EQ(mknod(stick_.path("socket.psb").c_str(), S_IFSOCK | 0600U, 0), 0);
     link("missing", "to-nothing.psb");
@@ -121,7 +116,7 @@ TEST_F(PackageListing, testsEveryKindOfEntryThatExists) {
                                      "kind 0 name 'socket.psb' size 0 location '/' reserved ''"));
 }
 
-TEST_F(PackageListing, isEmptyWhenStickOrDirectoryIsMissing) {
+TEST_F(PackageListing, isEmptyWithoutStickOrDirectory) {
     stick_.addFile("file.psb");
     std::string printed = printedBy([&] {
         EXPECT_THAT(manager_.getBackupFilesList("USB_X60.9", ""), IsEmpty());
@@ -134,25 +129,7 @@ TEST_F(PackageListing, isEmptyWhenStickOrDirectoryIsMissing) {
     EXPECT_THAT(device_.calls(), IsEmpty());
 }
 
-TEST_F(PackageListing, passesNamesThroughByteForByte) {
-    const std::vector<std::string> names{"%n%s.psb", "line\nbreak.psb", "\xff.psb\xfe",
-                                         std::string(251, 'x') + ".psb"};
-    for (const std::string& name : names) {
-        stick_.addFile("\xc3/" + name);
-    }
-    EXPECT_THAT(namesOf(backup("")), testing::UnorderedElementsAreArray(names));
-    EXPECT_THAT(offeredPaths(device_), Contains("/media/usb/USB_X60.1/\xc3/line\nbreak.psb"));
-    EXPECT_EQ(backup("").front().location, "\xc3");
-}
-
-TEST_F(PackageListing, givesSizesOfMoreThanFourGigabytes) {
-    stick_.addSparseFile("large.psb", (5ULL << 40U) + 1);
-    EXPECT_EQ(backup("").at(0).size, 5497558138881);
-}
-
-// ---- the limit --------------------------------------------------------------------------------
-
-TEST_F(PackageListing, endsADirectoryAtThirtyEntries) {
+TEST_F(PackageListing, endsDirectoryAt30Entries) {
     for (const int count : {29, 30, 31, 40}) {
         const std::string directory = "of" + std::to_string(count);
         addPackages(directory, count);
@@ -166,15 +143,7 @@ TEST_F(PackageListing, endsADirectoryAtThirtyEntries) {
     }
 }
 
-TEST_F(PackageListing, countsOnlyWhatIsAccepted) {
-    addPackages("a", 40);
-    for (int number = 0; number < 15; ++number) {
-        device_.order("BR.checkBackupFile", "reject", "/" + std::to_string(number) + ".psb");
-    }
-    EXPECT_EQ(backup("a").size(), 25U);
-}
-
-TEST_F(PackageListing, goesOnInEveryEnclosingDirectoryToItsNextEntry) {
+TEST_F(PackageListing, goesOnInEnclosingDirectories) {
     addPackages("a.psb/b.psb/c.psb", 40);
     const std::vector<std::string> places = placesOf(backup(""));
     ASSERT_EQ(places.size(), 33U);
@@ -184,7 +153,7 @@ TEST_F(PackageListing, goesOnInEveryEnclosingDirectoryToItsNextEntry) {
     EXPECT_EQ(places[32], "/ a.psb");
 }
 
-TEST_F(PackageListing, endsAnEnclosingDirectoryAfterOneMoreEntry) {
+TEST_F(PackageListing, endsEnclosingDirectoryAtNextEntry) {
     addPackages("first.psb/full", 40);
     stick_.addFile("first.psb/other");
     stick_.addFile("next.psb");
@@ -196,7 +165,7 @@ TEST_F(PackageListing, endsAnEnclosingDirectoryAfterOneMoreEntry) {
     EXPECT_EQ(std::count(names.begin(), names.end(), "other"), otherFirst ? 1 : 0);
 }
 
-TEST_F(PackageListing, looksIntoFurtherDirectoriesOfALevelThatHasNotAppended) {
+TEST_F(PackageListing, goesOnInLevelThatHasNotAppended) {
     addPackages("a/of30", 30);
     addPackages("b/of30", 30);
     // Neither "a" nor "b" is a package, so the root never stops: each "of30" adds to the list.
@@ -204,9 +173,7 @@ TEST_F(PackageListing, looksIntoFurtherDirectoriesOfALevelThatHasNotAppended) {
     EXPECT_EQ(list.size(), 31U);
 }
 
-// ---- links ------------------------------------------------------------------------------------
-
-TEST_F(PackageListing, followsALinkToADirectoryElsewhere) {
+TEST_F(PackageListing, followsLinkElsewhere) {
     stick_.addFile("a/x.psb");
     link("a", "b");
     makeDirectories("/media/usb/beside");
@@ -217,7 +184,7 @@ TEST_F(PackageListing, followsALinkToADirectoryElsewhere) {
     rmdir("/media/usb/beside");
 }
 
-TEST_F(PackageListing, doesNotEnterADirectoryThatItIsInside) {
+TEST_F(PackageListing, entersNoDirectoryItIsIn) {
     stick_.addFile("a/b/x.psb");
     link(".", "a/self");
     link("..", "a/b/parent");
@@ -232,7 +199,7 @@ TEST_F(PackageListing, doesNotEnterADirectoryThatItIsInside) {
                                      "a/b/whole-path y.psb"));
 }
 
-TEST_F(PackageListing, testsALoopingLinkLikeAnyOtherEntry) {
+TEST_F(PackageListing, checksLoopingLinkLikeAnyEntry) {
     stick_.addDirectory("a");
     link(".", "a/self.psb");
     link("..", "a/parent.psb");
@@ -242,18 +209,39 @@ TEST_F(PackageListing, testsALoopingLinkLikeAnyOtherEntry) {
     EXPECT_THAT(placesOf(backup("")), ElementsAre("a parent.psb"));
 }
 
-TEST_F(PackageListing, endsWhereTwoDirectoriesLeadIntoEachOther) {
-    stick_.addFile("a/x.psb");
-    stick_.addFile("b/y.psb");
-    link("../b", "a/to-b");
-    link("../a", "b/to-a");
-    EXPECT_THAT(placesOf(backup("")),
-                UnorderedElementsAre("a x.psb", "a/to-b y.psb", "b y.psb", "b/to-a x.psb"));
+// Directories called "d" one in the other, deeper than a path can name, and a package in every
+// `step`th of them.
+void dig(const std::string& root, int depth, int step) {
+    UniqueFd at(open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (int level = 1; level <= depth; ++level) {
+        ASSERT_EQ(mkdirat(at.get(), "d", 0700), 0);
+        at.reset(openat(at.get(), "d", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        ASSERT_TRUE(at);
+        if (level % step == 0) {
+            const UniqueFd file(openat(at.get(), "x.psb", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+            ASSERT_TRUE(file);
+        }
+    }
 }
 
-// ---- the scan as an operation of its own ------------------------------------------------------
+TEST_F(PackageListing, goesAsDeepAsPathsReach) {
+    constexpr rlim_t kDeepest = PATH_MAX / 2;
+    if (raiseDescriptorLimit() < kDeepest + 100) {
+        GTEST_SKIP() << "this machine allows too few open files for so deep a tree";
+    }
+    constexpr int kStep = 100;
+    dig(stick_.path(), 2500, kStep);
+    // "/d" of each level, "/x.psb" and the byte that ends the path.
+    const int levels = (PATH_MAX - static_cast<int>(stick_.path().size()) - 7) / 2;
+    const std::vector<FileEntry> list = backup("");
+    EXPECT_EQ(list.size(), static_cast<std::size_t>(levels / kStep));
+    ASSERT_FALSE(list.empty());
+    EXPECT_EQ(list.front().location.size(),
+              static_cast<std::size_t>(levels / kStep * kStep * 2 - 1));
+    EXPECT_EQ(list.back().location.size(), static_cast<std::size_t>(kStep * 2 - 1));
+}
 
-TEST_F(PackageListing, isEmptiedFromTheWorkingList) {
+TEST_F(PackageListing, emptiesWorkingList) {
     stick_.addFile("a.psb");
     stick_.addFile("b/c");
     restore("");
@@ -263,7 +251,7 @@ TEST_F(PackageListing, isEmptiedFromTheWorkingList) {
     EXPECT_THAT(placesOf(manager_.scanFiles("USB_X60.1", "b")), ElementsAre("b c"));
 }
 
-TEST_F(PackageListing, isAScanThatAppendsToTheWorkingList) {
+TEST_F(PackageListing, appendsToWorkingList) {
     stick_.addFile("a/x.psb");
     stick_.addFile("b");
     manager_.scanFiles("USB_X60.1", "");
@@ -273,7 +261,7 @@ TEST_F(PackageListing, isAScanThatAppendsToTheWorkingList) {
     EXPECT_EQ(manager_.scanTree("USB_X60.1", stick_.path("b"), ".psb").size(), 2U);
 }
 
-TEST_F(PackageListing, countsWhatTheWorkingListHoldsAlready) {
+TEST_F(PackageListing, countsWholeWorkingList) {
     addPackages("a", 40);
     for (int number = 0; number < 29; ++number) {
         stick_.addFile("plain/" + std::to_string(number), "");
@@ -283,7 +271,7 @@ TEST_F(PackageListing, countsWhatTheWorkingListHoldsAlready) {
     EXPECT_EQ(manager_.scanTree("USB_X60.1", stick_.path("a"), ".psb").size(), 31U);
 }
 
-TEST_F(PackageListing, isAScanThatFailsOutsideTheStick) {
+TEST_F(PackageListing, throwsOutsideTheStick) {
     const TemporaryDirectory elsewhere;
     writeFile(elsewhere.path("plain"), "");
     EXPECT_THAT(manager_.scanTree("USB_X60.1", elsewhere.path(), ".psb"), IsEmpty());
@@ -291,7 +279,7 @@ TEST_F(PackageListing, isAScanThatFailsOutsideTheStick) {
     EXPECT_THROW(manager_.scanTree("USB_X60.1", elsewhere.path(), ".psb"), std::out_of_range);
 }
 
-TEST_F(PackageListing, readsEachDirectoryOnceAndLooksAtEachEntryOnce) {
+TEST_F(PackageListing, looksAtEachEntryOnce) {
     for (const char* name : {"a/b.psb", "a/c/d.psb", "a/c/.hidden", "e"}) {
         stick_.addFile(name);
     }

@@ -11,8 +11,6 @@
 #include <map>
 #include <memory>
 
-#include "tests/support/device/mount_table.h"
-#include "tests/support/process/printed_text.h"
 #include "tests/support/process/process_table.h"
 #include "tests/unit/listing.h"
 #include "tests/unit/watched_calls.h"
@@ -194,60 +192,6 @@ TEST_P(SingleFault, losesOnlyPartOfTheList) {
 
 INSTANTIATE_TEST_SUITE_P(During, SingleFault, testing::ValuesIn(operations()),
                          [](const auto& one) { return std::string(one.param.name); });
-
-TEST(FailingStick, isLeftOutOfTheEnumeration) {
-    TfMngr manager;
-    const Stick second(2);
-    const Stick fourth(4);
-    const HandMadeMountTable table(mountLine("/dev/sda1", second.path()) +
-                                   mountLine("/dev/sdb1", fourth.path()));
-    struct FailedCall {
-        const char* name;
-        std::vector<std::string> found;
-    };
-    const std::vector<FailedCall> failures{{"setmntent", {}},
-                                           {"getmntent_r", {}},
-                                           {"getmntent_r", {"USB_X60.2"}},
-                                           {"getmntent_r", {"USB_X60.2", "USB_X60.4"}},
-                                           {"endmntent", {"USB_X60.2", "USB_X60.4"}},
-                                           {"statfs64", {"USB_X60.4"}},
-                                           {"statfs64", {"USB_X60.2"}}};
-    const std::vector<std::string> open = openDescriptorsOf(getpid());
-    for (std::size_t strike = 0; strike < failures.size(); ++strike) {
-        std::string failed;
-        const WatchedCalls watched([&](const WatchedCall& call, std::size_t index) {
-            failed = index == strike ? call.name : failed;
-            return index == strike ? EIO : 0;
-        });
-        std::vector<std::string> found;
-        const std::string printed = printedBy([&] {
-            for (const UsbStickInfo& stick : manager.enumerateUsbSticks()) {
-                found.push_back(stick.name);
-            }
-        });
-        EXPECT_EQ(failed, failures[strike].name);
-        EXPECT_EQ(found, failures[strike].found) << "before call " << strike;
-        const auto lines = std::count(printed.begin(), printed.end(), '\n');
-        EXPECT_EQ(static_cast<std::size_t>(lines), 2 * found.size());
-    }
-    EXPECT_EQ(openDescriptorsOf(getpid()), open);
-}
-
-TEST(FailingStick, keepsItsFiles) {
-    TfMngr manager;
-    for (std::size_t strike = 0; strike < 3; ++strike) {
-        Stick stick(1);
-        stick.addFile("file");
-        const WatchedCalls watched([&](const WatchedCall& /*call*/, std::size_t index) {
-            if (index == strike) {
-                stick.pull();
-            }
-            return 0;
-        });
-        EXPECT_EQ(printedBy([&] { EXPECT_FALSE(manager.DeleteFile("USB_X60.1", "file")); }), "");
-        EXPECT_EQ(watched.count("remove"), strike == 2 ? 1U : 0U);
-    }
-}
 
 }  // namespace
 }  // namespace test_support

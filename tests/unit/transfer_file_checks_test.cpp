@@ -33,7 +33,7 @@ Calls released(const std::string& controller) {
     return Calls{controller + ".disconnect()"} + destroyed(controller);
 }
 
-class FileChecks : public Listing {
+class PackageCheck : public Listing {
 protected:
     Calls calls() const { return controllerCalls(device_); }
 
@@ -44,7 +44,7 @@ protected:
     }
 };
 
-TEST_F(FileChecks, ofABackupListingShareOneConnection) {
+TEST_F(PackageCheck, sharesOneConnection) {
     stick_.addFile("a/1.psb");
     stick_.addFile("2.psb");
     stick_.addFile("3.psb");
@@ -61,36 +61,21 @@ TEST_F(FileChecks, ofABackupListingShareOneConnection) {
     }
 }
 
-TEST_F(FileChecks, ofAnUpdateListingFollowTheReadingOfTheDeviceName) {
+TEST_F(PackageCheck, readsDeviceNameBeforeUpdates) {
     stick_.addFile("1.fwf");
     EXPECT_EQ(update("").size(), 1U);
     EXPECT_EQ(calls(),
               (nameReading() + opened("FU1") + Calls{check("FU1", "1.fwf")} + released("FU1")));
 }
 
-TEST_F(FileChecks, areNotMadeOfFilesWithoutTheMarker) {
-    stick_.addFile("a.txt");
-    stick_.addFile("b.fwf");
-    EXPECT_THAT(backup(""), IsEmpty());
-    EXPECT_THAT(calls(), IsEmpty());
-}
-
-TEST_F(FileChecks, areNotMadeOfAMissingDirectoryButTheDeviceNameIsRead) {
+TEST_F(PackageCheck, readsDeviceNameForMissingDirectory) {
     EXPECT_THAT(backup("missing"), IsEmpty());
     EXPECT_THAT(calls(), IsEmpty());
     EXPECT_THAT(update("missing"), IsEmpty());
     EXPECT_EQ(calls(), nameReading());
 }
 
-TEST_F(FileChecks, doNotDependOnTheDeviceName) {
-    stick_.addFile("1.fwf");
-    device_.orderStatus("Vesk.startTransaction", 1);
-    EXPECT_EQ(update("").size(), 1U);
-    device_.orderStatus("Vesk.getValue", 1);
-    EXPECT_EQ(update("").size(), 1U);
-}
-
-TEST_F(FileChecks, connectAnewForEachListing) {
+TEST_F(PackageCheck, connectsForEachListing) {
     stick_.addFile("1.psb");
     stick_.addFile("2.fwf");
     backup("");
@@ -102,7 +87,7 @@ TEST_F(FileChecks, connectAnewForEachListing) {
                Calls{check("FU3", "2.fwf")} + released("FU3")));
 }
 
-TEST_F(FileChecks, areFalseWithoutAController) {
+TEST_F(PackageCheck, failsWithoutController) {
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
     stick_.addFile("3.fwf");
@@ -114,7 +99,7 @@ TEST_F(FileChecks, areFalseWithoutAController) {
     EXPECT_THAT(offeredPaths(device_), IsEmpty());
 }
 
-TEST_F(FileChecks, areFalseWithoutAConnectionAndLeaveNoControllerBehind) {
+TEST_F(PackageCheck, failsWithoutConnection) {
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
     stick_.addFile("3.psb");
@@ -131,7 +116,7 @@ TEST_F(FileChecks, areFalseWithoutAConnectionAndLeaveNoControllerBehind) {
                         destroyed("FU4") + opened("FU5") + released("FU5")));
 }
 
-TEST_F(FileChecks, goOnWhenTheDeviceManagerComesBackInTheMiddle) {
+TEST_F(PackageCheck, goesOnWhenDeviceManagerIsBack) {
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
     stick_.addFile("3.psb");
@@ -152,18 +137,9 @@ TEST_F(FileChecks, goOnWhenTheDeviceManagerComesBackInTheMiddle) {
                         Calls{check("BR2", order[1]), check("BR2", order[2])} + released("BR2")));
 }
 
-TEST_F(FileChecks, keepTheirConnectionWhenFilesAreRejected) {
-    stick_.addFile("1.psb");
-    stick_.addFile("2.psb");
-    device_.orderStatus("BR.checkBackupFile", 7);
-    EXPECT_THAT(backup(""), IsEmpty());
-    EXPECT_EQ(offeredPaths(device_).size(), 2U);
-    EXPECT_EQ(calls().size(), 3U + 2U + 2U);
-}
-
 // The library may use the log object it was given until the controller is destroyed; the doubles
 // do, and tell when it has gone.
-TEST_F(FileChecks, giveALogObjectThatOutlivesEveryController) {
+TEST_F(PackageCheck, lendsLogThatOutlivesController) {
     device_.order("*", "log", "0123456");
     stick_.addFile("1.psb");
     stick_.addFile("2.psb");
@@ -176,40 +152,7 @@ TEST_F(FileChecks, giveALogObjectThatOutlivesEveryController) {
     EXPECT_THAT(device_.violations(), IsEmpty());
 }
 
-TEST_F(FileChecks, findTheCredentialInEveryCallOfTheLibrary) {
-    const std::string credential(64, 'c');
-    const PersistentRecord record(recordWith(credential));
-    device_.order("*", "log", "6");
-    stick_.addFile("1.psb");
-    stick_.addFile("2.fwf");
-    EXPECT_EQ(backup("").size(), 1U);
-    EXPECT_EQ(update("").size(), 1U);
-    const std::string answer = ".readCredential() = 0 \"" + credential + "\"";
-    std::vector<std::string> expected(5, "BR1" + answer);  // from setLog to the destruction
-    expected.insert(expected.end(), 5, "FU1" + answer);
-    EXPECT_EQ(device_.logAnswers(), expected);
-}
-
-TEST_F(FileChecks, leaveNoDescriptorOpenWhateverFails) {
-    stick_.addFile("1.psb");
-    stick_.addFile("2.fwf");
-    const auto before = openDescriptorsOf(getpid());
-    const auto listNothing = [this] {
-        EXPECT_THAT(backup(""), IsEmpty());
-        EXPECT_THAT(update(""), IsEmpty());
-    };
-    device_.order("*", "reject", stick_.path());
-    listNothing();
-    device_.orderStatus("*", 1);  // no connection
-    listNothing();
-    device_.order("*", "null");
-    listNothing();
-    EXPECT_EQ(openDescriptorsOf(getpid()), before);
-}
-
-// ---- checks outside a listing -----------------------------------------------------------------
-
-TEST_F(FileChecks, goToTheControllerThatTheMarkerSays) {
+TEST_F(PackageCheck, choosesControllerByMarker) {
     struct MarkerCase {
         std::string path;
         std::string marker;
@@ -231,7 +174,7 @@ TEST_F(FileChecks, goToTheControllerThatTheMarkerSays) {
     }
 }
 
-TEST_F(FileChecks, areFalseForTheOtherKindWhileOneIsConnected) {
+TEST_F(PackageCheck, failsForOtherKindMeanwhile) {
     stick_.addFile("1.psb");
     stick_.addFile("2.fwf");
     EXPECT_TRUE(manager_.checkUpdateFile("/first"));
@@ -245,7 +188,7 @@ TEST_F(FileChecks, areFalseForTheOtherKindWhileOneIsConnected) {
     EXPECT_EQ(calls().back(), "BRDestroyController(BR2)");
 }
 
-TEST_F(FileChecks, areReleasedByTheNextListingOfTheirKindAlsoOfAMissingStick) {
+TEST_F(PackageCheck, isReleasedByNextListing) {
     EXPECT_TRUE(manager_.checkRestoreFile("/a"));
     EXPECT_THAT(manager_.getUpdateFilesList("USB_X60.9", ""), IsEmpty());
     EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"} + nameReading()));
@@ -254,7 +197,7 @@ TEST_F(FileChecks, areReleasedByTheNextListingOfTheirKindAlsoOfAMissingStick) {
                         released("BR1")));
 }
 
-TEST_F(FileChecks, areNotReleasedByTheEndOfTheManager) {
+TEST_F(PackageCheck, outlivesManager) {
     {
         TfMngr manager;
         EXPECT_TRUE(manager.checkRestoreFile("/a"));
@@ -262,7 +205,7 @@ TEST_F(FileChecks, areNotReleasedByTheEndOfTheManager) {
     EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"}));
 }
 
-TEST_F(FileChecks, acceptNoStatusButZero) {
+TEST_F(PackageCheck, acceptsNoStatusButZero) {
     const std::vector<std::int64_t> failures{1, -1, 0x100000000, INT64_MIN};
     for (const std::int64_t status : failures) {
         device_.orderStatus("BR.checkBackupFile", status);
@@ -277,24 +220,6 @@ TEST_F(FileChecks, acceptNoStatusButZero) {
     }
     device_.orderStatus("FU.checkFirmwareFile", 0);
     EXPECT_TRUE(manager_.checkUpdateFile("/a.fwf"));
-}
-
-TEST_F(FileChecks, passAnyPathOn) {
-    for (const std::string& path :
-         {std::string(), std::string("../%n\n\xFF"), "/" + std::string(10000, 'x')}) {
-        device_.clearRecord();
-        EXPECT_TRUE(manager_.checkRestoreFile(path));
-        EXPECT_EQ(calls().back(), "BR1.checkBackupFile(\"" + path + "\")");
-    }
-}
-
-TEST_F(FileChecks, keepTheirControllerWhileTheSizeOfABackupIsAskedFor) {
-    device_.order("BR.getBackupSize", "bytes", "18446744073709551615");
-    EXPECT_TRUE(manager_.checkRestoreFile("/a.psb"));
-    EXPECT_EQ(manager_.DoBackup(stick_.name(), 1, "new.psb"), JobResult::NotEnoughSpace);
-    EXPECT_TRUE(manager_.checkRestoreFile("/a.psb"));
-    const Calls check{"BR1.checkBackupFile(\"/a.psb\")"};
-    EXPECT_EQ(calls(), opened("BR1") + check + completed(sizeQuery(2, "fullbackup")) + check);
 }
 
 }  // namespace

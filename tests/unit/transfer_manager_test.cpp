@@ -20,10 +20,10 @@ using testing::IsEmpty;
 constexpr const char* kStop = "TF_STATE_SNC_STOP true true";
 constexpr const char* kExitUnlessMarked = "[ -e /tmp/transfer.enabled ] || exit 9";
 
-class ManagersLife : public testing::Test {
+class TransferManager : public testing::Test {
 protected:
-    ManagersLife() { forget(); }
-    ~ManagersLife() override { forget(); }
+    TransferManager() { forget(); }
+    ~TransferManager() override { forget(); }
 
     static void forget() {
         unlink(kTransferMarker);
@@ -31,21 +31,21 @@ protected:
     }
 };
 
-TEST_F(ManagersLife, beginsWithTheMarkerAndTheStartCommand) {
+TEST_F(TransferManager, createsMarkerAndRunsStartCommand) {
     const TfMngr manager;
     EXPECT_TRUE(exists(kTransferMarker));
     EXPECT_EQ(readFile(kTransferMarker), "");
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
 }
 
-TEST_F(ManagersLife, endsWithTheStopCommandAndLeavesTheMarker) {
+TEST_F(TransferManager, runsStopCommandAndKeepsMarker) {
     auto manager = std::make_unique<TfMngr>();
     manager.reset();
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart, kStop));
     EXPECT_TRUE(exists(kTransferMarker));
 }
 
-TEST_F(ManagersLife, canAnnounceTheStartAgainAndGivesTheScriptsStatus) {
+TEST_F(TransferManager, returnsStatusOfScript) {
     const TransferScript script("exit 7");
     TfMngr manager;
     unlink(kTransferMarker);
@@ -56,14 +56,14 @@ TEST_F(ManagersLife, canAnnounceTheStartAgainAndGivesTheScriptsStatus) {
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart, kScriptStart));
 }
 
-TEST_F(ManagersLife, hasTheMarkerBeforeTheScriptRuns) {
+TEST_F(TransferManager, createsMarkerBeforeScriptRuns) {
     const TransferScript script(kExitUnlessMarked);
     TfMngr manager;
     unlink(kTransferMarker);
     EXPECT_EQ(manager.announceStart(), 0);
 }
 
-TEST_F(ManagersLife, goesOnWithoutMarkerAndScript) {
+TEST_F(TransferManager, goesOnWithoutMarkerAndScript) {
     ASSERT_EQ(symlink("/nowhere/marker", kTransferMarker), 0);
     ASSERT_EQ(rename("/etc/morvane", "/etc/morvane-away"), 0);
     {

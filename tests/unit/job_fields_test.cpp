@@ -1,4 +1,4 @@
-// Several jobs in one life of the manager: their texts are joined, their workers run side by side.
+// Several jobs of one manager: their fields are joined, their workers run side by side.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,24 +17,13 @@ namespace {
 
 using testing::ElementsAreArray;
 
-class JobTexts : public JobTest {
+class JobFields : public JobTest {
 protected:
     const Stick first_{1};
     const Stick second_{2, {"16m", "/dev/sdb1", false}};
 };
 
-TEST_F(JobTexts, ofTwoBackupsAreJoined) {
-    EXPECT_EQ(backup("USB_X60.1", 1, "a.psb"), 0);
-    EXPECT_EQ(backup("USB_X60.1", 2, "b.psb"), 0);
-    EXPECT_THAT(device_.calls(),
-                ElementsAreArray(
-                    completed(sizeQuery(1, "fullbackup")) +
-                    completed(backupTo(2, "/media/usb/USB_X60.1/a.psb", "fullbackup")) +
-                    completed(sizeQuery(3, "recipes")) +
-                    completed(backupTo(4, "/media/usb/USB_X60.1USB_X60.1/a.psbb.psb", "recipes"))));
-}
-
-TEST_F(JobTexts, ofBackupRestoreAndUpdateAreJoined) {
+TEST_F(JobFields, joinsStringsOfEveryKindOfJob) {
     second_.addFile("d.fwf");
     first_.addFile("e.fwf");
     EXPECT_EQ(backup("USB_X60.1", 3, "a.psb"), 0);
@@ -56,15 +45,7 @@ TEST_F(JobTexts, ofBackupRestoreAndUpdateAreJoined) {
                          completed(backupTo(5, five + "/a.psbb.psb/c.psb", ""))));
 }
 
-TEST_F(JobTexts, thatAreJoinedMakeADirectoryBesideTheSticks) {
-    device_.order("BR.backup", "write", "3");
-    EXPECT_EQ(backup("USB_X60.1", 1, "a.psb"), 0);
-    EXPECT_EQ(backup("USB_X60.2", 1, "b.psb"), 0);
-    EXPECT_EQ(readFile("/media/usb/USB_X60.1USB_X60.2/a.psbb.psb"), "bbb");
-    EXPECT_FALSE(exists(second_.path("b.psb")));
-}
-
-TEST_F(JobTexts, areNotTouchedByARequestThatIsRefused) {
+TEST_F(JobFields, ignoresRefusedRequest) {
     EXPECT_EQ(backup("USB_X60.1", 1, "a.txt"), 1);
     EXPECT_EQ(restore("USB_X60.9", "b.psb"), 2);
     EXPECT_EQ(update("USB_X60.1", "c.fwf"), 5);
@@ -77,7 +58,7 @@ TEST_F(JobTexts, areNotTouchedByARequestThatIsRefused) {
                 ElementsAreArray(completed(restoreFrom(2, second_.path("e.psb")))));
 }
 
-TEST_F(JobTexts, makeABackupOfKind0ARestore) {
+TEST_F(JobFields, makesBackupOfKind0Restore) {
     first_.addFile("a.psb", "kept");
     EXPECT_EQ(backup("USB_X60.1", 0, "a.psb"), 0);
     EXPECT_THAT(device_.calls(), ElementsAreArray(completed(sizeQuery(1, "")) +
@@ -85,10 +66,7 @@ TEST_F(JobTexts, makeABackupOfKind0ARestore) {
     EXPECT_EQ(readFile(first_.path("a.psb")), "kept");
 }
 
-// ---- without a mount identifier
-// ---------------------------------------------------------------------
-
-TEST_F(JobTexts, ofAFirstJobWithoutMountMakeItARestoreOfTheMountBase) {
+TEST_F(JobFields, startsOnMountBaseWithoutIdentifier) {
     EXPECT_EQ(backup("", 1, "a.psb"), 0);
     EXPECT_EQ(restore("", "a.psb"), 0);
     writeFile("/media/usb/x.fwf", "update");
@@ -100,7 +78,7 @@ TEST_F(JobTexts, ofAFirstJobWithoutMountMakeItARestoreOfTheMountBase) {
     EXPECT_THAT(clock_.sleeps(), testing::ElementsAre(1U, 1U, 1U));
 }
 
-TEST_F(JobTexts, ofALaterJobWithoutMountMakeItTheEarlierJobAgain) {
+TEST_F(JobFields, repeatsEarlierJobWithoutIdentifier) {
     first_.addFile("u.fwf");
     writeFile("/media/usb/x.fwf", "update");
     device_.order("BR.backup", "write", "3");
@@ -116,17 +94,14 @@ TEST_F(JobTexts, ofALaterJobWithoutMountMakeItTheEarlierJobAgain) {
     EXPECT_EQ(device_.calls()[device_.calls().size() - 3], R"(FU1.update("/media/usb/USB_X60.1"))");
 }
 
-TEST_F(JobTexts, withoutMountAreStillCheckedLikeOthers) {
+TEST_F(JobFields, checksJobWithoutIdentifier) {
     EXPECT_EQ(backup("", 1, "a.txt"), 1);
     EXPECT_EQ(restore("", ""), 1);
     EXPECT_EQ(update("", "x.fwf"), 5);
     EXPECT_THAT(device_.calls(), testing::IsEmpty());
 }
 
-// ---- side by side
-// -----------------------------------------------------------------------------------
-
-TEST_F(JobTexts, belongToTheWorkerThatHasTakenItsCopy) {
+TEST_F(JobFields, belongsToWorkerThatCopiedIt) {
     first_.addFile("u.fwf");
     device_.order("BR.restore", "hang", device_.gate());
     device_.order("FU.update", "hang", device_.gate());

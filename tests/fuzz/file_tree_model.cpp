@@ -1,5 +1,5 @@
 // A second implementation of the search for packages.
-#include "tests/unit/file_tree_model.h"
+#include "tests/fuzz/file_tree_model.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
