@@ -26,7 +26,7 @@ Row measureIndex(const SystemBus& bus, const Stick& stick, int files, int rounds
         throw std::runtime_error("the replies of service and floor differ");
     }
     for (int round = 0; round < rounds; ++round) {
-        addRound(row, timesFor(files), elapsed, ofFloor, ofService);
+        addRound(row, timesFor(files), CLOCK_MONOTONIC, ofFloor, ofService);
     }
     return row;
 }
@@ -40,7 +40,7 @@ Row measureStickDetails(const SystemBus& bus, pid_t service, int rounds) {
             "us", 1.4};
     for (int round = 0; round < rounds; ++round) {
         addRound(
-            row, kSmallCalls, elapsed, [&] { call(bus, kFloor, "Nothing"); },
+            row, kSmallCalls, CLOCK_MONOTONIC, [&] { call(bus, kFloor, "Nothing"); },
             [&] { call(bus, kService, "GetUSBStickDetails"); });
     }
     return row;

@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <cstring>
-#include <memory>
 #include <stdexcept>
 
 #include "tests/bench/index_reply.h"
@@ -15,10 +14,6 @@ namespace bench {
 namespace {
 
 constexpr const char* kBareLoop = "opendir, readdir64, stat64";
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 void expect(std::size_t found, int wanted) {
     if (found != static_cast<std::size_t>(wanted)) {
@@ -32,14 +27,15 @@ std::size_t readAndStat(const std::string& directory) {
     std::size_t found = 0;
     char path[PATH_MAX];
     std::strcpy(path, (directory + "/").c_str());
-    const std::unique_ptr<DIR, CloseDirectory> stream(opendir(path));
-    while (const dirent64* entry = stream ? readdir64(stream.get()) : nullptr) {
+    DIR* const stream = opendir(path);
+    while (const dirent64* entry = readdir64(stream)) {
         struct stat64 status {};
         std::strcpy(path + directory.size() + 1, entry->d_name);
         if (entry->d_name[0] != '.' && stat64(path, &status) == 0) {
             ++found;
         }
     }
+    closedir(stream);
     return found;
 }
 
@@ -48,7 +44,7 @@ Row measureListing(TfMngr& manager, const Stick& stick, int files, int rounds) {
     const std::string directory = fillDirectory(stick, files);
     for (int round = 0; round < rounds; ++round) {
         addRound(
-            row, timesFor(files), processorTime,
+            row, timesFor(files), CLOCK_THREAD_CPUTIME_ID,
             [&] { expect(readAndStat(stick.path(directory)), files); },
             [&] { expect(manager.getRestoreFilesList(stick.name(), directory).size(), files); });
     }
@@ -62,7 +58,7 @@ Row measureIndex(TfMngr& manager, const Stick& stick, int files, int rounds) {
     g_autoptr(GVariant) existing = g_variant_ref_sink(indexBody(manager, stick.name(), directory));
     for (int round = 0; round < rounds; ++round) {
         addRound(
-            row, timesFor(files), processorTime,
+            row, timesFor(files), CLOCK_THREAD_CPUTIME_ID,
             [&] {
                 expect(readAndStat(stick.path(directory)), files);
                 marshal(existing);

@@ -15,7 +15,6 @@ constexpr int kSmallDirectory = 10;
 constexpr int kSmallCalls = 10;
 constexpr int kFewCalls = 10'000;
 constexpr int kManyCalls = 400'000;
-constexpr int kCallsAtOnce = 4;
 constexpr double kKilobyte = 1024;
 
 // A field of /proc/PID/smaps_rollup in kB.
@@ -74,29 +73,10 @@ std::vector<Row> measureReply(const Stick& stick, int rounds) {
     return {after, later};
 }
 
-// Makes mixed calls, some of them at once.
 void makeCalls(const SystemBus& bus, const std::string& directory, int calls) {
-    int answered = 0;
-    const auto onAnswer = [](GObject* connection, GAsyncResult* result, gpointer count) {
-        const VariantPtr reply(
-            g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr));
-        *static_cast<int*>(count) += reply ? 1 : kManyCalls;
-    };
-    for (int made = 0; made < calls;) {
-        for (const int end = made + kCallsAtOnce; made < end; ++made) {
-            const bool index = made % 2 == 0;
-            g_dbus_connection_call(bus.connection(), kService.name, kService.path,
-                                   kService.interface,
-                                   index ? "GetDirectoryIndex" : "GetUSBStickDetails",
-                                   index ? indexArguments(directory) : nullptr, nullptr,
-                                   G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr, onAnswer, &answered);
-        }
-        while (answered < made) {
-            g_main_context_iteration(nullptr, TRUE);
-        }
-    }
-    if (answered != calls) {
-        throw std::runtime_error("not every call was answered");
+    for (int made = 0; made < calls; made += 2) {
+        call(bus, kService, "GetDirectoryIndex", indexArguments(directory));
+        call(bus, kService, "GetUSBStickDetails");
     }
 }
 

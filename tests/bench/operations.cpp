@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <ctime>
-#include <exception>
 #include <functional>
 #include <stdexcept>
 
@@ -115,15 +114,10 @@ int main() {
         std::fprintf(stderr, "operations: run inside the sandbox only: %s\n", reason.c_str());
         return kRefused;
     }
-    try {
-        TfMngr manager;
-        countSticks(manager);
-        countListings(manager);
-        countEncodings();
-        countStrings(manager);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "operations: %s\n", error.what());
-        return 1;
-    }
+    TfMngr manager;
+    countSticks(manager);
+    countListings(manager);
+    countEncodings();
+    countStrings(manager);
     return 0;
 }

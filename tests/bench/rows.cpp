@@ -2,19 +2,29 @@
 #include "tests/bench/rows.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <ctime>
 
 namespace bench {
 namespace {
 
 constexpr int kFilesARound = 20'000;
 
-double processorNow() {
+double now(clockid_t clock) {
     struct timespec time {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    clock_gettime(clock, &time);
     return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+}
+
+double timeOf(const Operation& operation, clockid_t clock) {
+    const double before = now(clock);
+    operation();
+    return now(clock) - before;
+}
+
+double median(std::vector<double> figures) {
+    const auto middle = figures.begin() + static_cast<std::ptrdiff_t>(figures.size() / 2);
+    std::nth_element(figures.begin(), middle, figures.end());
+    return *middle;
 }
 
 double comparisonOf(const Row& row) {
@@ -28,37 +38,13 @@ double comparisonOf(const Row& row) {
 
 }  // namespace
 
-double elapsed(const Operation& operation) {
-    const auto before = std::chrono::steady_clock::now();
-    operation();
-    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - before)
-        .count();
-}
-
-double processorTime(const Operation& operation) {
-    const double before = processorNow();
-    operation();
-    return processorNow() - before;
-}
-
-double median(std::vector<double> figures) {
-    const auto middle = figures.begin() + static_cast<std::ptrdiff_t>(figures.size() / 2);
-    std::nth_element(figures.begin(), middle, figures.end());
-    return *middle;
-}
-
-void addRound(Row& row, int times, double (*clock)(const Operation&), const Operation& floor,
+void addRound(Row& row, int times, clockid_t clock, const Operation& floor,
               const Operation& measured) {
     std::vector<double> ofFloor;
     std::vector<double> ofMeasured;
     for (int i = 0; i < times; ++i) {
-        if (i % 2 == 0) {
-            ofFloor.push_back(clock(floor));
-        }
-        ofMeasured.push_back(clock(measured));
-        if (i % 2 != 0) {
-            ofFloor.push_back(clock(floor));
-        }
+        ofFloor.push_back(timeOf(floor, clock));
+        ofMeasured.push_back(timeOf(measured, clock));
     }
     row.floor.push_back(median(ofFloor));
     row.measured.push_back(median(ofMeasured));
@@ -68,9 +54,12 @@ int timesFor(int files) {
     return std::clamp(kFilesARound / files, 2, 200);
 }
 
-void print(const std::vector<Row>& rows) {
+void printHead() {
     std::printf("| what | floor in the same run | floor | measured | ratio | aim | |\n");
     std::printf("|---|---|--:|--:|--:|--:|---|\n");
+}
+
+void print(const std::vector<Row>& rows) {
     for (const Row& row : rows) {
         const double comparison = comparisonOf(row);
         const char* const sign = row.compared == Compared::Ratio ? "" : "+ ";
@@ -79,6 +68,7 @@ void print(const std::vector<Row>& rows) {
                     row.unit, sign, comparison, sign, row.aim,
                     comparison <= row.aim ? "met" : "MISSED");
     }
+    std::fflush(stdout);
 }
 
 }  // namespace bench

@@ -1,6 +1,7 @@
 // The rows of the table: what is measured, beside its floor of the same run.
 #pragma once
 
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -23,22 +24,17 @@ struct Row {
 
 using Operation = std::function<void()>;
 
-// Microseconds that an operation takes: of the wall clock, or of this thread's processor time.
-double elapsed(const Operation& operation);
-double processorTime(const Operation& operation);
-
-double median(std::vector<double> figures);
-
-// Runs both operations `times` times in turn, either first every other time, and adds the medians
-// to the row as one round.
-void addRound(Row& row, int times, double (*clock)(const Operation&), const Operation& floor,
+// Runs both operations `times` times in turn and adds the medians to the row as one round, in
+// microseconds of that clock.
+void addRound(Row& row, int times, clockid_t clock, const Operation& floor,
               const Operation& measured);
 
 // How often to repeat what works on so many files, so that a round takes about as long for any
 // number of them.
 int timesFor(int files);
 
-// The rows as a table in Markdown. The comparison is the median over the rounds.
+// A table in Markdown: its head, and rows. The comparison is the median over the rounds.
+void printHead();
 void print(const std::vector<Row>& rows);
 
 // The groups of rows, each of so many rounds.

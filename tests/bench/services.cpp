@@ -2,8 +2,8 @@
 #include "tests/bench/services.h"
 
 #include <filesystem>
-#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "tests/support/files/paths.h"
 #include "tests/support/process/waiting.h"
@@ -12,14 +12,12 @@ namespace bench {
 
 VariantPtr call(const SystemBus& bus, const Target& target, const char* method,
                 GVariant* arguments) {
-    g_autoptr(GError) error = nullptr;
-    VariantPtr reply(g_dbus_connection_call_sync(
-        bus.connection(), target.name, target.path, target.interface, method, arguments, nullptr,
-        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &error));
-    if (reply == nullptr) {
-        throw std::runtime_error(std::string(method) + ": " + error->message);
+    test_support::Reply reply =
+        bus.call(target.path, target.interface, method, arguments, target.name);
+    if (reply.value == nullptr) {
+        throw std::runtime_error(std::string(method) + ": " + reply.message);
     }
-    return reply;
+    return std::move(reply.value);
 }
 
 void allowFloorService() {
@@ -40,14 +38,6 @@ Daemon::Daemon() : process_({{"-d"}, {"G_SLICE=always-malloc"}, {}, {}, onServic
     if (!process_.waitUntilAnswers()) {
         throw std::runtime_error("the service does not answer");
     }
-}
-
-pid_t Daemon::id() const {
-    const std::optional<pid_t> process = process_.processId();
-    if (!process) {
-        throw std::runtime_error("the service has gone");
-    }
-    return *process;
 }
 
 FloorService::FloorService()

@@ -42,7 +42,7 @@ std::vector<std::string> onServiceCore(const std::vector<std::string>& command);
 class Daemon {
 public:
     Daemon();
-    pid_t id() const;
+    pid_t id() const { return process_.processId().value(); }
 
 private:
     test_support::ServiceProcess process_;
