@@ -42,7 +42,7 @@ using Writer = std::unique_ptr<archive, ReleaseWith<archive_write_free>>;
 using Entry = std::unique_ptr<archive_entry, ReleaseWith<archive_entry_free>>;
 using Compressor = std::unique_ptr<ZSTD_CCtx, ReleaseWith<ZSTD_freeCCtx>>;
 
-[[noreturn]] void refuse(const std::string& reason) {
+[[noreturn]] void refuseArchive(const std::string& reason) {
     throw DeviceError(DeviceManagerStatus::unusableFile, reason);
 }
 
@@ -53,7 +53,7 @@ using Compressor = std::unique_ptr<ZSTD_CCtx, ReleaseWith<ZSTD_freeCCtx>>;
 void require(bool done, archive* handle) {
     if (!done) {
         const char* const reason = archive_error_string(handle);
-        refuse(reason == nullptr ? "not a backup or update file" : reason);
+        refuseArchive(reason == nullptr ? "not a backup or update file" : reason);
     }
 }
 
@@ -73,7 +73,7 @@ void parseManifest(const std::string& text, Archive& content) {
     for (const auto& [key, value] : kManifestKeys) {
         g_autofree char* found = g_key_file_get_string(file, kManifestGroup, key, nullptr);
         if (found == nullptr) {
-            refuse(std::string("bad manifest: no ") + key);
+            refuseArchive(std::string("bad manifest: no ") + key);
         }
         content.*value = found;
     }
@@ -226,7 +226,7 @@ Archive readArchive(const OpenFile& file) {
         const char* const name = archive_entry_pathname(entry);
         const auto size = static_cast<std::uint64_t>(archive_entry_size(entry));
         if (name == nullptr || archive_entry_filetype(entry) != AE_IFREG || size > tar.size()) {
-            refuse("a member is not a plain file");
+            refuseArchive("a member is not a plain file");
         }
         std::string& bytes = content.members[name];
         bytes.resize(static_cast<std::size_t>(size));
