@@ -2,6 +2,7 @@
 #include "simulator/device_manager_server.h"
 
 #include <exception>
+#include <map>
 #include <system_error>
 #include <utility>
 
@@ -97,51 +98,52 @@ void DeviceManagerServer::onMethodCall(GDBusConnection* /*peer*/, const char* /*
         return std::string(index < g_strv_length(const_cast<char**>(strings)) ? strings[index]
                                                                               : "");
     };
-    Call call = server.callFor(operation, textAt(0), textAt(1));
-    call.invocation = invocation;
-    server.start(call);
+    server.start({invocation, operation, textAt(0), textAt(1)});
 }
 
-// What an operation is called in the log, and what the device does for it.
-DeviceManagerServer::Call DeviceManagerServer::callFor(const std::string& operation,
-                                                       const std::string& first,
-                                                       const std::string& second) {
-    if (operation == kConnect) {
-        return {kConnect, false, [=] { return accept(first); }};
-    }
+std::string DeviceManagerServer::Call::action() const {
+    static const std::map<std::string, const char*> kWords = {
+        {"restore", "restore from "},
+        {"update", "update from "},
+        {"getBackupSize", "size of backup "},
+        {"checkBackupFile", "check backup file "},
+        {"checkFirmwareFile", "check firmware file "},
+    };
     if (operation == "backup") {
-        const auto work = [=] {
-            const auto bytes = device_.backup(first, second, behaviour_.pace());
-            return Outcome{"done, " + std::to_string(bytes) + " bytes"};
-        };
-        return {"backup " + second + " to " + first, true, work};
+        return "backup " + second + " to " + first;
     }
-    if (operation == "restore") {
-        const auto work = [=] {
-            return Outcome{"done, " + device_.restore(first, behaviour_.pace())};
-        };
-        return {"restore from " + first, true, work};
+    const auto words = kWords.find(operation);
+    return words == kWords.end() ? operation : words->second + first;
+}
+
+DeviceManagerServer::Outcome DeviceManagerServer::carryOut(const Call& call) {
+    if (call.operation == kConnect) {
+        return accept(call.first);
     }
-    if (operation == "update") {
-        const auto work = [=] {
-            return Outcome{"done, firmware " + device_.update(first, behaviour_.pace())};
-        };
-        return {"update from " + first, true, work};
+    if (call.operation == "getBackupSize") {
+        const auto needed = device_.backupSize(call.first);
+        const auto bytes = behaviour_.now().reportedSize.value_or(needed);
+        return {std::to_string(bytes) + " bytes", bytes};
     }
-    if (operation == "getBackupSize") {
-        const auto work = [=] {
-            const auto needed = device_.backupSize(first);
-            const auto bytes = behaviour_.now().reportedSize.value_or(needed);
-            return Outcome{std::to_string(bytes) + " bytes", bytes};
-        };
-        return {"size of backup " + first, false, work};
+    if (call.operation == "checkBackupFile") {
+        return {"acceptable, " + device_.checkBackupFile(call.first)};
     }
-    if (operation == "checkBackupFile") {
-        const auto work = [=] { return Outcome{"acceptable, " + device_.checkBackupFile(first)}; };
-        return {"check backup file " + first, false, work};
+    if (call.operation == "checkFirmwareFile") {
+        return {"acceptable, " + device_.checkFirmwareFile(call.first)};
     }
-    const auto work = [=] { return Outcome{"acceptable, " + device_.checkFirmwareFile(first)}; };
-    return {"check firmware file " + first, false, work};
+    if (call.operation != "backup" && call.operation != "restore" && call.operation != "update") {
+        throw DeviceError(DeviceManagerStatus::failed, "no such operation");
+    }
+    logAction(call.action(), "started");
+    const Pace pace = behaviour_.pace();
+    if (call.operation == "backup") {
+        const auto bytes = device_.backup(call.first, call.second, pace);
+        return {"done, " + std::to_string(bytes) + " bytes"};
+    }
+    if (call.operation == "restore") {
+        return {"done, " + device_.restore(call.first, pace)};
+    }
+    return {"done, firmware " + device_.update(call.first, pace)};
 }
 
 DeviceManagerServer::Outcome DeviceManagerServer::accept(const std::string& credential) {
@@ -192,9 +194,9 @@ void DeviceManagerServer::run(const Call& call) {
 
 DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
     GObject* const peer = peerOf(call.invocation);
-    const bool isConnect = call.action == kConnect;
+    const bool isConnect = call.operation == kConnect;
     if (behaviour_.now().faults.hang) {
-        logAction(call.action, "waits, the device manager hangs");
+        logAction(call.action(), "waits, the device manager hangs");
     }
     if (!behaviour_.waitToAct()) {
         throw DeviceError(DeviceManagerStatus::failed, "the device manager stops");
@@ -205,10 +207,7 @@ DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
     if (!isConnect && g_object_get_data(peer, kAccepted) == nullptr) {
         throw DeviceError(DeviceManagerStatus::notConnected, "not connected");
     }
-    if (call.isJob) {
-        logAction(call.action, "started");
-    }
-    Outcome outcome = call.work();
+    Outcome outcome = carryOut(call);
     if (isConnect) {
         g_object_set_data(peer, kAccepted, GINT_TO_POINTER(1));
     }
@@ -219,9 +218,9 @@ void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
                                  const Outcome& outcome) {
     const auto number = static_cast<gint64>(status);
     const std::string text = printable(outcome.message);
-    logAction(call.action, status == DeviceManagerStatus::done
-                               ? text
-                               : "FAILED (status " + std::to_string(number) + "): " + text);
+    logAction(call.action(), status == DeviceManagerStatus::done
+                                 ? text
+                                 : "FAILED (status " + std::to_string(number) + "): " + text);
     g_dbus_method_invocation_return_value(
         call.invocation, g_variant_new("(xst)", number, text.c_str(), outcome.bytes));
 }

@@ -5,7 +5,6 @@
 #include <gio/gio.h>
 
 #include <cstdint>
-#include <functional>
 #include <future>
 #include <list>
 #include <string>
@@ -34,10 +33,12 @@ private:
         std::uint64_t bytes = 0;
     };
     struct Call {
-        std::string action;
-        bool isJob = false;
-        std::function<Outcome()> work;  // fails by an exception
-        GDBusMethodInvocation* invocation = nullptr;  // released by its answer
+        GDBusMethodInvocation* invocation;  // released by its answer
+        std::string operation;
+        std::string first;
+        std::string second;
+
+        std::string action() const;  // what it is called in the log
     };
 
     static gboolean onNewConnection(GDBusServer* server, GDBusConnection* peer, gpointer self);
@@ -46,13 +47,13 @@ private:
                              const char* interface, const char* method, GVariant* parameters,
                              GDBusMethodInvocation* invocation, gpointer self);
 
-    Call callFor(const std::string& operation, const std::string& first, const std::string& second);
     Outcome accept(const std::string& credential);
     void order(const std::string& order, const std::string& value,
                GDBusMethodInvocation* invocation);
     void start(const Call& call);
     void run(const Call& call);
     Outcome workOn(const Call& call);
+    Outcome carryOut(const Call& call);
     static void finish(const Call& call, DeviceManagerStatus status, const Outcome& outcome);
 
     SimulatedDevice& device_;
