@@ -1,4 +1,4 @@
-"""main.py ARCHITECTURE [SECTION...]: runs the sections on a new machine and ends with status 1 when a check has failed."""
+"""main.py ARCHITECTURE [SECTION...]: runs the sections on a new machine; status 1 when a check has failed."""
 import sys
 import tempfile
 import time
@@ -10,16 +10,17 @@ from power import power
 from sections import SECTIONS
 
 MOMENTS = 20
+USAGE = f"usage: machine [amd64|armhf] [{'|'.join(SECTIONS)}...] [power [MOMENTS [SEED]]]"
 
 
-def sectionsOf(words):
-    """The named sections, and for power the number of moments and the seed."""
-    names = [word for word in words if not word.isdigit()] or [*SECTIONS, "power"]
-    numbers = [int(word) for word in words if word.isdigit()]
-    unknown = set(names) - {*SECTIONS, "power"}
-    if unknown or len(numbers) > 2 or numbers and "power" not in names:
-        sys.exit(f"usage: machine [amd64|armhf] [{'|'.join(SECTIONS)}...] [power [MOMENTS [SEED]]]")
-    return names, *(numbers + [MOMENTS, 1][len(numbers):])
+def timed(report, name, section, *arguments):
+    print(f"{name}:", flush=True)
+    started = time.monotonic()
+    try:
+        section(*arguments)
+    except Broken as reason:
+        report.check(f"{name} can be carried out", False, reason)
+    print(f"  ({time.monotonic() - started:.0f} s)", flush=True)
 
 
 def runSections(architecture, folder, report, names):
@@ -29,22 +30,16 @@ def runSections(architecture, folder, report, names):
         for name in names:
             if name != "install":
                 device.installPackages()
-            timed(report, name, lambda: SECTIONS[name](device))
-
-
-def timed(report, name, section):
-    print(f"{name}:", flush=True)
-    started = time.monotonic()
-    try:
-        section()
-    except Broken as reason:
-        report.check(f"{name} can be carried out", False, reason)
-    print(f"  ({time.monotonic() - started:.0f} s)", flush=True)
+            timed(report, name, SECTIONS[name], device)
 
 
 def main():
     architecture = ARCHITECTURES[sys.argv[1]]
-    names, moments, seed = sectionsOf(sys.argv[2:])
+    names = [word for word in sys.argv[2:] if not word.isdigit()] or [*SECTIONS, "power"]
+    numbers = [int(word) for word in sys.argv[2:] if word.isdigit()]
+    if set(names) - {*SECTIONS, "power"} or len(numbers) > 2:
+        sys.exit(USAGE)
+    moments, seed = numbers + [MOMENTS, 1][len(numbers):]
     report = Report()
     with tempfile.TemporaryDirectory(dir=PROJECT / "build", prefix="machine-") as folder:
         once = [name for name in names if name != "power"]
@@ -52,7 +47,7 @@ def main():
             runSections(architecture, Path(folder), report, once)
     if "power" in names:
         with tempfile.TemporaryDirectory(dir=PROJECT / "build", prefix="machine-") as folder:
-            timed(report, "power", lambda: power(architecture, Path(folder), report, moments, seed))
+            timed(report, "power", power, architecture, Path(folder), report, moments, seed)
     print(f"{report.passed} checks passed, {report.failed} failed")
     return 1 if report.failed else 0
 
