@@ -77,14 +77,10 @@ askForPackages() {
 # prepareCrossBuild arm|arm64 [GROUP...]: compiler, emulator, libraries and headers for that processor, and the
 # packages of these groups.
 prepareCrossBuild() {
-    local architecture=$1 sysroot status=0
+    local architecture=$1
     [[ $architecture != arm ]] || architecture=armhf
-    # The one needs nothing of the other, and each waits for its downloads.
-    "$project/scripts/sysroot" "$architecture" &
-    sysroot=$!
-    (ensurePackages cross "$architecture" "${@:2}") || status=$?
-    wait "$sysroot" || status=$?
-    ((status == 0)) || exit "$status"
+    ensurePackages cross mmdebstrap "$architecture" "${@:2}"
+    "$project/scripts/sysroot" "$architecture"
 }
 
 # build PRESET [TARGET...]: configures once and builds into build/PRESET, everything or these targets.
