@@ -133,7 +133,8 @@ TEST(FileTuple, truncatesAfter63Records) {
 }
 
 TEST(FileArray, neverExceedsItsLimit) {
-    const std::string unaligned[] = {"", "a", "ab", "abc", "abcd\xFF", "abcdefgh\xC3"};
+    const std::string unaligned[] = {
+        "", "a", "ab", "abc", "abcd\xFF", "abcdefgh\xC3", std::string(50, 'n')};
     Files files;
     for (const std::string& name : unaligned) {
         for (const std::string& location : unaligned) {
