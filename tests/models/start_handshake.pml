@@ -17,11 +17,11 @@
 
 #define LAUNCHER(start) (start)
 #define DAEMON(start)   (STARTS + (start))
+#define UNDO(s, self)   undo[(s) * 2 * STARTS + (self)]
 
 bool exists;              /* the set */
 int  value[2];
-int  undo0[2 * STARTS];   /* what the end of a process adds to semaphore 0, and to 1 */
-int  undo1[2 * STARTS];
+int  undo[4 * STARTS];    /* what the end of a process adds to semaphore 0, and to 1 */
 bool ended[2 * STARTS];
 bool killed[2 * STARTS];
 byte status[2 * STARTS];
@@ -33,7 +33,7 @@ inline setToOne(s) {
   value[s] = 1;
   i = 0;
   do
-  :: i < 2 * STARTS -> if :: s == 0 -> undo0[i] = 0 :: else -> undo1[i] = 0 fi; i++
+  :: i < 2 * STARTS -> UNDO(s, i) = 0; i++
   :: else -> break
   od
 }
@@ -42,7 +42,7 @@ inline remove() {
   exists = false;
   i = 0;
   do
-  :: i < 2 * STARTS -> undo0[i] = 0; undo1[i] = 0; i++
+  :: i < 4 * STARTS -> undo[i] = 0; i++
   :: else -> break
   od
 }
@@ -51,11 +51,11 @@ inline remove() {
 inline end(self, withStatus) {
   if
   :: exists ->
-     value[0] = (value[0] + undo0[self] < 0 -> 0 : value[0] + undo0[self]);
-     value[1] = (value[1] + undo1[self] < 0 -> 0 : value[1] + undo1[self])
+     value[0] = (value[0] + UNDO(0, self) < 0 -> 0 : value[0] + UNDO(0, self));
+     value[1] = (value[1] + UNDO(1, self) < 0 -> 0 : value[1] + UNDO(1, self))
   :: else
   fi;
-  undo0[self] = 0; undo1[self] = 0;
+  UNDO(0, self) = 0; UNDO(1, self) = 0;
   status[self] = withStatus;
   ended[self] = true
 }
@@ -74,7 +74,7 @@ inline give(self, s) {
   mayDie(self);
   atomic {
     if
-    :: exists -> value[s]++; if :: s == 0 -> undo0[self]-- :: else -> undo1[self]-- fi
+    :: exists -> value[s]++; UNDO(s, self)--
     :: else -> end(self, 1); goto over
     fi
   }
@@ -85,7 +85,7 @@ inline take(self, s) {
   atomic {
     (!exists || value[s] > 0);
     if
-    :: exists -> value[s]--; if :: s == 0 -> undo0[self]++ :: else -> undo1[self]++ fi
+    :: exists -> value[s]--; UNDO(s, self)++
     :: else -> end(self, 1); goto over
     fi
   }
@@ -134,7 +134,7 @@ proctype Launcher(byte start) {
 #endif
     );
     if
-    :: exists && value[0] > 0 -> value[0]--; undo0[self]++
+    :: exists && value[0] > 0 -> value[0]--; UNDO(0, self)++
     :: else ->
        if
        :: ended[DAEMON(start)] && exists -> remove()
