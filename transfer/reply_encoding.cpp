@@ -118,7 +118,7 @@ EncodedFiles fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord)
 
 std::string validString(const std::string& bytes) {
     if (isUtf8(bytes)) {
-        return bytes.c_str();
+        return bytes.substr(0, bytes.find('\0'));
     }
     g_autofree char* valid = g_utf8_make_valid(bytes.c_str(), -1);
     return valid;
