@@ -1,4 +1,4 @@
-// How the C library's heap is kept small.
+// One arena, and free memory that goes back.
 #include "service/heap.h"
 
 #include <malloc.h>

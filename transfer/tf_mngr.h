@@ -52,7 +52,7 @@ public:
     // "/media/usb/<mntId>". Any thread.
     static std::string mountPath(const std::string& mntId);
 
-    // "/media/usb/<mntId>/<relative>", as the two come. Any thread.
+    // "/media/usb/<mntId>/<relative>", joined unchanged. Any thread.
     static std::string pathOnStick(const std::string& mntId, const std::string& relative);
 
     // The same, but the mount path alone when `relative` is empty. Any thread.
@@ -81,7 +81,7 @@ public:
     // one.
     static std::string relativePath(std::string entryPath, const std::string& mntId);
 
-    // The text before the last "/"; all of it without one.
+    // Everything before the last "/"; all of it without one.
     static std::string parentPath(const std::string& path);
 
     // --- Package checks by the device manager (transfer_file_checks.cpp) ---
@@ -152,7 +152,7 @@ private:
 
     // Creates the worker thread, waits a second, answers Started or NoThread.
     JobResult launchWorker(Worker worker);
-    // Stores a backup or (type 0) restore job, unless a text is empty, and launches it.
+    // Stores a backup or (type 0) restore job, unless a string is empty, and launches it.
     JobResult launchBackupRestore(const std::string& mntId, std::uint32_t backupType,
                                   const std::string& filePath);
     // The worker's first act. The one place where a worker reads the fields of this object.

@@ -42,8 +42,8 @@ std::vector<std::string> readStickMounts() {
     }
     std::setvbuf(table.get(), buffer, _IOFBF, sizeof buffer);
     struct mntent entry {};
-    char texts[kMountEntrySize];
-    while (getmntent_r(table.get(), &entry, texts, sizeof texts) != nullptr) {
+    char strings[kMountEntrySize];
+    while (getmntent_r(table.get(), &entry, strings, sizeof strings) != nullptr) {
         if (std::strcmp(entry.mnt_fsname, kIgnoredSource) != 0 &&
             startsWith(entry.mnt_fsname, kStickDevicePrefix)) {
             directories.emplace_back(entry.mnt_dir);

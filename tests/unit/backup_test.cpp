@@ -24,17 +24,11 @@ using testing::IsEmpty;
 
 constexpr std::uint64_t kMost = ~std::uint64_t{0};
 
-// Bytes in the free blocks of a file system, and in those that ordinary users may take.
+// Bytes in the free blocks of a file system.
 std::uint64_t bytesFree(const std::string& path) {
     struct statfs64 status {};
     EXPECT_EQ(statfs64(path.c_str(), &status), 0);
     return static_cast<std::uint64_t>(status.f_bsize) * status.f_bfree;
-}
-
-std::uint64_t bytesForEverybody(const std::string& path) {
-    struct statfs64 status {};
-    EXPECT_EQ(statfs64(path.c_str(), &status), 0);
-    return static_cast<std::uint64_t>(status.f_bsize) * status.f_bavail;
 }
 
 class Backup : public JobTest {
@@ -149,21 +143,6 @@ TEST_F(Backup, countsBlocksFreeToRoot) {
 
 TEST_F(Backup, fitsWhenLibraryLeavesSizeAlone) {
     const Stick stick(1);
-    EXPECT_EQ(backup(stick.name(), 1, "a.psb"), 0);
-}
-
-TEST_F(Backup, mayTakeReservedBlocks) {
-    if (const std::string reason = LoopStick::whyUnavailable(); !reason.empty()) {
-        GTEST_SKIP() << reason;
-    }
-    LoopStickOptions options;
-    options.reservedPercent = 20;
-    const LoopStick stick(1, options);
-    const std::uint64_t space = bytesFree(stick.path());
-    ASSERT_LT(bytesForEverybody(stick.path()) + 1, space);
-    orderSize(space + 1);
-    EXPECT_EQ(backup(stick.name(), 1, "a.psb"), 3);
-    orderSize(space);
     EXPECT_EQ(backup(stick.name(), 1, "a.psb"), 0);
 }
 

@@ -16,7 +16,6 @@
 
 #include "tests/support/device/persistent_record.h"
 #include "tests/support/files/files.h"
-#include "tests/support/process/process_table.h"
 #include "tests/support/process/unique_fd.h"
 
 namespace test_support {
@@ -84,13 +83,6 @@ TEST_F(Credential, endsAtZeroByte) {
     EXPECT_STREQ(out_, "short");
 }
 
-TEST_F(Credential, mayHoldAnyBytes) {
-    const std::string bytes = "\xFF\xFE%n\n" + std::string(59, '\x80');
-    const PersistentRecord record(recordWith(bytes));
-    EXPECT_EQ(read(), kRead);
-    EXPECT_EQ(out_, bytes);
-}
-
 TEST_F(Credential, isReadAgainOnEachDemand) {
     const PersistentRecord first(recordWith(std::string(64, 'a')));
     ASSERT_EQ(read(), kRead);
@@ -103,18 +95,6 @@ TEST_F(Credential, isReadAgainOnEachDemand) {
     EXPECT_EQ(kept, std::string(64, 'a')) << "one log has written into another";
     EXPECT_EQ(read(), kRead);
     EXPECT_EQ(out_, std::string(64, 'b'));
-}
-
-TEST_F(Credential, leavesNoDescriptorOpen) {
-    const auto before = openDescriptorsOf(getpid());
-    read();
-    {
-        const PersistentRecord record("short");
-        read();
-    }
-    const PersistentRecord record(recordWith(credential()));
-    read();
-    EXPECT_EQ(openDescriptorsOf(getpid()), before);
 }
 
 // ---- what stays in memory ---------------------------------------------------------------------

@@ -50,19 +50,6 @@ TEST_F(DeviceName, isWhatFailedReadHasWritten) {
     EXPECT_EQ(manager_.getDeviceName(), "half a na");
 }
 
-TEST_F(DeviceName, isReadAgainAfterFailure) {
-    device_.orderStatus("Vesk.startTransaction", -1);
-    EXPECT_EQ(manager_.GetBackupFileName(1), "");
-    device_.orderStatus("Vesk.startTransaction", 0);
-    device_.orderStatus("Vesk.getValue", 7);
-    device_.order("Vesk.getValue", "value", "");
-    EXPECT_EQ(manager_.GetBackupFileName(1), "");
-    device_.clearOrders();
-    device_.clearRecord();
-    EXPECT_EQ(manager_.getDeviceName(), "DEVICE");
-    EXPECT_THAT(device_.calls(), ElementsAreArray(nameReading()));
-}
-
 TEST_F(DeviceName, isPassedOnUnchanged) {
     for (const std::string& name :
          {std::string(), std::string(" "), std::string("two words"), std::string("%n%s%d"),

@@ -69,14 +69,6 @@ TEST_F(RestoreListing, skipsHiddenEntries) {
     EXPECT_THAT(placesOf(restore(".hidden")), ElementsAre(".hidden visible"));
 }
 
-TEST_F(RestoreListing, listsOneLevelWithAnyNames) {
-    stick_.addFile("a/below");
-    stick_.addFile("b.psb");
-    stick_.addFile("c.txt");
-    EXPECT_THAT(namesOf(restore("")), UnorderedElementsAre("a", "b.psb", "c.txt"));
-    EXPECT_THAT(device_.calls(), IsEmpty());
-}
-
 TEST_F(RestoreListing, givesLocationAsAskedFor) {
     stick_.addFile("a/b/c.psb");
     const std::vector<std::pair<std::string, std::string>> locations{
@@ -98,16 +90,6 @@ TEST_F(RestoreListing, givesSlashForRoot) {
     EXPECT_THAT(placesOf(restore("")), ElementsAre("/ c.psb"));
     EXPECT_THAT(placesOf(restore("/")), ElementsAre("/ c.psb"));
     EXPECT_THAT(placesOf(restore(".")), ElementsAre(". c.psb"));
-}
-
-TEST_F(RestoreListing, takesStickNameAsItIs) {
-    stick_.addFile("a/file");
-    EXPECT_THAT(placesOf(manager_.getRestoreFilesList("", "")), ElementsAre("/ USB_X60.1"));
-    EXPECT_THAT(placesOf(manager_.getRestoreFilesList("", "USB_X60.1/a")),
-                ElementsAre("USB_X60.1/a file"));
-    EXPECT_THAT(placesOf(manager_.getRestoreFilesList("USB_X60.1/a", "")), ElementsAre("/ file"));
-    EXPECT_THAT(placesOf(manager_.getRestoreFilesList("../usb/USB_X60.1", "a")),
-                ElementsAre("a file"));
 }
 
 TEST_F(RestoreListing, isEmptyWithoutStickOrDirectory) {

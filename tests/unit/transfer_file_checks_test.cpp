@@ -68,13 +68,6 @@ TEST_F(PackageCheck, readsDeviceNameBeforeUpdates) {
               (nameReading() + opened("FU1") + Calls{check("FU1", "1.fwf")} + released("FU1")));
 }
 
-TEST_F(PackageCheck, readsDeviceNameForMissingDirectory) {
-    EXPECT_THAT(backup("missing"), IsEmpty());
-    EXPECT_THAT(calls(), IsEmpty());
-    EXPECT_THAT(update("missing"), IsEmpty());
-    EXPECT_EQ(calls(), nameReading());
-}
-
 TEST_F(PackageCheck, connectsForEachListing) {
     stick_.addFile("1.psb");
     stick_.addFile("2.fwf");
@@ -195,14 +188,6 @@ TEST_F(PackageCheck, isReleasedByNextListing) {
     EXPECT_THAT(manager_.getBackupFilesList("USB_X60.9", ""), IsEmpty());
     EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"} + nameReading() +
                         released("BR1")));
-}
-
-TEST_F(PackageCheck, outlivesManager) {
-    {
-        TfMngr manager;
-        EXPECT_TRUE(manager.checkRestoreFile("/a"));
-    }
-    EXPECT_EQ(calls(), (opened("BR1") + Calls{"BR1.checkBackupFile(\"/a\")"}));
 }
 
 TEST_F(PackageCheck, acceptsNoStatusButZero) {
