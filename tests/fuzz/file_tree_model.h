@@ -12,7 +12,7 @@ namespace test_support {
 // One search for backups below a directory of a stick; enter() does it.
 struct TreeModel {
     std::string root;  // of the stick
-    std::vector<std::string> rejected;  // texts for which the device manager rejects a path
+    std::vector<std::string> rejected;  // substrings of paths that the device manager rejects
 
     std::vector<std::string> list{};  // the paths that are listed
     std::vector<std::string> offered{};  // the paths that the device manager is asked about
