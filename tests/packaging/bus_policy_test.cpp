@@ -104,7 +104,7 @@ TEST(BusPolicyFile, allowsEverybodyNothingButAppletChanges) {
                                      "send_member=\"appletChanged\"/>"));
 }
 
-TEST(BusPolicyFile, isInTheSandboxWhatABuildWithTheUsualGroupMakes) {
+TEST(BusPolicyFile, isThatOfTheSandboxButForTheGroup) {
     const std::regex group("<policy group=\"[^\"]+\">");
     const std::string installed = readFile(kPolicyFile);
     EXPECT_EQ(busGroup(installed), "plugdev");
@@ -211,23 +211,23 @@ protected:
     }
 };
 
-TEST_F(Caller, insideTheGroupReachesEveryMember) {
+TEST_F(Caller, reachesEveryMemberInsideTheGroup) {
     expectEachToArrive("insider");
 }
 
-TEST_F(Caller, asRootReachesEveryMember) {
+TEST_F(Caller, reachesEveryMemberAsRoot) {
     expectEachToArrive("root");
 }
 
-TEST_F(Caller, insideTheGroupReachesNothingElse) {
+TEST_F(Caller, reachesNothingElseInsideTheGroup) {
     expectNothingElseToBeAnswered("insider");
 }
 
-TEST_F(Caller, asRootReachesNothingElse) {
+TEST_F(Caller, reachesNothingElseAsRoot) {
     expectNothingElseToBeAnswered("root");
 }
 
-TEST_F(Caller, outsideTheGroupReachesNoMember) {
+TEST_F(Caller, reachesNoMemberOutsideTheGroup) {
     ASSERT_TRUE(startService());
     const std::unique_ptr<SystemBus> bus = connectAs("outsider");
     for (const Member& member : allMembers()) {
@@ -238,7 +238,7 @@ TEST_F(Caller, outsideTheGroupReachesNoMember) {
     EXPECT_THAT(device_.calls(), testing::IsEmpty());
 }
 
-TEST_F(BusPolicy, letsOnlyRootOwnTheName) {
+TEST_F(BusPolicy, letsOnlyRootOwnName) {
     for (const char* const user : {"insider", "outsider"}) {
         const Reply reply =
             connectAs(user)->call("/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
@@ -248,7 +248,7 @@ TEST_F(BusPolicy, letsOnlyRootOwnTheName) {
     EXPECT_TRUE(connectAs("root")->ownName(kServiceName));
 }
 
-TEST_F(BusPolicy, letsNobodyTakeTheNameFromTheService) {
+TEST_F(BusPolicy, letsNobodyTakeNameFromService) {
     ASSERT_TRUE(startService());
     for (const char* const user : {"insider", "outsider"}) {
         EXPECT_FALSE(connectAs(user)->ownName(kServiceName, kReplaceExisting)) << user;
@@ -256,14 +256,14 @@ TEST_F(BusPolicy, letsNobodyTakeTheNameFromTheService) {
     EXPECT_TRUE(serviceAnswers());
 }
 
-TEST_F(BusPolicy, letsTheAppletControlBeHeard) {
+TEST_F(BusPolicy, letsAppletControlBeHeard) {
     ASSERT_TRUE(startService());
     const AppletControl appletControl;
     appletControl.emitAppletChanged(257);
     EXPECT_TRUE(service_->waitForOutput("appletHasChanged() Signal received with ID 257"));
 }
 
-TEST_F(BusPolicy, makesNoAppletControlOfAnybodyElse) {
+TEST_F(BusPolicy, letsNobodyPlayAppletControl) {
     const AppletControl appletControl;
     ASSERT_TRUE(startService());
     for (const char* const user : {"insider", "outsider"}) {
@@ -282,7 +282,7 @@ protected:
     }
 };
 
-TEST_F(BusPolicyWithoutGroup, servesRootAloneAndTheBusSaysWhy) {
+TEST_F(BusPolicyWithoutGroup, servesRootAlone) {
     ASSERT_TRUE(startService());
     for (const char* const user : {"insider", "outsider"}) {
         EXPECT_EQ(errorsOf(*connectAs(user), allMembers()), std::set<std::string>{kAccessDenied})
