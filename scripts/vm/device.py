@@ -91,6 +91,9 @@ class Device:
         self.waitFor(f"{JOB_END} >/dev/null")
         return self.do(JOB_END)
 
+    def jobsTake(self, seconds):
+        self.do(f"device-manager-simulator --order job-seconds {seconds}")
+
     # ---- sticks
 
     def plug(self, port, **options):

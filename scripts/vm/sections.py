@@ -135,6 +135,7 @@ def checkPulledInListing(device):
 def checkPulledInJobs(device):
     device.check("a backup is made", ": done" in device.job("DoBackup", "sus", "USB_X60.1", 1, "a.psb"))
     device.do(f"device-manager-simulator --make-update 9.0.0 {stickPath(1)}/a.fwf && sync")
+    device.jobsTake(10)
     for method, *arguments in [("DoBackup", "sus", "USB_X60.1", 1, "b.psb"), ("DoRestore", "ss", "USB_X60.1", "a.psb"),
                                ("DoOSUpdate", "ss", "USB_X60.1", "a.fwf")]:
         device.restart()
@@ -147,10 +148,11 @@ def checkPulledInJobs(device):
         device.plug(1)
         accepted = device.backups(1)
         device.check("the old backup is accepted, half a new one is not",
-                     accepted == ["a.psb"] or (accepted == ["a.psb", "b.psb"] and ": done" in ended), f"{accepted} {ended}")
+                     accepted == ["a.psb"], f"{accepted} {ended}")
         device.expect("the stick was repaired when it was plugged again",
                       "systemctl stop media-usb-USB_X60.1.mount; fsck.vfat -n /dev/usb-stick1")
         device.do("systemctl start media-usb-USB_X60.1.mount")
+    device.jobsTake(2)
 
 
 def jobs(device):
@@ -162,6 +164,7 @@ def jobs(device):
     ended = device.job("DoOSUpdate", "ss", "USB_X60.1", "a.fwf")
     device.check("an update is installed", ": done" in ended, ended)
     device.restart()
+    device.jobsTake(20)
     device.call("DoBackup", "sus", "USB_X60.1", 1, "backups/b.psb")
     device.do("systemctl kill --signal=KILL device-manager; sleep 3")
     device.check("the service outlives a device manager that is killed in a job", device.sticks() == ["USB_X60.1"])
@@ -171,6 +174,7 @@ def jobs(device):
         device.call("DoBackup", "sus", "USB_X60.1", 1, f"backups/{action}.psb")
         device.expect(f"{action} does not wait for a job", f"timeout 20 systemctl {action} {UNIT}")
     device.restart()
+    device.jobsTake(20)
     before = device.do(f"pidof {UNIT}")
     device.call("DoBackup", "sus", "USB_X60.1", 1, "backups/upgrade.psb")
     device.do("dpkg -i /opt/*.deb")
