@@ -72,15 +72,23 @@ def pull(number):
         pass
 
 
-def status_field(pid, name, default=0):
-    """A number of /proc/PID/status."""
+GONE = (FileNotFoundError, ProcessLookupError)  # what reading of a process that has ended gives
+
+
+def status_field(pid, name):
+    """A number of /proc/PID/status; 0 of a process that has ended."""
     try:
-        for line in Path(f"/proc/{pid}/status").read_text(encoding="utf-8").splitlines():
-            if line.startswith(name + ":"):
-                return int(line.split()[1])
-    except (FileNotFoundError, ProcessLookupError):
-        pass
-    return default
+        lines = Path(f"/proc/{pid}/status").read_text(encoding="utf-8").splitlines()
+    except GONE:
+        return 0
+    return next((int(line.split()[1]) for line in lines if line.startswith(name + ":")), 0)
+
+
+def process_state(pid):
+    try:
+        return Path(f"/proc/{pid}/stat").read_text(encoding="utf-8").rpartition(") ")[2][0]
+    except GONE:
+        return "X"
 
 
 def is_running(pid):
@@ -88,26 +96,19 @@ def is_running(pid):
 
 
 def descriptors(pid):
-    """What the open descriptors are, sorted; sockets are all alike."""
-    kinds = []
-    for link in Path(f"/proc/{pid}/fd").iterdir():
-        try:
-            kinds.append(os.readlink(link).split("[")[0])
-        except FileNotFoundError:
-            pass
-    return sorted(kinds)
-
-
-def stopped(pid):
-    """Whether a process is stopped, by a signal or by who traces it."""
-    return process_state(pid) in ("T", "t")
-
-
-def process_state(pid):
+    """What the open descriptors are; sockets are all alike."""
     try:
-        return Path(f"/proc/{pid}/stat").read_text(encoding="utf-8").rpartition(") ")[2][0]
-    except (FileNotFoundError, ProcessLookupError):
-        return "X"
+        numbers = os.listdir(f"/proc/{pid}/fd")
+    except GONE:
+        return []
+    return [link(f"/proc/{pid}/fd/{number}").split("[")[0] for number in numbers]
+
+
+def link(path):
+    try:
+        return os.readlink(path)
+    except GONE:
+        return ""
 
 
 def start_service(build, *arguments, held=False, environment=None, **streams):
@@ -117,7 +118,7 @@ def start_service(build, *arguments, held=False, environment=None, **streams):
         command = ["sh", "-c", 'kill -STOP $$; exec "$@"', "sh", *command]
     process = subprocess.Popen(command, env={**os.environ, **(environment or {})}, **streams)
     if held:
-        wait_until(lambda: stopped(process.pid))
+        wait_until(lambda: process_state(process.pid) == "T")
     return process
 
 
@@ -128,10 +129,7 @@ def service_processes():
 
 def runs_service(task):
     """Whether a process or thread runs the service, and not another program or nothing any more."""
-    try:
-        return os.readlink(f"/proc/{task}/exe").endswith("/" + SERVICE)
-    except (FileNotFoundError, ProcessLookupError):
-        return False
+    return link(f"/proc/{task}/exe").endswith("/" + SERVICE)
 
 
 def send(number, pid):
