@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <limits>
 
 #include "transferctl/commands.h"
@@ -16,7 +15,6 @@ namespace {
 constexpr std::chrono::seconds kLimit{120};
 constexpr std::chrono::hours kLimitOfWaiting{1};
 constexpr double kLongestSeconds = 1e6;
-constexpr double kMillisecondsPerSecond = 1000;
 constexpr double kNotGiven = std::numeric_limits<double>::max();
 
 struct KindWord {
@@ -150,8 +148,8 @@ std::chrono::milliseconds limitIn(const Slots& slots) {
     if (!(slots.timeout > 0 && slots.timeout <= kLongestSeconds)) {
         throw wrongUsage("--timeout is a number of seconds above 0");
     }
-    return std::chrono::milliseconds(
-        static_cast<std::int64_t>(std::ceil(slots.timeout * kMillisecondsPerSecond)));
+    return std::chrono::ceil<std::chrono::milliseconds>(
+        std::chrono::duration<double>(slots.timeout));
 }
 
 void requireNumberOfArguments(const Command& command, std::size_t number) {

@@ -17,7 +17,6 @@ using Milliseconds = std::chrono::milliseconds;
 
 constexpr Milliseconds kPause{500};
 constexpr int kMissingLooks = 3;  // in a row: then the file is gone
-constexpr double kMillisecondsPerSecond = 1000;
 constexpr const char* kClearLine = "\r\033[K";
 
 // A line on the terminal that is drawn again and again, and cleared at the end.
@@ -29,8 +28,8 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void show(std::uint64_t bytes, Milliseconds elapsed) const {
-        const double rate = static_cast<double>(bytes) * kMillisecondsPerSecond /
-                            static_cast<double>(std::max(elapsed.count(), Milliseconds::rep{1}));
+        const double seconds = std::chrono::duration<double>(elapsed).count();
+        const double rate = static_cast<double>(bytes) / std::max(seconds, 1.0);
         draw(humanSize(bytes) + "  " + humanSize(static_cast<std::uint64_t>(rate)) + "/s  " +
              humanDuration(elapsed));
     }
