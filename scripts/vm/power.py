@@ -26,10 +26,10 @@ def prepare(architecture, folder, report):
         device.makePartition(1)
         device.installPackages()
         machine.do(f"mkdir -p {STICK}/photos/'a folder with a long name' {STICK}/music && cd {STICK} && "
-                   'for i in $(seq 30); do head -c $((i * 2999)) /dev/urandom >"photos/A photograph, number $i.jpeg"; '
+                   'for i in $(seq 12); do head -c $((i * 2999)) /dev/urandom >"photos/A photograph, number $i.jpeg"; '
                    "head -c 5000 /dev/urandom >music/Tön$i.ogg; done; "
                    "head -c 100000 /dev/urandom >'photos/a folder with a long name/x'; "
-                   f"head -c 8000000 /dev/urandom >photos/doomed.raw; head -c 4000000 /dev/urandom >{DATA}/recipes/large; "
+                   f"head -c 2000000 /dev/urandom >photos/doomed.raw; head -c 1000000 /dev/urandom >{DATA}/recipes/large; "
                    f"systemctl start {UNIT}")
         device.check("a first backup is made", ": done" in device.job("DoBackup", "sus", "USB_X60.1", 1,
                                                                       "backups/good.psb"))
