@@ -82,7 +82,7 @@ private:
 // Gives the memory of a long list back.
 void discard(std::vector<FileEntry>& list) {
     const bool isLong = list.size() > kLongList;
-    list = {};
+    list = std::vector<FileEntry>();  // `{}` would keep its capacity
     if (isLong) {
         releaseHeap();
     }
