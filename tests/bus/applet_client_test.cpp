@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/bus_daemon.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/files/files.h"
 #include "tests/support/process/service_messages.h"
@@ -111,38 +112,14 @@ TEST_F(AppletClient, heedsAnAppletControlThatComesLaterAndEveryOneAfterIt) {
     EXPECT_EQ(service_.waitForEmpty(), exited(0));
 }
 
-// Has the bus refuse the first thing that a new proxy asks for.
-class RefusedActivation {
-public:
-    RefusedActivation() {
-        writeFile(kPolicy,
-                  "<busconfig><policy context=\"mandatory\"><deny send_type=\"method_call\""
-                  " send_destination=\"org.freedesktop.DBus\""
-                  " send_interface=\"org.freedesktop.DBus\""
-                  " send_member=\"StartServiceByName\"/></policy></busconfig>\n");
-        reload();
-    }
-    ~RefusedActivation() {
-        unlink(kPolicy);
-        reload();
-    }
-    RefusedActivation(const RefusedActivation&) = delete;
-    RefusedActivation& operator=(const RefusedActivation&) = delete;
-
-private:
-    static constexpr const char* kPolicy = "/etc/dbus-1/system.d/refused-activation.conf";
-
-    static void reload() {
-        EXPECT_EQ(SystemBus()
-                      .call("/org/freedesktop/DBus", "org.freedesktop.DBus", "ReloadConfig",
-                            nullptr, "org.freedesktop.DBus")
-                      .error,
-                  "");
-    }
-};
+// The bus refuses the first thing that a new proxy asks for.
+constexpr const char* kRefusedActivation =
+    R"(<policy context="mandatory"><deny send_type="method_call"
+       send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"
+       send_member="StartServiceByName"/></policy>)";
 
 TEST(AppletClientWithoutProxy, isMentionedOnceAndTheServiceGoesOnWithoutSignals) {
-    const RefusedActivation refused;
+    const BusPolicy refused(kRefusedActivation);
     SyslogSocket log;
     ServiceProcess service;
     ASSERT_TRUE(service.waitUntilAnswers());

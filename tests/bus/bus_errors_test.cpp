@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tests/support/bus/bus_policy.h"
+#include "tests/support/bus/bus_daemon.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/process/service_process.h"
 
@@ -39,7 +39,7 @@ private:
 };
 
 TEST_F(BusError, answersUnknownMethod) {
-    const OpenBusPolicy openPolicy;
+    const BusPolicy openPolicy(kOpenBusPolicy);
     for (const char* const method :
          {"Eject", "getUSBStickDetails", "GetUsbStickDetails", "GetUSBStickDetail", "Quit"}) {
         EXPECT_EQ(bus_.transfer(method).error, kUnknownMethod) << method;

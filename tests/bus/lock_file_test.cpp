@@ -15,7 +15,6 @@
 #include "tests/support/device/stick.h"
 #include "tests/support/device/transfer_script.h"
 #include "tests/support/files/files.h"
-#include "tests/support/process/lock_file.h"
 #include "tests/support/process/process_table.h"
 #include "tests/support/process/service_messages.h"
 #include "tests/support/process/service_process.h"

@@ -9,7 +9,7 @@
 #include "tests/support/bus/bus_daemon.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/transfer_script.h"
-#include "tests/support/process/lock_file.h"
+#include "tests/support/process/process_table.h"
 #include "tests/support/process/service_messages.h"
 #include "tests/support/process/service_process.h"
 #include "tests/support/process/start_semaphores.h"

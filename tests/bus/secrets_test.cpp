@@ -88,7 +88,7 @@ protected:
         const std::string process = "/proc/" + std::to_string(*service_.processId());
         replies_ += readFile(process + "/cmdline") + readFile(process + "/environ");
         EXPECT_TRUE(service_.stop().has_value());
-        EXPECT_TRUE(service_.waitForOutputEnd());
+
         EXPECT_TRUE(syslog_.waitFor(kLastMessage));
         std::string all = replies_ + service_.standardOutput() + service_.standardError();
         for (const LogMessage& message : syslog_.messages()) {

@@ -9,9 +9,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "tests/support/bus/bus_policy.h"
+#include "tests/support/bus/bus_daemon.h"
 #include "tests/support/files/files.h"
-#include "tests/support/process/errno_error.h"
+#include "tests/support/process/unique_fd.h"
 
 namespace test_support {
 namespace {

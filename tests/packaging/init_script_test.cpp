@@ -17,7 +17,6 @@
 #include "tests/support/files/files.h"
 #include "tests/support/files/paths.h"
 #include "tests/support/process/child_process.h"
-#include "tests/support/process/lock_file.h"
 #include "tests/support/process/namespace_process.h"
 #include "tests/support/process/process_table.h"
 #include "tests/support/process/service_process.h"

@@ -13,8 +13,8 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/process/denied_call.h"
-#include "tests/support/process/forked_process.h"
+#include "tests/support/process/child_process.h"
+#include "tests/support/process/restrictions.h"
 #include "tests/support/process/start_semaphores.h"
 #include "tests/support/process/waiting.h"
 

@@ -9,8 +9,8 @@
 #include <system_error>
 
 #include "tests/support/device/stick.h"
-#include "tests/support/process/dropped_powers.h"
 #include "tests/support/process/printed_text.h"
+#include "tests/support/process/restrictions.h"
 #include "transfer/tf_mngr.h"
 
 namespace test_support {

@@ -17,9 +17,9 @@
 #include <vector>
 
 #include "tests/support/files/files.h"
-#include "tests/support/process/denied_call.h"
-#include "tests/support/process/forked_process.h"
+#include "tests/support/process/child_process.h"
 #include "tests/support/process/process_table.h"
+#include "tests/support/process/restrictions.h"
 #include "tests/support/process/unique_fd.h"
 #include "tests/support/process/waiting.h"
 

@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "tests/support/process/forked_process.h"
+#include "tests/support/process/child_process.h"
 #include "tests/support/process/service_messages.h"
 #include "tests/support/process/syslog_socket.h"
 

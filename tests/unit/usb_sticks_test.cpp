@@ -11,9 +11,9 @@
 
 #include "tests/support/device/mount_table.h"
 #include "tests/support/device/stick.h"
-#include "tests/support/process/dropped_powers.h"
 #include "tests/support/process/printed_text.h"
 #include "tests/support/process/process_table.h"
+#include "tests/support/process/restrictions.h"
 #include "tests/unit/watched_calls.h"
 #include "transfer/tf_mngr.h"
 

@@ -1,10 +1,6 @@
-// Ends and restarts the sandbox's message bus.
 #include "tests/support/bus/bus_daemon.h"
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/types.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -13,7 +9,6 @@
 
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/files/files.h"
-#include "tests/support/process/argument_vector.h"
 #include "tests/support/process/process_table.h"
 #include "tests/support/process/waiting.h"
 
@@ -22,6 +17,7 @@ namespace {
 
 constexpr const char* kPidFile = "/run/dbus/pid";
 constexpr const char* kSocket = "/run/dbus/system_bus_socket";
+constexpr const char* kPolicyFile = "/etc/dbus-1/system.d/of-a-test.conf";
 
 // The words of a process's command line.
 std::vector<std::string> commandOf(pid_t pid) {
@@ -59,18 +55,35 @@ void BusOutage::start() {
     if (answers()) {
         return;
     }
-    std::vector<char*> arguments = argumentVector(command_);
-    posix_spawn_file_actions_t quiet;
-    posix_spawn_file_actions_init(&quiet);
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        posix_spawn_file_actions_addopen(&quiet, fd, "/dev/null", O_RDWR, 0);
+    std::vector<char*> arguments;
+    for (std::string& word : command_) {
+        arguments.push_back(word.data());
     }
-    // Not ended with the test: the bus belongs to the sandbox.
-    pid_t pid = 0;
-    posix_spawnp(&pid, arguments[0], &quiet, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&quiet);
+    arguments.push_back(nullptr);
+    // No child of the test, so it goes on when the test ends: the bus belongs to the sandbox.
+    const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL |
+                                                G_SPAWN_STDERR_TO_DEV_NULL);
+    g_spawn_async(nullptr, arguments.data(), nullptr, flags, nullptr, nullptr, nullptr, nullptr);
     waitUntil(answers);
-    waitpid(pid, nullptr, WNOHANG);  // the launcher, when the daemon put itself in the background
+}
+
+void reloadBus() {
+    const SystemBus bus;
+    const Reply reply = bus.call("/org/freedesktop/DBus", "org.freedesktop.DBus", "ReloadConfig",
+                                 nullptr, "org.freedesktop.DBus");
+    if (!reply.error.empty()) {
+        throw std::runtime_error("the bus does not reload: " + reply.message);
+    }
+}
+
+BusPolicy::BusPolicy(const std::string& rules) {
+    writeFile(kPolicyFile, "<busconfig>" + rules + "</busconfig>\n");
+    reloadBus();
+}
+
+BusPolicy::~BusPolicy() {
+    unlink(kPolicyFile);
+    reloadBus();
 }
 
 }  // namespace test_support

@@ -1,4 +1,4 @@
-// Ends and restarts the sandbox's message bus.
+// The sandbox's message bus: its rules, its end and its restart.
 #pragma once
 
 #include <string>
@@ -21,5 +21,23 @@ public:
 private:
     std::vector<std::string> command_;
 };
+
+// Makes the bus read its policy files and the user database again. Throws std::runtime_error when
+// it does not.
+void reloadBus();
+
+// A further policy of the bus, in force while it exists.
+class BusPolicy {
+public:
+    // `rules` is one <policy> element.
+    explicit BusPolicy(const std::string& rules);
+    ~BusPolicy();
+    BusPolicy(const BusPolicy&) = delete;
+    BusPolicy& operator=(const BusPolicy&) = delete;
+};
+
+// Root may send the service anything: for calls that the product's policy keeps from the service.
+inline constexpr const char* kOpenBusPolicy =
+    R"(<policy user="root"><allow send_destination="com.morvane.transfer"/></policy>)";
 
 }  // namespace test_support

@@ -14,16 +14,17 @@
 
 namespace test_support {
 
-struct ReleaseObject {
-    void operator()(gpointer object) const { g_object_unref(object); }
+// For what a class holds or a function returns; a local variable is a g_autoptr.
+template <auto release>
+struct Release {
+    template <typename T>
+    void operator()(T* object) const {
+        release(object);
+    }
 };
 template <typename T>
-using ObjectPtr = std::unique_ptr<T, ReleaseObject>;
-
-struct ReleaseVariant {
-    void operator()(GVariant* value) const { g_variant_unref(value); }
-};
-using VariantPtr = std::unique_ptr<GVariant, ReleaseVariant>;
+using ObjectPtr = std::unique_ptr<T, Release<g_object_unref>>;
+using VariantPtr = std::unique_ptr<GVariant, Release<g_variant_unref>>;
 
 // A value in GVariant's text form with types, as golden files hold it; "" for null.
 std::string asText(GVariant* value);

@@ -10,7 +10,7 @@
 
 #include "tests/support/device/stick.h"
 #include "tests/support/process/child_process.h"
-#include "tests/support/process/errno_error.h"
+#include "tests/support/process/unique_fd.h"
 #include "tests/support/process/waiting.h"
 
 namespace test_support {

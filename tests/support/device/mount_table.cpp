@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "tests/support/files/files.h"
-#include "tests/support/process/errno_error.h"
+#include "tests/support/process/unique_fd.h"
 
 namespace test_support {
 namespace {

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "tests/support/process/errno_error.h"
+#include "tests/support/process/unique_fd.h"
 #include "transfer/contract.h"
 
 namespace test_support {

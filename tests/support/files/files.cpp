@@ -13,7 +13,6 @@
 #include <sstream>
 #include <system_error>
 
-#include "tests/support/process/errno_error.h"
 #include "tests/support/process/unique_fd.h"
 
 namespace test_support {

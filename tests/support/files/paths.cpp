@@ -64,4 +64,12 @@ bool sanitized() {
     return !std::string_view(MORVANE_TEST_SANITIZE).empty();
 }
 
+bool countsCoverage() {
+#ifdef MORVANE_COUNTS_COVERAGE
+    return true;
+#else
+    return false;
+#endif
+}
+
 }  // namespace test_support

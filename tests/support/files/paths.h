@@ -34,4 +34,8 @@ constexpr const char* kEmulatorCannot = "the emulator cannot ";
 // Whether the build carries sanitizers.
 bool sanitized();
 
+// Whether the build counts coverage: then each process has to end by itself, which is when it
+// writes its counters.
+bool countsCoverage();
+
 }  // namespace test_support

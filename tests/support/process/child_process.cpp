@@ -1,126 +1,100 @@
-// A process that a test starts, with its output collected, ended with its owner.
 #include "tests/support/process/child_process.h"
 
-#include <fcntl.h>
+#include <glib.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 
-#include "tests/support/process/argument_vector.h"
-#include "tests/support/process/errno_error.h"
+#include "tests/support/files/paths.h"
+#include "tests/support/process/process_table.h"
 #include "tests/support/process/waiting.h"
+
+namespace {
+
+// Whether this process is a copy of one with several threads. The leak sanitizer cannot work there:
+// it looks for threads that have not come along.
+bool copiedFromThreads = false;
+
+}  // namespace
+
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" int __lsan_is_turned_off() {
+    return copiedFromThreads ? 1 : 0;
+}
+#endif
+
+#ifdef MORVANE_COUNTS_COVERAGE
+extern "C" void __gcov_dump();
+
+// In place of the C library's, which would throw the counters away.
+extern "C" void _exit(int status) {
+    __gcov_dump();
+    for (;;) {
+        syscall(SYS_exit_group, status);
+    }
+}
+#endif
 
 namespace test_support {
 namespace {
 
-// The two sides of a stream: the test reads, the child writes.
-struct Channel {
-    UniqueFd reader;
-    UniqueFd writer;
+constexpr int kCannotRun = 127;  // as shells have it
+constexpr const char* kFreshMark = "MORVANE_TEST_FRESH_PROCESS";
+
+struct Preparation {
+    const ChildOptions& options;
+    pid_t parent;
 };
 
-Channel makePipe() {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throwErrno("pipe2");
-    }
-    return {UniqueFd(ends[0]), UniqueFd(ends[1])};
-}
-
-// Raw, so that what is written arrives byte for byte.
-Channel makeTerminal() {
-    Channel channel;
-    channel.reader.reset(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-    std::array<char, 64> name{};
-    if (!channel.reader || grantpt(channel.reader.get()) != 0 ||
-        unlockpt(channel.reader.get()) != 0 ||
-        ptsname_r(channel.reader.get(), name.data(), name.size()) != 0) {
-        throwErrno("posix_openpt");
-    }
-    channel.writer.reset(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    termios settings{};
-    if (!channel.writer || tcgetattr(channel.writer.get(), &settings) != 0) {
-        throwErrno(name.data());
-    }
-    cfmakeraw(&settings);
-    if (tcsetattr(channel.writer.get(), TCSANOW, &settings) != 0) {
-        throwErrno(name.data());
-    }
-    return channel;
-}
-
-std::vector<std::string> mergedEnvironment(const std::vector<std::string>& additions) {
-    std::vector<std::string> result = additions;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string inherited = *entry;
-        const std::string name = inherited.substr(0, inherited.find('=') + 1);
-        bool replaced = false;
-        for (const std::string& addition : additions) {
-            replaced = replaced || addition.compare(0, name.size(), name) == 0;
-        }
-        if (!replaced) {
-            result.push_back(inherited);
-        }
-    }
-    return result;
-}
-
-// Everything that the child needs between fork and exec, made before the fork: other threads may
-// hold the allocator's locks at that moment.
-struct Launch {
-    std::vector<std::string> environmentTexts;
-    std::vector<char*> arguments;
-    std::vector<char*> environment;
-    std::array<int, 4> streams{};
-    const ChildOptions* options = nullptr;
-    pid_t parent = 0;
-};
-
-void takeStreams(const std::array<int, 4>& streams) {
-    // The sources are all above the targets, so no target overwrites a source still needed.
-    for (std::size_t target = 0; target < streams.size(); ++target) {
-        if (dup2(streams[target], static_cast<int>(target)) < 0) {
-            _exit(kCannotRun);
-        }
-    }
-}
-
-[[noreturn]] void becomeCommand(const Launch& launch) {
+void dieWith(pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != launch.parent) {
+    if (getppid() != parent) {  // it ended before the line above took effect
         _exit(kCannotRun);
     }
-    takeStreams(launch.streams);
-    for (const ResourceLimit& limit : launch.options->limits) {
+}
+
+// Between fork and exec: other threads may hold the allocator's locks, so nothing is allocated.
+void prepareChild(gpointer data) {
+    const auto& [options, parent] = *static_cast<Preparation*>(data);
+    dieWith(parent);
+    for (const ResourceLimit& limit : options.limits) {
         const rlimit both{limit.value, limit.value};
         setrlimit(static_cast<__rlimit_resource_t>(limit.resource), &both);
     }
-    if (launch.options->umask) {
-        umask(*launch.options->umask);
+    if (options.umask) {
+        umask(*options.umask);
     }
-    execvpe(launch.arguments[0], launch.arguments.data(), launch.environment.data());
-    _exit(kCannotRun);
 }
 
-// A copy of the descriptor above the numbers that the child's streams take.
-UniqueFd raised(const UniqueFd& fd) {
-    UniqueFd copy(fcntl(fd.get(), F_DUPFD_CLOEXEC, 16));
-    if (!copy) {
-        throwErrno("fcntl");
+GStrv environmentWith(const std::vector<std::string>& additions) {
+    GStrv environment = g_get_environ();
+    for (const std::string& entry : additions) {
+        const std::size_t equals = entry.find('=');
+        environment = g_environ_setenv(environment, entry.substr(0, equals).c_str(),
+                                       entry.substr(equals + 1).c_str(), TRUE);
     }
-    return copy;
+    return environment;
 }
 
-ProcessEnd endOf(int waitStatus) {
-    return WIFSIGNALED(waitStatus) ? killedBy(WTERMSIG(waitStatus))
-                                   : exited(WEXITSTATUS(waitStatus));
+std::vector<std::string> currentTestAlone() {
+    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    return runnable(ownExecutable(), {"--gtest_filter=" + name});
+}
+
+// By reopening, because the parent's output may have another buffering than a file's.
+void sendTo(const CollectedStream& target, std::FILE* stream) {
+    const std::string path = "/proc/self/fd/" + std::to_string(target.fd());
+    if (std::freopen(path.c_str(), "a", stream) == nullptr) {
+        _exit(kCannotRun);
+    }
 }
 
 }  // namespace
@@ -129,90 +103,148 @@ std::ostream& operator<<(std::ostream& out, const ProcessEnd& end) {
     return out << (end.bySignal ? "killed by signal " : "exited with status ") << end.number;
 }
 
+CollectedStream::CollectedStream() : file_(memfd_create("stream", MFD_CLOEXEC)) {
+    if (!file_) {
+        throwErrno("memfd_create");
+    }
+}
+
+std::string CollectedStream::text() const {
+    struct stat status {};
+    fstat(file_.get(), &status);
+    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    const ssize_t length = pread(file_.get(), bytes.data(), bytes.size(), 0);
+    bytes.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    return bytes;
+}
+
 ChildProcess::ChildProcess(const std::vector<std::string>& command, const ChildOptions& options) {
-    Channel output = options.terminal ? makeTerminal() : makePipe();
-    Channel error = makePipe();
-    Channel report = makePipe();
-    const UniqueFd null(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    const std::array<UniqueFd, 4> ends{raised(null), raised(output.writer), raised(error.writer),
-                                       raised(report.writer)};
-    Launch launch;
-    launch.environmentTexts = mergedEnvironment(options.environment);
-    launch.arguments = argumentVector(command);
-    launch.environment = argumentVector(launch.environmentTexts);
-    launch.streams = {ends[0].get(), ends[1].get(), ends[2].get(), ends[3].get()};
-    launch.options = &options;
-    launch.parent = getpid();
-    pid_ = fork();
-    if (pid_ < 0) {
-        throwErrno("fork");
+    std::vector<std::string> words = command;
+    if (options.terminal) {
+        words = runnable(buildPath("pid-namespace"), {"--terminal", "--"});
+        words.insert(words.end(), command.begin(), command.end());
     }
-    if (pid_ == 0) {
-        becomeCommand(launch);
+    std::vector<const char*> arguments;
+    for (const std::string& word : words) {
+        arguments.push_back(word.c_str());
     }
-    std::vector<UniqueFd> readers;
-    readers.push_back(std::move(output.reader));
-    readers.push_back(std::move(error.reader));
-    readers.push_back(std::move(report.reader));
-    reader_ = std::make_unique<StreamReader>(std::move(readers));
+    arguments.push_back(nullptr);
+    g_auto(GStrv) environment = environmentWith(options.environment);
+    Preparation preparation{options, getpid()};
+    const int source = report_.fd();
+    const int target = kReportFd;
+    const auto flags = static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH |
+                                                G_SPAWN_LEAVE_DESCRIPTORS_OPEN);
+    g_autoptr(GError) error = nullptr;
+    if (g_spawn_async_with_pipes_and_fds(nullptr, arguments.data(), environment, flags,
+                                         prepareChild, &preparation, -1, output_.fd(), error_.fd(),
+                                         &source, &target, 1, &pid_, nullptr, nullptr, nullptr,
+                                         &error) == FALSE) {
+        throw std::runtime_error(error->message);
+    }
 }
 
 ChildProcess::~ChildProcess() {
     kill();
 }
 
-bool ChildProcess::hasEnded() {
+bool ChildProcess::hasEnded() const {
     int status = 0;
     if (!end_ && waitpid(pid_, &status, WNOHANG) == pid_) {
-        end_ = endOf(status);
+        end_ = WIFSIGNALED(status) ? killedBy(WTERMSIG(status)) : exited(WEXITSTATUS(status));
     }
     return end_.has_value();
 }
 
-std::optional<ProcessEnd> ChildProcess::waitForEnd() {
+std::optional<ProcessEnd> ChildProcess::waitForEnd() const {
     waitUntil([this] { return hasEnded(); });
     return end_;
 }
 
 void ChildProcess::kill() {
-    if (hasEnded()) {
-        return;
+    if (!hasEnded()) {
+        ::kill(pid_, SIGKILL);
+        waitForEnd();
     }
-    ::kill(pid_, SIGKILL);
-    int status = 0;
-    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-    }
-    end_ = endOf(status);
 }
 
 testing::AssertionResult ChildProcess::waitForOutput(const std::string& text) const {
-    return waitForText(0, text);
+    return waitFor(output_, text);
 }
 
 testing::AssertionResult ChildProcess::waitForError(const std::string& text) const {
-    return waitForText(1, text);
+    return waitFor(error_, text);
 }
 
-testing::AssertionResult ChildProcess::waitForText(std::size_t stream,
-                                                   const std::string& text) const {
-    const auto holds = [&](const std::string& all) { return all.find(text) != std::string::npos; };
-    if (reader_->waitFor(stream, holds)) {
+testing::AssertionResult ChildProcess::waitForReport(const std::string& text) const {
+    return waitFor(report_, text);
+}
+
+testing::AssertionResult ChildProcess::waitFor(const CollectedStream& stream,
+                                               const std::string& text) const {
+    const auto holds = [&] { return stream.text().find(text) != std::string::npos; };
+    waitUntil([&] { return holds() || hasEnded(); });
+    if (holds()) {
         return testing::AssertionSuccess();
     }
     return testing::AssertionFailure() << "waited for:\n"
                                        << text << "\nbut got:\n"
-                                       << reader_->text(stream) << "\nstandard error:\n"
-                                       << reader_->text(1);
+                                       << stream.text() << "\nstandard error:\n"
+                                       << standardError();
 }
 
+ForkedProcess::ForkedProcess(const std::function<void()>& body) {
+    const pid_t parent = getpid();
+    const bool threads = threadsOf(parent) > 1;
+    std::fflush(nullptr);
+    pid_ = fork();
+    if (pid_ < 0) {
+        throwErrno("fork");
+    }
+    if (pid_ > 0) {
+        return;
+    }
+    copiedFromThreads = threads;
+    dieWith(parent);
+    sendTo(output_, stdout);
+    sendTo(error_, stderr);
+    std::setvbuf(stderr, nullptr, _IONBF, 0);
+    body();
+    std::fflush(nullptr);
+    _exit(EXIT_SUCCESS);
+}
+
+// Where this process runs a share of the tests, the test may be none of the new one's share.
+FreshProcess::FreshProcess()
+    : ChildProcess(currentTestAlone(), {{std::string(kFreshMark) + "=1", "GTEST_TOTAL_SHARDS=1",
+                                         "GTEST_SHARD_INDEX=0"}}) {}
+
+bool isFreshProcess() {
+    return std::getenv(kFreshMark) != nullptr;
+}
+
+void note(const std::string& line) {
+    const std::string text = line + "\n";
+    if (write(ChildProcess::kReportFd, text.data(), text.size()) < 0) {
+        ADD_FAILURE() << "nobody takes the note " << line;
+    }
+}
+
+namespace {
+
+CommandResult resultOf(const ChildProcess& process) {
+    const std::optional<ProcessEnd> end = process.waitForEnd();
+    return {end, process.standardOutput(), process.standardError()};
+}
+
+}  // namespace
+
 CommandResult runCommand(const std::vector<std::string>& command, const ChildOptions& options) {
-    ChildProcess process(command, options);
-    CommandResult result;
-    result.end = process.waitForEnd();
-    process.streams().waitForEnd();
-    result.output = process.standardOutput();
-    result.error = process.standardError();
-    return result;
+    return resultOf(ChildProcess(command, options));
+}
+
+CommandResult runForked(const std::function<void()>& body) {
+    return resultOf(ForkedProcess(body));
 }
 
 }  // namespace test_support

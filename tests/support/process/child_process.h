@@ -5,18 +5,15 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
-#include <memory>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "tests/support/process/stream_reader.h"
+#include "tests/support/process/unique_fd.h"
 
 namespace test_support {
-
-// The status of a child that could not become what it was to be, as shells have it.
-constexpr int kCannotRun = 127;
 
 // How a process ended: by exit with a status, or by a signal.
 struct ProcessEnd {
@@ -43,19 +40,29 @@ struct ResourceLimit {
 };
 
 struct ChildOptions {
-    std::vector<std::string> environment;  // "NAME=value", added to the test's own
-    std::vector<ResourceLimit> limits;
-    std::optional<mode_t> umask;
-    bool terminal = false;  // standard output is a raw pseudo-terminal instead of a pipe
+    std::vector<std::string> environment{};  // "NAME=value", added to the test's own
+    std::vector<ResourceLimit> limits{};
+    std::optional<mode_t> umask{};
+    bool terminal = false;  // standard output is a raw pseudo-terminal; takes the sandbox
+};
+
+// One stream of a process, as a file in memory that grows as it writes.
+class CollectedStream {
+public:
+    CollectedStream();
+    int fd() const { return file_.get(); }
+    std::string text() const;
+
+private:
+    UniqueFd file_;
 };
 
 // The process's standard input is /dev/null. It is killed when the thread that started it ends, so
-// start processes from the main thread.
+// start processes from the main thread. Throws std::runtime_error when it cannot be started.
 class ChildProcess {
 public:
-    // Where the child finds the write end of a third pipe, read as report().
+    // Where the child finds the stream that is read as report().
     static constexpr int kReportFd = 3;
-    static constexpr std::size_t kReportStream = 2;  // its number among streams()
 
     explicit ChildProcess(const std::vector<std::string>& command,
                           const ChildOptions& options = {});
@@ -66,36 +73,73 @@ public:
     pid_t id() const { return pid_; }
 
     // How it ended, once it has; nothing when it still runs after patience().
-    std::optional<ProcessEnd> waitForEnd();
-    bool hasEnded();
+    std::optional<ProcessEnd> waitForEnd() const;
+    bool hasEnded() const;
 
     // Ends it with SIGKILL and waits until it is gone.
     void kill();
 
-    std::string standardOutput() const { return reader_->text(0); }
-    std::string standardError() const { return reader_->text(1); }
-    std::string report() const { return reader_->text(kReportStream); }
+    // What the process and everything that it started have written by now.
+    std::string standardOutput() const { return output_.text(); }
+    std::string standardError() const { return error_.text(); }
+    std::string report() const { return report_.text(); }
 
-    // Waits until the text has been written, and says on failure what was written instead.
+    // Waits until the stream holds `text`, and says on failure what it holds instead.
     testing::AssertionResult waitForOutput(const std::string& text) const;
     testing::AssertionResult waitForError(const std::string& text) const;
+    testing::AssertionResult waitForReport(const std::string& text) const;
 
-    const StreamReader& streams() const { return *reader_; }
+protected:
+    ChildProcess() = default;  // for a process that the derived class starts
+
+    CollectedStream output_;
+    CollectedStream error_;
+    CollectedStream report_;
+    pid_t pid_ = -1;
 
 private:
-    testing::AssertionResult waitForText(std::size_t stream, const std::string& text) const;
+    testing::AssertionResult waitFor(const CollectedStream& stream, const std::string& text) const;
 
-    pid_t pid_ = -1;
-    std::optional<ProcessEnd> end_;
-    std::unique_ptr<StreamReader> reader_;
+    mutable std::optional<ProcessEnd> end_;
 };
 
-// Runs a command to its end and returns its exit status and both outputs.
+// Runs a function in a copy of this process: for code that ends its process or changes it for good.
+// Code that uses the message bus needs a process that has not used it before: fork first, then make
+// a SystemBus. The copy exits with status 0 when `body` returns. Its standard output is flushed at
+// its end only, unless `body` does it.
+class ForkedProcess : public ChildProcess {
+public:
+    explicit ForkedProcess(const std::function<void()>& body);
+};
+
+// Starts this test executable again with the current test alone: for code that needs a process
+// which has used neither threads nor the bus. The test asks isFreshProcess() at its beginning to
+// know which part it has. The other part sees its notes, its output (next to GoogleTest's own) and
+// its end.
+class FreshProcess : public ChildProcess {
+public:
+    FreshProcess();
+
+    // All lines by now, each with its line end.
+    std::string notes() const { return report(); }
+    testing::AssertionResult waitForNote(const std::string& line) const {
+        return waitForReport(line + "\n");
+    }
+};
+
+// Whether a FreshProcess has started this process.
+bool isFreshProcess();
+
+// In a fresh process: a line for FreshProcess::notes() of the test that started it.
+void note(const std::string& line);
+
+// How a process ended, and all that it wrote.
 struct CommandResult {
     std::optional<ProcessEnd> end;
     std::string output;
     std::string error;
 };
 CommandResult runCommand(const std::vector<std::string>& command, const ChildOptions& options = {});
+CommandResult runForked(const std::function<void()>& body);
 
 }  // namespace test_support

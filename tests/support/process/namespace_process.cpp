@@ -1,4 +1,3 @@
-// A command that a test runs in PID and mount namespaces of its own inside the sandbox.
 #include "tests/support/process/namespace_process.h"
 
 #include <algorithm>
@@ -11,16 +10,23 @@
 namespace test_support {
 namespace {
 
-constexpr const char* kWitnessReady = "the witness runs";
-
-std::vector<std::string> insideNamespace(const std::vector<std::string>& command) {
-    std::vector<std::string> arguments{"--report", std::to_string(ChildProcess::kReportFd), "--"};
+std::vector<std::string> insideNamespace(const std::vector<std::string>& command, bool terminal) {
+    std::vector<std::string> arguments{"--report", std::to_string(ChildProcess::kReportFd)};
+    if (terminal) {
+        arguments.emplace_back("--terminal");
+    }
+    arguments.emplace_back("--");
     arguments.insert(arguments.end(), command.begin(), command.end());
     return runnable(buildPath("pid-namespace"), arguments);
 }
 
+ChildOptions withoutTerminal(ChildOptions options) {
+    options.terminal = false;
+    return options;
+}
+
 struct ReportLine {
-    std::string what;
+    std::string what;  // "start", "exit" or "signal"
     pid_t pid = 0;
     int number = 0;
 };
@@ -38,33 +44,19 @@ std::vector<ReportLine> parseReport(const std::string& report) {
     return lines;
 }
 
-std::vector<NamespaceEnd> endsIn(const std::string& report) {
-    std::vector<NamespaceEnd> ends;
-    for (const ReportLine& line : parseReport(report)) {
-        if (line.what == "exit") {
-            ends.push_back({line.pid, exited(line.number)});
-        } else if (line.what == "signal") {
-            ends.push_back({line.pid, killedBy(line.number)});
-        }
-    }
-    return ends;
-}
-
 }  // namespace
 
-NamespaceProcess::NamespaceProcess(const std::vector<std::string>& command,
-                                   const ChildOptions& options)
-    : outer_(insideNamespace(command), options) {}
+NamespaceProcess::NamespaceProcess(const std::vector<std::string>& command, ChildOptions options)
+    : ChildProcess(insideNamespace(command, options.terminal), withoutTerminal(std::move(options))) {}
 
-std::optional<pid_t> NamespaceProcess::commandInside() {
-    outer_.streams().waitFor(ChildProcess::kReportStream,
-                             [](auto& text) { return !parseReport(text).empty(); });
-    const std::vector<ReportLine> lines = parseReport(outer_.report());
+std::optional<pid_t> NamespaceProcess::commandInside() const {
+    waitUntil([this] { return !parseReport(report()).empty() || hasEnded(); });
+    const std::vector<ReportLine> lines = parseReport(report());
     return lines.empty() ? std::nullopt : std::optional(lines.front().pid);
 }
 
 std::optional<pid_t> NamespaceProcess::init() const {
-    const std::vector<pid_t> children = childrenOf(outer_.id());
+    const std::vector<pid_t> children = childrenOf(id());
     return children.empty() ? std::nullopt : std::optional(children.front());
 }
 
@@ -88,39 +80,45 @@ std::optional<pid_t> NamespaceProcess::outsideId(pid_t inside) const {
 }
 
 std::vector<NamespaceEnd> NamespaceProcess::ends() const {
-    return endsIn(outer_.report());
+    std::vector<NamespaceEnd> ends;
+    for (const ReportLine& line : parseReport(report())) {
+        if (line.what != "start") {
+            ends.push_back({line.pid, {line.what == "signal", line.number}});
+        }
+    }
+    return ends;
 }
 
-std::optional<ProcessEnd> NamespaceProcess::waitForEndOf(pid_t inside) {
+std::optional<ProcessEnd> NamespaceProcess::waitForEndOf(pid_t inside) const {
     std::optional<ProcessEnd> result;
-    outer_.streams().waitFor(ChildProcess::kReportStream, [&](const std::string& report) {
-        for (const NamespaceEnd& one : endsIn(report)) {
+    waitUntil([&] {
+        const bool last = hasEnded();
+        for (const NamespaceEnd& one : ends()) {
             if (one.insideId == inside) {
                 result = one.end;
             }
         }
-        return result.has_value();
+        return result || last;
     });
     return result;
 }
 
-std::optional<ProcessEnd> NamespaceProcess::waitForCommandEnd() {
+std::optional<ProcessEnd> NamespaceProcess::waitForCommandEnd() const {
     const std::optional<pid_t> command = commandInside();
     return command ? waitForEndOf(*command) : std::nullopt;
 }
 
 void NamespaceProcess::kill() {
     // A process whose first thread has ended may still have others, and with them its locks: gone
-    // is what the process table does not know any more.
+    // is what is no longer in the process table.
     const std::vector<pid_t> inhabitants = processesOutside();
-    outer_.kill();
+    ChildProcess::kill();
     const auto isKnown = [](pid_t pid) { return statusField(pid, "State").has_value(); };
     waitUntil([&] { return std::none_of(inhabitants.begin(), inhabitants.end(), isKnown); });
 }
 
-std::vector<ProcessEnd> NamespaceProcess::waitForAllEnds() {
-    EXPECT_TRUE(waitForEmpty().has_value()) << "the namespace does not end";
-    EXPECT_TRUE(waitForOutputEnd()) << "the namespace's streams do not end";
+std::vector<ProcessEnd> NamespaceProcess::waitForAllEnds() const {
+    EXPECT_TRUE(waitForEmpty().has_value()) << "some process goes on";
     std::vector<ProcessEnd> result;
     for (const NamespaceEnd& one : ends()) {
         result.push_back(one.end);
@@ -128,13 +126,13 @@ std::vector<ProcessEnd> NamespaceProcess::waitForAllEnds() {
     return result;
 }
 
-std::unique_ptr<ChildProcess> NamespaceProcess::enter(const std::vector<std::string>& command) {
+std::unique_ptr<ChildProcess> NamespaceProcess::enter(const std::vector<std::string>& command) const {
     const std::optional<pid_t> target = commandInside() ? init() : std::nullopt;
     if (!target) {
         ADD_FAILURE() << "there is no namespace to enter: " << standardError();
         return nullptr;
     }
-    // Ended here, the process must not stay behind in the namespace: it dies with its nsenter.
+    // When its nsenter is killed, the process dies, too.
     std::vector<std::string> arguments{
         "nsenter", "--target", std::to_string(*target), "--mount", "--pid",
         "--",      "setpriv",  "--pdeathsig",           "KILL",    "--"};
@@ -142,11 +140,10 @@ std::unique_ptr<ChildProcess> NamespaceProcess::enter(const std::vector<std::str
     return std::make_unique<ChildProcess>(arguments);
 }
 
-std::unique_ptr<ChildProcess> NamespaceProcess::enterWitness() {
-    const std::string script = std::string("echo ") + kWitnessReady + "; exec sleep infinity";
-    std::unique_ptr<ChildProcess> witness = enter({"sh", "-c", script});
+std::unique_ptr<ChildProcess> NamespaceProcess::enterWitness() const {
+    std::unique_ptr<ChildProcess> witness = enter({"sh", "-c", "echo ready; exec sleep infinity"});
     if (witness != nullptr) {
-        EXPECT_TRUE(witness->waitForOutput(kWitnessReady));
+        EXPECT_TRUE(witness->waitForOutput("ready"));
     }
     return witness;
 }

@@ -1,4 +1,4 @@
-// Look-ups in the process table, always by process id.
+// Look-ups in the process table, always by process id, and who holds a lock.
 #pragma once
 
 #include <sys/types.h>
@@ -34,5 +34,12 @@ std::optional<int> openFlagsOf(pid_t pid, int fd);
 
 // Number of threads of a process, 0 when it has gone.
 int threadsOf(pid_t pid);
+
+// The service's lock file.
+inline constexpr const char* kLockFile = "/var/lock/com.morvane.transfer.pid";
+
+// The process, as this one sees it, that holds a write lock on the whole of the file; nothing when
+// there is none, or one on a part of it. Opens and closes the file, so the holder must not ask.
+std::optional<pid_t> lockHolder(const std::string& path);
 
 }  // namespace test_support

@@ -1,4 +1,3 @@
-// Puts a test executable into the project's sandbox before any test runs.
 #include "tests/support/process/sandbox.h"
 
 #include <unistd.h>
@@ -12,7 +11,6 @@
 
 #include "simulator/sandbox/inside_sandbox.h"
 #include "tests/support/files/paths.h"
-#include "tests/support/process/argument_vector.h"
 
 namespace test_support {
 namespace {
@@ -39,8 +37,12 @@ void setSanitizerDefaults() {
     setenv("G_SLICE", "always-malloc", 0);
 }
 
-void runThrough(const std::vector<std::string>& command) {
-    std::vector<char*> arguments = argumentVector(command);
+void replaceBy(std::vector<std::string> command) {
+    std::vector<char*> arguments;
+    for (std::string& word : command) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
     execv(arguments[0], arguments.data());
 }
 
@@ -62,8 +64,8 @@ void enterSandbox(int argc, char** argv) {
     setenv(kEntering, "1", 1);
     setSanitizerDefaults();
     const std::string sandbox = sourcePath("simulator/sandbox/sandbox");
-    runThrough(runnableAfter({sandbox, "--keep", buildPath("."), "--"}, executable,
-                             {argv + 1, argv + argc}));
+    replaceBy(runnableAfter({sandbox, "--keep", buildPath("."), "--"}, executable,
+                            {argv + 1, argv + argc}));
     giveUp("cannot run " + sandbox + ": " + std::strerror(errno));
 }
 

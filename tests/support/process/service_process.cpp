@@ -1,14 +1,13 @@
-// The real service, started by a test in a PID namespace of its own.
 #include "tests/support/process/service_process.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <iterator>
 #include <sstream>
 
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/files/paths.h"
-#include "tests/support/process/coverage.h"
 #include "tests/support/process/process_table.h"
 #include "tests/support/process/waiting.h"
 
@@ -29,14 +28,25 @@ std::vector<std::string> commandFor(const ServiceOptions& options) {
     return runnableAfter(words, buildPath("com-morvane-transfer-service"), options.arguments);
 }
 
-ChildOptions childOptionsFor(const ServiceOptions& options, const SanitizerReports& reports) {
-    ChildOptions result;
-    result.environment = reports.environment();
+// Sanitizers write their reports to files that begin with `reports`; other settings stay.
+std::vector<std::string> sanitizerSettings(const std::string& reports) {
+    std::vector<std::string> result;
+    if (!sanitized()) {
+        return result;
+    }
+    for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+        const char* const inherited = std::getenv(name);
+        result.push_back(std::string(name) + "=" +
+                         (inherited != nullptr ? std::string(inherited) + ":" : "") +
+                         "log_path=" + reports);
+    }
+    return result;
+}
+
+ChildOptions childOptionsFor(const ServiceOptions& options, const std::string& reports) {
+    ChildOptions result{sanitizerSettings(reports), options.limits, options.umask, true};
     result.environment.insert(result.environment.end(), options.environment.begin(),
                               options.environment.end());
-    result.limits = options.limits;
-    result.umask = options.umask;
-    result.terminal = true;
     return result;
 }
 
@@ -79,7 +89,7 @@ std::string whyMemoryIsNotItsOwn() {
 }
 
 ServiceProcess::ServiceProcess(const ServiceOptions& options)
-    : NamespaceProcess(commandFor(options), childOptionsFor(options, *this)) {}
+    : NamespaceProcess(commandFor(options), childOptionsFor(options, reports_.path("report"))) {}
 
 ServiceProcess::~ServiceProcess() {
     // Killed, a process has no chance to look for its leaks or to write what it has counted.
@@ -87,13 +97,21 @@ ServiceProcess::~ServiceProcess() {
         stop();
     }
     kill();
-    const std::string report = text();
+    const std::string report = sanitizerReport();
     if (!report.empty()) {
         ADD_FAILURE() << "a sanitizer reported on the service:\n" << report;
     }
 }
 
-testing::AssertionResult ServiceProcess::waitUntilAnswers() {
+std::string ServiceProcess::sanitizerReport() const {
+    std::string all;
+    for (const auto& entry : std::filesystem::directory_iterator(reports_.path())) {
+        all += readFile(entry.path()) + "\n";
+    }
+    return all;
+}
+
+testing::AssertionResult ServiceProcess::waitUntilAnswers() const {
     // A foreground service that has ended will never answer; of a daemon the launcher ends early.
     const auto answers = [this] { return processId() && transferObjectAnswers(); };
     if (waitUntil([&] { return answers() || hasEnded(); }) && !hasEnded()) {
@@ -101,7 +119,7 @@ testing::AssertionResult ServiceProcess::waitUntilAnswers() {
     }
     return testing::AssertionFailure() << "the service does not answer\nstandard output:\n"
                                        << standardOutput() << "\nstandard error:\n"
-                                       << standardError() << text();
+                                       << standardError() << sanitizerReport();
 }
 
 std::optional<pid_t> ServiceProcess::processId() const {
@@ -131,7 +149,7 @@ testing::AssertionResult ServiceProcess::forbidThreads(unsigned further) const {
                                        further * stackOfThreadsIn(*pid));
 }
 
-std::optional<ProcessEnd> ServiceProcess::stop() {
+std::optional<ProcessEnd> ServiceProcess::stop() const {
     const SystemBus bus;
     if (!bus.ownName(kServiceName, kReplaceExisting)) {
         return std::nullopt;

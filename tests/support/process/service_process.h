@@ -8,19 +8,20 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/process/child_process.h"
+#include "tests/support/files/files.h"
 #include "tests/support/process/namespace_process.h"
-#include "tests/support/process/sanitizer_reports.h"
 
 namespace test_support {
 
 struct ServiceOptions {
-    std::vector<std::string> arguments;  // of the service, such as "-d"
-    std::vector<std::string> environment;  // "NAME=value"; see DeviceDouble::environment()
-    std::vector<ResourceLimit> limits;  // in force from the start
-    std::optional<mode_t> umask;
-    std::vector<std::string> prefix;  // a command that runs the service, such as kWithoutPowers
+    std::vector<std::string> arguments{};  // of the service, such as "-d"
+    std::vector<std::string> environment{};  // "NAME=value"; see DeviceDouble::environment()
+    std::vector<ResourceLimit> limits{};  // in force from the start
+    std::optional<mode_t> umask{};
+    std::vector<std::string> prefix{};  // a command that runs the service, such as kWithoutPowers
 };
+
+inline const ServiceOptions kAsDaemon{{"-d"}};
 
 // A prefix under which the service is root without root's powers, so that file modes count.
 extern const std::vector<std::string> kWithoutPowers;
@@ -29,20 +30,25 @@ extern const std::vector<std::string> kWithoutPowers;
 // forbidThreads() needs, too; else the reason why not.
 std::string whyMemoryIsNotItsOwn();
 
+// The folder that the sanitizers of the service report into, also those of a daemon without a
+// standard error. A base, because it has to exist before the process starts.
+struct SanitizerReports {
+    TemporaryDirectory reports_;
+};
+
 // The words of the environment variable MORVANE_SERVICE_RUNNER, when set, are a command that is put
 // in front of the service; see scripts/checks/memcheck.
 //
 // Standard output goes through a raw pseudo-terminal, so that it arrives line by line and byte for
-// byte. The destructor ends the namespace and fails the test when a sanitizer reported anything; in
+// byte. The destructor ends everything and fails the test when a sanitizer reported anything; in
 // sanitizer builds it first lets the service exit, so that leaks are looked for.
-// The reports are a base because their folder has to exist before the process starts.
 class ServiceProcess final : private SanitizerReports, public NamespaceProcess {
 public:
     explicit ServiceProcess(const ServiceOptions& options = {});
     ~ServiceProcess();
 
     // Waits until "/sacIntf" answers. On failure says what the service printed instead.
-    testing::AssertionResult waitUntilAnswers();
+    testing::AssertionResult waitUntilAnswers() const;
 
     // The process that owns the service's bus name, as seen by the test; nothing when there is
     // none or when it is not in this namespace.
@@ -56,9 +62,12 @@ public:
     // counted: its address space may not grow by another stack.
     testing::AssertionResult forbidThreads(unsigned further = 0) const;
 
-    // Takes the bus name away from the service, which ends it. Returns how the namespace ended,
-    // nothing when it did not.
-    std::optional<ProcessEnd> stop();
+    // Takes the bus name away from the service, which ends it. Returns the command's status,
+    // nothing when it did not end.
+    std::optional<ProcessEnd> stop() const;
+
+private:
+    std::string sanitizerReport() const;
 };
 
 }  // namespace test_support

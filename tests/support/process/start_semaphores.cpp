@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "tests/support/process/errno_error.h"
+#include "tests/support/process/unique_fd.h"
 
 namespace test_support {
 namespace {

@@ -18,7 +18,7 @@
 #include <future>
 #include <utility>
 
-#include "tests/support/process/errno_error.h"
+#include "tests/support/process/unique_fd.h"
 #include "tests/support/process/waiting.h"
 
 namespace test_support {

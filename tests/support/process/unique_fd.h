@@ -1,8 +1,12 @@
-// A file descriptor that is closed with its owner.
+// A file descriptor that is closed with its owner, and the failure of a system call as an
+// exception.
 #pragma once
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <string>
+#include <system_error>
 #include <utility>
 
 namespace test_support {
@@ -31,5 +35,10 @@ public:
 private:
     int fd_ = -1;
 };
+
+// Throws std::system_error for errno, with `what`, the call or the path, in front of its message.
+[[noreturn]] inline void throwErrno(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
 
 }  // namespace test_support
