@@ -6,10 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/bus/steady_service.h"
 #include "tests/support/bus/system_bus.h"
-#include "tests/support/device/device_double.h"
 #include "tests/support/device/stick.h"
-#include "tests/support/process/service_process.h"
 #include "tests/support/process/waiting.h"
 
 namespace test_support {
@@ -69,27 +68,12 @@ void askAndForget(const SystemBus& bus, const char* method) {
     g_dbus_connection_flush_sync(bus.connection(), nullptr, nullptr);
 }
 
-class ConcurrentClients : public testing::Test {
+class ConcurrentClients : public SteadyServiceWithDouble {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(service_.waitUntilAnswers());
-        process_ = service_.processId();
-    }
-
-    void TearDown() override {
-        EXPECT_EQ(SystemBus().transfer("GetStickDetailsWithCount").type(), "(vu)");
-        EXPECT_EQ(service_.processId(), process_);
-    }
-
-    DeviceDouble device_;
-    Stick stick_{1};
-    ServiceProcess service_{{{}, device_.environment(), {}, {}, {}}};
-
-private:
-    std::optional<pid_t> process_;
+    const Stick stick_{1};
 };
 
-TEST_F(ConcurrentClients, eachGetTheAnswersToTheirOwnCalls) {
+TEST_F(ConcurrentClients, getAnswersToTheirOwnCalls) {
     constexpr int kClients = 20;
     constexpr int kRounds = 10;
     std::vector<std::unique_ptr<SystemBus>> clients;
@@ -117,7 +101,7 @@ TEST_F(ConcurrentClients, eachGetTheAnswersToTheirOwnCalls) {
 }
 
 // A message bus lets one client have 128 calls in flight.
-TEST_F(ConcurrentClients, areAnsweredInTheOrderOfTheirCalls) {
+TEST_F(ConcurrentClients, areAnsweredInOrder) {
     const SystemBus bus;
     CallsInFlight calls;
     for (int i = 0; i < 25; ++i) {
@@ -131,7 +115,7 @@ TEST_F(ConcurrentClients, areAnsweredInTheOrderOfTheirCalls) {
     EXPECT_EQ(calls.finish(), 100);
 }
 
-TEST_F(ConcurrentClients, thatVanishWithCallsInFlightDisturbNobody) {
+TEST_F(ConcurrentClients, mayVanishWithCallsInFlight) {
     const SystemBus witness;
     CallsInFlight calls;
     for (int client = 0; client < 20; ++client) {
@@ -144,7 +128,7 @@ TEST_F(ConcurrentClients, thatVanishWithCallsInFlightDisturbNobody) {
     EXPECT_EQ(calls.finish(), 20);
 }
 
-TEST_F(ConcurrentClients, thatVanishWhileTheirCallIsBeingHandledDisturbNobody) {
+TEST_F(ConcurrentClients, mayVanishDuringTheirCall) {
     stick_.addFile("a.psb");
     device_.order("BR.checkBackupFile", "hang", device_.gate());
     {
@@ -156,7 +140,7 @@ TEST_F(ConcurrentClients, thatVanishWhileTheirCallIsBeingHandledDisturbNobody) {
     ASSERT_TRUE(device_.waitForCall("BRDestroyController(BR1)"));
 }
 
-TEST_F(ConcurrentClients, thatWantNoReplyHaveTheirCallsCarriedOut) {
+TEST_F(ConcurrentClients, mayWantNoReply) {
     const SystemBus bus;
     bus.callWithoutReply(kTransferPath, kTransferInterface, "CreateDirectory",
                          g_variant_new("(ss)", "USB_X60.1", "new"));

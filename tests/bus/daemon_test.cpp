@@ -35,10 +35,6 @@ using testing::Not;
 
 constexpr mode_t kStrictUmask = 077;
 
-ServiceOptions withArguments(const std::vector<std::string>& arguments) {
-    return {arguments, {}, {}, {}, {}};
-}
-
 std::string printedWithNewSet(int id) {
     return asPrinted({launcherBegins()}) + "Semaphor created ID: " + std::to_string(id) + "\n";
 }
@@ -58,9 +54,9 @@ protected:
     const StartSemaphores set_{};
 };
 
-TEST_F(Daemon, keepsItsLauncherWaitingUntilBothObjectsAnswer) {
+TEST_F(Daemon, keepsLauncherWaitingUntilItAnswers) {
     const HeldTransferScript script;
-    ServiceProcess service{{{"-d"}, {}, {}, kStrictUmask, {}}};
+    ServiceProcess service{{{"-d"}, {}, {}, kStrictUmask}};
     ASSERT_TRUE(script.waitUntilEntered());
     ASSERT_TRUE(StartSemaphores::exists());
     const int id = StartSemaphores::id();
@@ -84,9 +80,9 @@ TEST_F(Daemon, keepsItsLauncherWaitingUntilBothObjectsAnswer) {
     EXPECT_EQ(service.standardError(), "");
 }
 
-TEST_F(Daemon, isNotReadyWhileItOwnsTheNameWithoutItsObjects) {
+TEST_F(Daemon, isNotReadyWithoutItsObjects) {
     auto silent = std::make_unique<AppletControl>(AppletControl::Answers::kNever);
-    ServiceProcess service(withArguments({"-d"}));
+    ServiceProcess service(kAsDaemon);
     ASSERT_TRUE(eventually([&] { return service.processId().has_value(); }, "the name is owned"));
     EXPECT_TRUE(eventually([this] { return set_.waiting(0) == 1; }, "the launcher waits"));
     EXPECT_THAT(service.ends(), IsEmpty());
@@ -95,8 +91,8 @@ TEST_F(Daemon, isNotReadyWhileItOwnsTheNameWithoutItsObjects) {
     EXPECT_EQ(SystemBus().transfer("GetUSBStickDetails").error, "");
 }
 
-TEST_F(Daemon, sendsItsMessagesToTheSystemLogAlone) {
-    ServiceProcess service(withArguments({"-d"}));
+TEST_F(Daemon, logsToSystemLogAlone) {
+    ServiceProcess service(kAsDaemon);
     EXPECT_EQ(service.waitForCommandEnd(), exited(0));
     ASSERT_TRUE(log_.waitFor(launcherEnds().text));
     std::vector<LogMessage> expected = joined({launcherBegins()}, startUpMessages());
@@ -106,11 +102,11 @@ TEST_F(Daemon, sendsItsMessagesToTheSystemLogAlone) {
     EXPECT_EQ(service.standardOutput().find("Starting"), std::string::npos);
 }
 
-TEST_F(Daemon, hasItsOwnSessionTheRootDirectoryAndNoStreams) {
+TEST_F(Daemon, hasOwnSessionRootDirectoryAndNoStreams) {
     const TemporaryDirectory elsewhere;
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(elsewhere.path());
-    ServiceProcess service{{{"-d"}, {}, {}, kStrictUmask, {}}};
+    ServiceProcess service{{{"-d"}, {}, {}, kStrictUmask}};
     std::filesystem::current_path(before);
     ASSERT_TRUE(service.waitUntilAnswers());
     const pid_t daemon = *service.processId();
@@ -128,7 +124,7 @@ TEST_F(Daemon, hasItsOwnSessionTheRootDirectoryAndNoStreams) {
     EXPECT_THAT(open, Not(Contains(testing::HasSubstr("/dev/pts"))));
 }
 
-TEST_F(Daemon, andItsLauncherBothFlushTheFirstLinesIntoAFile) {
+TEST_F(Daemon, flushesFirstLinesAsItsLauncherDoes) {
     const TemporaryDirectory folder;
     const std::string redirect = "exec \"$@\" >" + folder.path("output");
     const HeldTransferScript script;
@@ -142,8 +138,8 @@ TEST_F(Daemon, andItsLauncherBothFlushTheFirstLinesIntoAFile) {
               firstLines + firstLines + asPrinted({launcherEnds()}));
 }
 
-TEST_F(Daemon, isMadeAlsoBehindOtherWordsAndOptions) {
-    ServiceProcess service(withArguments({"word", "-x", "-d"}));
+TEST_F(Daemon, isMadeBehindOtherArguments) {
+    ServiceProcess service(ServiceOptions{{"word", "-x", "-d"}});
     EXPECT_EQ(service.waitForCommandEnd(), exited(0));
     EXPECT_TRUE(service.processId().has_value());
     ASSERT_TRUE(service.waitForError("invalid option -- 'x'\n"));
@@ -202,7 +198,7 @@ TEST_F(DaemonAskedForTwice, endsBothLaunchers) {
     EXPECT_EQ(count(launcherBegins()), begun + 2);
 }
 
-TEST_F(Daemon, thatIsTheSecondInstanceReleasesItsLauncherAndEndsWith2) {
+TEST_F(Daemon, releasesLauncherAsSecondInstance) {
     ServiceProcess first;
     ASSERT_TRUE(first.waitUntilAnswers());
     const std::string idBefore = readFile(kLockFile);

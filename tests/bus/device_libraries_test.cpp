@@ -44,20 +44,20 @@ std::vector<std::string> found(const std::string& text, const std::string& patte
     return all;
 }
 
-TEST(DeviceLibraries, areNeededByTheirPlainNames) {
+TEST(DeviceLibraries, areNeededByPlainName) {
     const std::vector<std::string> needed =
         found(dynamicSection(kService), R"(\(NEEDED\).*\[(.*)\])");
     EXPECT_THAT(needed, testing::IsSupersetOf({"libDeviceManagerClient.so", "libVesk.so"}));
 }
 
-TEST(DeviceLibraries, areFoundBesideTheExecutableUnlessTheEnvironmentSaysOtherwise) {
+TEST(DeviceLibraries, areFoundBesideExecutable) {
     const std::string section = dynamicSection(kService);
     EXPECT_THAT(found(section, R"(\(RUNPATH\).*\[(.*)\])"), testing::ElementsAre("$ORIGIN"));
     EXPECT_THAT(found(section, R"(\((RPATH)\))"), testing::IsEmpty())
         << "it would come before LD_LIBRARY_PATH";
 }
 
-TEST(DeviceLibraries, areCalledByNothingButTheirPublishedNames) {
+TEST(DeviceLibraries, areCalledByPublishedNamesOnly) {
     const std::string symbols = textOf({"readelf", "--dyn-syms", "--wide", buildPath(kService)});
     EXPECT_THAT(found(symbols, R"(UND ((?:BR|FU)\w*Controller))"),
                 testing::UnorderedElementsAre("BRCreateController", "BRDestroyController",
@@ -69,7 +69,7 @@ TEST(DeviceLibraries, areCalledByNothingButTheirPublishedNames) {
                                       "_ZN20VeskServiceInterface15stopTransactionEv"));
 }
 
-TEST(DeviceLibraries, haveTheirOwnNamesAsStandInsAndAsDoubles) {
+TEST(DeviceLibraries, haveTheirNamesAsStandInsAndDoubles) {
     for (const std::string folder : {"", "tests/doubles/"}) {
         for (const std::string name : {"libDeviceManagerClient.so", "libVesk.so"}) {
             EXPECT_THAT(found(dynamicSection(folder + name), R"(\(SONAME\).*\[(.*)\])"),

@@ -16,10 +16,8 @@
 namespace test_support {
 namespace {
 
-class DeviceManager : public SteadyService {
+class DeviceManagerFault : public SteadyService {
 protected:
-    DeviceManager() : SteadyService({}) {}
-
     testing::AssertionResult backupIsListed() const {
         return eventually(
             [this] { return filesListed(bus_, "GetBackupFilesList", "USB_X60.1") == 1; },
@@ -30,7 +28,7 @@ protected:
     const Stick stick_{1};
 };
 
-TEST_F(DeviceManager, thatIsDownFailsBackupsAtOnceAndOtherJobsSilently) {
+TEST_F(DeviceManagerFault, failsBackupAtOnceWhenDown) {
     stick_.addFile("a.psb");
     stick_.addFile("a.fwf");
     ASSERT_FALSE(deviceManagerListens());
@@ -42,7 +40,7 @@ TEST_F(DeviceManager, thatIsDownFailsBackupsAtOnceAndOtherJobsSilently) {
     EXPECT_FALSE(exists(stick_.path("b.psb")));
 }
 
-TEST_F(DeviceManager, thatRefusedIsAskedAgainByTheNextRequest) {
+TEST_F(DeviceManagerFault, isForgottenByNextRequest) {
     {
         Simulator refusing(state_.path(), {"--refuse"});
         ASSERT_TRUE(refusing.waitUntilListens());
@@ -55,7 +53,7 @@ TEST_F(DeviceManager, thatRefusedIsAskedAgainByTheNextRequest) {
     EXPECT_TRUE(backupIsListed());
 }
 
-TEST_F(DeviceManager, thatAsksForTheCredentialAcceptsNobodyWithoutOne) {
+TEST_F(DeviceManagerFault, refusesServiceWithoutCredential) {
     std::filesystem::remove(PersistentRecord::kPath);  // of the simulator before
     Simulator simulator(state_.path(), {"--job-seconds", "0"});
     // The port is bound before the record is made.
@@ -73,7 +71,7 @@ TEST_F(DeviceManager, thatAsksForTheCredentialAcceptsNobodyWithoutOne) {
     EXPECT_EQ(filesListed(bus_, "GetBackupFilesList", "USB_X60.1"), 1);
 }
 
-TEST_F(DeviceManager, thatDiesInTheMiddleOfAJobEndsTheJobAndServesTheNextOneWhenItIsBack) {
+TEST_F(DeviceManagerFault, endsOnlyJobOfManagerThatDies) {
     {
         Simulator dying(state_.path(), {"--die-in-job", "--job-seconds", "0.2"});
         ASSERT_TRUE(dying.waitUntilListens());

@@ -48,7 +48,7 @@ protected:
     }
 
     DeviceDouble device_;
-    ServiceProcess service_{{{}, device_.environment(), {}, {}, {}}};
+    ServiceProcess service_{{{}, device_.environment()}};
     SystemBus bus_;
 };
 

@@ -2,8 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
 #include <regex>
 #include <string>
 #include <vector>
@@ -16,17 +14,6 @@
 
 namespace test_support {
 namespace {
-
-using Record = std::array<std::string, 4>;  // of a flat list, each element as text
-
-std::vector<Record> recordsOf(GVariant* flat) {
-    std::vector<Record> records(g_variant_n_children(flat) / 4);
-    for (std::size_t i = 0; i < 4 * records.size(); ++i) {
-        const VariantPtr element(g_variant_get_child_value(flat, i));
-        records[i / 4][i % 4] = asText(element.get());
-    }
-    return records;
-}
 
 // Asks the service and writes its answers down as the golden files hold them.
 class GoldenReplies : public testing::Test {
@@ -57,12 +44,12 @@ protected:
     }
 
     DeviceDouble device_;
-    ServiceProcess service_{{{}, device_.environment(), {}, {}, {}}};
+    ServiceProcess service_{{{}, device_.environment()}};
     SystemBus bus_;
     std::string answers_;
 };
 
-TEST_F(GoldenReplies, ofTheStickLists) {
+TEST_F(GoldenReplies, matchStickLists) {
     askForSticks(" without a stick");
     const Stick third(3, {"16m", "/dev/sda1", false});
     third.addFile("a.psb", std::string(1024 * 1024, 'x'));
@@ -75,7 +62,7 @@ TEST_F(GoldenReplies, ofTheStickLists) {
     EXPECT_EQ(answers_, goldenText("stick_replies.txt"));
 }
 
-TEST_F(GoldenReplies, ofTheFileLists) {
+TEST_F(GoldenReplies, matchFileLists) {
     const Stick stick(1);
     stick.addDirectory("level/none");
     stick.addFile("level/one/a.psb");
@@ -94,7 +81,7 @@ TEST_F(GoldenReplies, ofTheFileLists) {
     EXPECT_EQ(answers_, goldenText("file_replies.txt"));
 }
 
-TEST_F(GoldenReplies, ofFileListsForWhatIsNotThere) {
+TEST_F(GoldenReplies, matchListsOfMissingFolders) {
     const Stick stick(1);
     stick.addFile("a.psb.fwf");
     for (const char* const method :
@@ -107,40 +94,7 @@ TEST_F(GoldenReplies, ofFileListsForWhatIsNotThere) {
     EXPECT_EQ(answers_, goldenText("missing_replies.txt"));
 }
 
-// The file system's order of names is not known, so the records are compared without order.
-TEST_F(GoldenReplies, ofManyFilesAreAllRunsOfFour) {
-    const Stick stick(1);
-    std::vector<Record> expected;
-    for (int i = 0; i < 10; ++i) {
-        const std::string name = "file" + std::to_string(i);
-        stick.addFile("many/" + name, std::string(static_cast<std::size_t>(i), 'x'));
-        expected.push_back({"uint32 1", "'" + name + "'", "uint64 " + std::to_string(i), "'many'"});
-    }
-    const Reply index =
-        bus_.transfer("GetDirectoryIndex", g_variant_new("(ss)", "USB_X60.1", "many"));
-    ASSERT_EQ(index.type(), "(av)");
-    const VariantPtr boxes(g_variant_get_child_value(index.value.get(), 0));
-    std::vector<Record> boxed = expected;
-    for (Record& record : boxed) {
-        for (std::string& element : record) {
-            element = "<" + element + ">";
-        }
-    }
-    EXPECT_THAT(recordsOf(boxes.get()), testing::UnorderedElementsAreArray(boxed));
-
-    const Reply list =
-        bus_.transfer("GetRestoreFilesList", g_variant_new("(ss)", "USB_X60.1", "many"));
-    ASSERT_EQ(list.type(), "(vi)");
-    g_autoptr(GVariant) tuple = nullptr;
-    gint32 count = 0;
-    g_variant_get(list.value.get(), "(vi)", &tuple, &count);
-    EXPECT_EQ(count, 10);
-    EXPECT_EQ(std::string(g_variant_get_type_string(tuple)),
-              "(ustsustsustsustsustsustsustsustsustsusts)");
-    EXPECT_THAT(recordsOf(tuple), testing::UnorderedElementsAreArray(expected));
-}
-
-TEST_F(GoldenReplies, ofTheFileOperations) {
+TEST_F(GoldenReplies, matchFileOperations) {
     const Stick stick(1);
     stick.addFile("a.txt");
     stick.addFile("full/b.txt");
@@ -155,7 +109,7 @@ TEST_F(GoldenReplies, ofTheFileOperations) {
     EXPECT_EQ(answers_, goldenText("operation_replies.txt"));
 }
 
-TEST_F(GoldenReplies, ofTheBackupFileName) {
+TEST_F(GoldenReplies, matchBackupFileName) {
     ask("GetBackupFileName", "(uint32 1,)");
     device_.order("Vesk.getValue", "value", "");
     ask("GetBackupFileName", "(uint32 1,)", " without a device name");
@@ -164,7 +118,7 @@ TEST_F(GoldenReplies, ofTheBackupFileName) {
               goldenText("name_replies.txt"));
 }
 
-TEST_F(GoldenReplies, ofTheJobs) {
+TEST_F(GoldenReplies, matchJobs) {
     const Stick stick(1);
     stick.addFile("a.fwf");
     ask("DoOSUpdate", "('USB_X60.1', '')");

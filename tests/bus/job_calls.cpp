@@ -1,20 +1,17 @@
-// The three job methods as a client calls them.
 #include "tests/bus/job_calls.h"
 
 namespace test_support {
-namespace {
 
-// The last child of a reply, as a number.
 int lastNumber(const Reply& reply) {
     if (reply.value == nullptr) {
         return kNoAnswer;
     }
     const gsize children = g_variant_n_children(reply.value.get());
     const VariantPtr last(g_variant_get_child_value(reply.value.get(), children - 1));
-    return g_variant_get_int32(last.get());
+    return g_variant_is_of_type(last.get(), G_VARIANT_TYPE_UINT32) != FALSE
+               ? static_cast<int>(g_variant_get_uint32(last.get()))
+               : g_variant_get_int32(last.get());
 }
-
-}  // namespace
 
 int doBackup(const SystemBus& bus, const std::string& mount, std::uint32_t type,
              const std::string& file) {

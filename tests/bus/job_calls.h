@@ -1,4 +1,4 @@
-// The three job methods as a client calls them.
+// The methods that answer with a number, as a client calls them.
 #pragma once
 
 #include <chrono>
@@ -12,13 +12,15 @@ namespace test_support {
 
 inline constexpr int kNoAnswer = -1000;
 
-// Each returns the answer's number, or kNoAnswer.
+// The last number of a reply, such as a count, or kNoAnswer.
+int lastNumber(const Reply& reply);
+
 int doBackup(const SystemBus& bus, const std::string& mount, std::uint32_t type,
              const std::string& file);
 int doRestore(const SystemBus& bus, const std::string& mount, const std::string& file);
 int doOsUpdate(const SystemBus& bus, const std::string& mount, const std::string& file);
 
-// The number of files in a listing ("GetBackupFilesList") of a stick's root, or kNoAnswer.
+// The number of files in a listing ("GetBackupFilesList") of a stick's root.
 int filesListed(const SystemBus& bus, const std::string& method, const std::string& mount);
 
 std::chrono::nanoseconds durationOf(const std::function<void()>& action);

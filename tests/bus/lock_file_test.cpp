@@ -44,8 +44,8 @@ std::optional<int> openFlags(pid_t pid, const std::string& file) {
     return std::nullopt;
 }
 
-TEST(LockFile, holdsTheServicesIdForItsOwnerOnly) {
-    ServiceProcess service{{{}, {}, {}, 0, {}}};
+TEST(LockFile, holdsIdForOwnerOnly) {
+    ServiceProcess service{{{}, {}, {}, 0}};
     ASSERT_TRUE(service.waitUntilAnswers());
     EXPECT_EQ(readFile(kLockFile), std::to_string(*service.commandInside()) + "\n");
     struct stat status {};
@@ -54,7 +54,7 @@ TEST(LockFile, holdsTheServicesIdForItsOwnerOnly) {
     EXPECT_EQ(status.st_mode & kModeBits, 0600U);
 }
 
-TEST(LockFile, isLockedWholeAndClosedInWhatTheServiceStarts) {
+TEST(LockFile, isLockedAndClosedOnExec) {
     const TransferScript script("ls -l /proc/self/fd >/tmp/open-in-script");
     ServiceProcess service;
     ASSERT_TRUE(service.waitUntilAnswers());
@@ -68,7 +68,7 @@ TEST(LockFile, isLockedWholeAndClosedInWhatTheServiceStarts) {
     EXPECT_THAT(inScript, Not(HasSubstr("com.morvane.transfer.pid")));
 }
 
-TEST(LockFile, ofAKilledRunIsTakenOver) {
+TEST(LockFile, isTakenOverFromKilledRun) {
     writeFile(kLockFile, "4194304\nand more text than a process id takes\n");
     {
         ServiceProcess service;
@@ -83,8 +83,8 @@ TEST(LockFile, ofAKilledRunIsTakenOver) {
     EXPECT_EQ(lockHolder(kLockFile), again.processId());
 }
 
-TEST(LockFile, holdsTheIdOfTheDaemonAndNotOfItsLauncher) {
-    ServiceProcess service{{{"-d"}, {}, {}, {}, {}}};
+TEST(LockFile, holdsIdOfDaemon) {
+    ServiceProcess service(kAsDaemon);
     ASSERT_TRUE(service.waitUntilAnswers());
     EXPECT_EQ(lockHolder(kLockFile), service.processId());
     EXPECT_EQ(readFile(kLockFile), std::to_string(*innermostId(*service.processId())) + "\n");
@@ -111,10 +111,10 @@ const std::vector<NoPlace> kNoPlaces{
      true, "Permission denied"},
 };
 
-class StartWithoutLockFile : public testing::TestWithParam<NoPlace> {
+class MissingLockFile : public testing::TestWithParam<NoPlace> {
 protected:
-    StartWithoutLockFile() { GetParam().spoil(mount_); }
-    ~StartWithoutLockFile() override { std::rename(kAway, kFolder); }
+    MissingLockFile() { GetParam().spoil(mount_); }
+    ~MissingLockFile() override { std::rename(kAway, kFolder); }
 
     ServiceOptions options(const std::vector<std::string>& arguments) const {
         return {arguments,
@@ -130,7 +130,7 @@ protected:
     SyslogSocket log_;
 };
 
-TEST_P(StartWithoutLockFile, endsAsIfAnotherInstanceRan) {
+TEST_P(MissingLockFile, endsServiceWith255) {
     ServiceProcess service(options({}));
     EXPECT_THAT(service.waitForAllEnds(), ElementsAre(exited(255)));
     EXPECT_EQ(service.standardOutput(), asPrinted({message_}));
@@ -140,7 +140,7 @@ TEST_P(StartWithoutLockFile, endsAsIfAnotherInstanceRan) {
     EXPECT_THAT(log_.messages(), ElementsAre(message_));
 }
 
-TEST_P(StartWithoutLockFile, endsTheDaemonWith2AfterItsLauncher) {
+TEST_P(MissingLockFile, endsDaemonWith2AfterLauncher) {
     ServiceProcess service(options({"-d"}));
     EXPECT_THAT(service.waitForAllEnds(), testing::UnorderedElementsAre(exited(0), exited(2)));
     EXPECT_EQ(service.waitForCommandEnd(), exited(0));
@@ -149,7 +149,7 @@ TEST_P(StartWithoutLockFile, endsTheDaemonWith2AfterItsLauncher) {
     EXPECT_FALSE(StartSemaphores::exists());
 }
 
-INSTANTIATE_TEST_SUITE_P(For, StartWithoutLockFile, testing::ValuesIn(kNoPlaces),
+INSTANTIATE_TEST_SUITE_P(For, MissingLockFile, testing::ValuesIn(kNoPlaces),
                          [](const auto& place) { return std::string(place.param.name); });
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/bus/job_calls.h"
+#include "tests/support/bus/interface_description.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/device_double.h"
 #include "tests/support/device/persistent_record.h"
@@ -27,8 +28,7 @@ using testing::Not;
 
 // No part of it is likely to stand anywhere by chance.
 constexpr std::size_t kTellingPart = 6;
-
-constexpr const char* kLastMessage = "Could not register servicename on bus";
+const std::vector<std::string> kNone;
 
 // 64 printable bytes of which each is different.
 std::string credential() {
@@ -55,11 +55,11 @@ struct Surroundings {
     DeviceDouble device_;
 };
 
-class Secrets : protected Surroundings, public testing::Test {
+class Credential : protected Surroundings, public testing::Test {
 protected:
-    enum class Library { Double, StandIn };
-    explicit Secrets(Library library)
-        : service_({{}, environmentFor(library, device_), {}, {}, {}}) {}
+    enum class Library { kDouble, kStub };
+    explicit Credential(Library library)
+        : service_({{}, library == Library::kDouble ? device_.environment() : kNone}) {}
 
     void SetUp() override {
         stick_.addFile("a.psb");
@@ -67,16 +67,14 @@ protected:
         ASSERT_TRUE(service_.waitUntilAnswers());
     }
 
-    // Every question that leads to the device libraries, and calls that cannot succeed.
+    // Every method, and calls that cannot succeed.
     void askEverything() {
-        for (const char* method : {"GetBackupFilesList", "GetUpdateFilesList", "GetDirectoryIndex",
-                                   "GetDirectoryIndexForBackup", "GetDirectoryIndexForUpdate"}) {
-            note(bus_.transfer(method, g_variant_new("(ss)", stick_.name().c_str(), "")));
-            note(bus_.transfer(method));
+        for (const Method& method : transferMethods()) {
+            const bool lists = method.in == "ss" && method.name.rfind("Get", 0) == 0;
+            note(bus_.transfer(method.name, lists ? g_variant_new("(ss)", "USB_X60.1", "")
+                                                  : harmlessArguments(method.in)));
+            note(bus_.transfer(method.name, harmlessArguments(method.in + "s")));
         }
-        note(bus_.transfer("GetUSBStickDetails"));
-        note(bus_.transfer("GetBackupFileName", g_variant_new("(u)", 1U)));
-        note(bus_.transfer("DoBackup", g_variant_new("(sus)", "USB_X60.3", 1U, "a.psb")));
         note(bus_.transfer("ReadCredential"));
         note(bus_.call(kTransferPath, "org.freedesktop.DBus.Introspectable", "Introspect"));
         note(bus_.call(kControlPath, kControlInterface, "Init"));
@@ -87,9 +85,8 @@ protected:
     std::string learnt() {
         const std::string process = "/proc/" + std::to_string(*service_.processId());
         replies_ += readFile(process + "/cmdline") + readFile(process + "/environ");
-        EXPECT_TRUE(service_.stop().has_value());
-
-        EXPECT_TRUE(syslog_.waitFor(kLastMessage));
+        EXPECT_TRUE(service_.stop());
+        EXPECT_TRUE(syslog_.waitFor("Could not register servicename on bus"));
         std::string all = replies_ + service_.standardOutput() + service_.standardError();
         for (const LogMessage& message : syslog_.messages()) {
             all += message.text + "\n";
@@ -97,30 +94,20 @@ protected:
         return all;
     }
 
-    void note(const Reply& reply) { replies_ += reply.text() + "\n" + reply.message + "\n"; }
-
     const Stick stick_{1};
     ServiceProcess service_;
     const SystemBus bus_;
 
 private:
-    static std::vector<std::string> environmentFor(Library library, const DeviceDouble& device) {
-        return library == Library::Double ? device.environment() : std::vector<std::string>{};
-    }
+    void note(const Reply& reply) { replies_ += reply.text() + "\n" + reply.message + "\n"; }
 
     std::string replies_;
 };
 
-// ---- a library that asks for the credential in every call --------------------------------------
-
-class SecretsOfAJob : public Secrets {
+// A device library that asks for the credential in every call, and at which something fails.
+class CredentialInDouble : public Credential {
 protected:
-    SecretsOfAJob() : Secrets(Library::Double) {}
-
-    void SetUp() override {
-        Secrets::SetUp();
-        orderFault("BR.checkBackupFile", "reject", "nothing");
-    }
+    CredentialInDouble() : Credential(Library::kDouble) {}
 
     void orderFault(const char* operation, const char* key, const char* value) {
         device_.clearOrders();
@@ -129,6 +116,7 @@ protected:
     }
 
     void TearDown() override {
+        askEverything();
         EXPECT_THAT(device_.logAnswers(), Contains(HasSubstr(credential())))
             << "nobody has read what is to be kept";
         const std::string said = learnt();
@@ -141,8 +129,7 @@ private:
     const PersistentRecord record_{recordWith(credential())};
 };
 
-TEST_F(SecretsOfAJob, areKeptWhenTheDeviceManagerFailsBeforeIt) {
-    askEverything();
+TEST_F(CredentialInDouble, isKeptWhenQuestionsFail) {
     for (const char* operation : {"BR.connect", "BR.getBackupSize", "BR.checkBackupFile",
                                   "FU.connect", "FU.checkFirmwareFile", "Vesk.getValue"}) {
         orderFault(operation, "status", "5");
@@ -151,39 +138,29 @@ TEST_F(SecretsOfAJob, areKeptWhenTheDeviceManagerFailsBeforeIt) {
         EXPECT_EQ(doBackup(bus_, stick_.name(), 1, "a.psb"), 3) << operation;
     }
     orderFault("*", "null", "");
-    askEverything();
 }
 
-TEST_F(SecretsOfAJob, areKeptWhenItsBackupFails) {
+TEST_F(CredentialInDouble, isKeptWhenJobsFail) {
     orderFault("BR.backup", "status", "5");
     EXPECT_EQ(doBackup(bus_, stick_.name(), 1, "a.psb"), 0);
     EXPECT_TRUE(device_.waitForCall("BRDestroyController(BR2)"));
-    askEverything();
-}
-
-TEST_F(SecretsOfAJob, areKeptWhenItsRestoreFails) {
     orderFault("BR.restore", "status", "5");
     EXPECT_EQ(doRestore(bus_, stick_.name(), "a.psb"), 0);
-    EXPECT_TRUE(device_.waitForCall("BRDestroyController(BR1)"));
-    askEverything();
-}
-
-TEST_F(SecretsOfAJob, areKeptWhenItsUpdateFails) {
+    EXPECT_TRUE(device_.waitForCall("BRDestroyController(BR3)"));
     orderFault("FU.update", "status", "5");
     EXPECT_EQ(doOsUpdate(bus_, stick_.name(), "u.fwf"), 0);
     EXPECT_TRUE(device_.waitForCall("FUDestroyController(FU1)"));
-    askEverything();
+    orderFault("*", "null", "");
 }
 
-// ---- the stand-in of the library, which hands the credential to the device manager --------------
-
-class SecretsOfAConnection : public Secrets {
+// The stub library hands the credential to the simulated device manager.
+class CredentialInStubLibrary : public Credential {
 protected:
-    SecretsOfAConnection() : Secrets(Library::StandIn) {}
+    CredentialInStubLibrary() : Credential(Library::kStub) {}
     const TemporaryDirectory state_;
 };
 
-TEST_F(SecretsOfAConnection, areKeptWhetherTheyAreRightOrWrong) {
+TEST_F(CredentialInStubLibrary, isKeptWhetherRightOrWrong) {
     const std::string asked = state_.path("record");
     Simulator simulator(state_.path("device"),
                         {"--job-seconds", "0", "--credential-record", asked});

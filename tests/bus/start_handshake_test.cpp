@@ -25,8 +25,6 @@ using testing::Eq;
 using testing::HasSubstr;
 using testing::Not;
 
-const ServiceOptions kAsDaemon{{"-d"}, {}, {}, {}, {}};
-
 // A daemon that stands in the transfer script, and its launcher that waits for it.
 class HeldStart : public testing::Test {
 protected:
@@ -46,7 +44,7 @@ protected:
     pid_t daemonInside_ = 0;
 };
 
-TEST_F(HeldStart, failsInTheLauncherWhenTheDaemonIsKilled) {
+TEST_F(HeldStart, failsInLauncherWhenDaemonIsKilled) {
     ASSERT_EQ(kill(daemon_, SIGKILL), 0);
     EXPECT_EQ(service_.waitForCommandEnd(), exited(1));
     EXPECT_FALSE(StartSemaphores::exists());
@@ -57,7 +55,7 @@ TEST_F(HeldStart, failsInTheLauncherWhenTheDaemonIsKilled) {
     EXPECT_THAT(log_.messages(), Not(Contains(launcherEnds())));
 }
 
-TEST_F(HeldStart, leavesASetThatTheNextStartUsesWhenBothAreKilled) {
+TEST_F(HeldStart, leavesSetForNextStart) {
     service_.kill();
     EXPECT_TRUE(StartSemaphores::exists());
     script_.release();
@@ -69,7 +67,7 @@ TEST_F(HeldStart, leavesASetThatTheNextStartUsesWhenBothAreKilled) {
     EXPECT_TRUE(eventually([] { return !StartSemaphores::exists(); }, "the set is removed"));
 }
 
-TEST_F(HeldStart, failsInBothWhenTheSetIsRemoved) {
+TEST_F(HeldStart, failsInBothWhenSetIsRemoved) {
     set_.remove();
     EXPECT_EQ(service_.waitForCommandEnd(), exited(1));
     script_.release();
@@ -82,7 +80,7 @@ TEST_F(HeldStart, failsInBothWhenTheSetIsRemoved) {
 // The second start finds the set by its key and resets it: the first launcher is let go too early,
 // and the first daemon, although it alone has the lock, finds no set when it is ready. How the two
 // launchers end is a matter of who is faster.
-TEST_F(HeldStart, isEndedByASecondStartMeanwhile) {
+TEST_F(HeldStart, isEndedBySecondStart) {
     const std::unique_ptr<ChildProcess> second =
         service_.enter(runnable(buildPath("com-morvane-transfer-service"), {"-d"}));
     EXPECT_THAT(second->waitForEnd(), AnyOf(Eq(exited(0)), Eq(exited(1))));
@@ -95,7 +93,7 @@ TEST_F(HeldStart, isEndedByASecondStartMeanwhile) {
     EXPECT_FALSE(SystemBus::hasOwner(kServiceName));
 }
 
-TEST(StaleSet, withOddValuesIsResetAndRemoved) {
+TEST(StaleSet, isResetAndRemoved) {
     const StartSemaphores set;
     set.make({7, 3});
     const HeldTransferScript script;
@@ -112,15 +110,15 @@ TEST(StaleSet, withOddValuesIsResetAndRemoved) {
 }
 
 // Making a set clears the umask, too; here there is none to make.
-TEST(StaleSet, leavesTheDaemonWithoutItsLaunchersUmask) {
+TEST(StaleSet, doesNotKeepLaunchersUmask) {
     const StartSemaphores set;
     set.make({1, 1});
-    ServiceProcess service{{{"-d"}, {}, {}, 077, {}}};
+    ServiceProcess service{{{"-d"}, {}, {}, 077}};
     ASSERT_TRUE(service.waitUntilAnswers());
     EXPECT_EQ(statusField(*service.processId(), "Umask"), "0000");
 }
 
-TEST(StaleSet, ofOneSemaphoreIsReportedAndRemovedAndNothingStarts) {
+TEST(StaleSet, ofOneSemaphoreEndsStart) {
     const StartSemaphores set;
     set.make({1});
     ServiceProcess service(kAsDaemon);

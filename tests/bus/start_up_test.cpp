@@ -38,7 +38,7 @@ protected:
     SyslogSocket log_;
 };
 
-TEST_F(StartUp, printsItsStepsAndLogsThemWithTheirPriorities) {
+TEST_F(StartUp, printsAndLogsItsSteps) {
     ServiceProcess service;
     ASSERT_TRUE(service.waitUntilAnswers());
     ASSERT_TRUE(service.waitForOutput(kLastStep));
@@ -53,7 +53,7 @@ TEST_F(StartUp, printsItsStepsAndLogsThemWithTheirPriorities) {
     }
 }
 
-TEST_F(StartUp, staysInTheForegroundWithoutASemaphoreSet) {
+TEST_F(StartUp, staysInForegroundWithoutSemaphoreSet) {
     ServiceProcess service;
     ASSERT_TRUE(service.waitUntilAnswers());
     EXPECT_EQ(innermostId(*service.processId()), service.commandInside());
@@ -61,7 +61,7 @@ TEST_F(StartUp, staysInTheForegroundWithoutASemaphoreSet) {
     EXPECT_THAT(service.ends(), IsEmpty());
 }
 
-TEST_F(StartUp, locksThenMarksThenRunsTheScriptBeforeItPrintsAnythingOrOwnsTheName) {
+TEST_F(StartUp, locksMarksAndRunsScriptFirst) {
     const HeldTransferScript script("[ -e /tmp/transfer.enabled ] && touch /tmp/marked-first");
     ServiceProcess service;
     ASSERT_TRUE(script.waitUntilEntered());
@@ -80,7 +80,7 @@ TEST_F(StartUp, locksThenMarksThenRunsTheScriptBeforeItPrintsAnythingOrOwnsTheNa
     unlink("/tmp/marked-first");
 }
 
-TEST_F(StartUp, goesOnWhenTheScriptFails) {
+TEST_F(StartUp, goesOnWhenScriptFails) {
     const TransferScript script("exit 7");
     ServiceProcess service;
     ASSERT_TRUE(service.waitUntilAnswers());
@@ -97,7 +97,7 @@ TEST_F(StartUp, goesOnWithoutScriptAndMarker) {
     unlink(kTransferMarker);
 }
 
-TEST_F(StartUp, goesOnWithoutASystemLog) {
+TEST_F(StartUp, goesOnWithoutSystemLog) {
     ASSERT_EQ(rename("/dev/log", "/dev/log-away"), 0);
     ServiceProcess service;
     EXPECT_TRUE(service.waitUntilAnswers());
@@ -106,9 +106,9 @@ TEST_F(StartUp, goesOnWithoutASystemLog) {
     EXPECT_EQ(rename("/dev/log-away", "/dev/log"), 0);
 }
 
-TEST_F(StartUp, reportsUnknownOptionsAndIgnoresThemWithAllArguments) {
+TEST_F(StartUp, ignoresUnknownOptions) {
     // What stands behind "--" is no option, so this stays in the foreground.
-    ServiceProcess service{{{"word", "-x", "--no", "-y", "--", "-d"}, {}, {}, {}, {}}};
+    ServiceProcess service{{{"word", "-x", "--no", "-y", "--", "-d"}}};
     ASSERT_TRUE(service.waitUntilAnswers());
     const std::string report = buildPath("com-morvane-transfer-service") + ": invalid option -- '";
     ASSERT_TRUE(service.waitForError(report + "y'\n"));
@@ -118,7 +118,7 @@ TEST_F(StartUp, reportsUnknownOptionsAndIgnoresThemWithAllArguments) {
     EXPECT_EQ(service.standardOutput(), asPrinted(startUpMessages()));
 }
 
-TEST_F(StartUp, ofASecondInstanceEndsWith255AndLeavesTheFirstAlone) {
+TEST_F(StartUp, endsSecondInstanceWith255) {
     ServiceProcess first;
     ASSERT_TRUE(first.waitUntilAnswers());
     ASSERT_TRUE(log_.waitFor("Init Main loop"));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <optional>
 #include <string>
@@ -16,8 +17,8 @@ namespace test_support {
 class SteadyService : public testing::Test {
 protected:
     // Without doubles the service uses the stub libraries.
-    explicit SteadyService(const std::vector<std::string>& environment)
-        : service_({{}, environment, {}, {}, {}}) {}
+    explicit SteadyService(const std::vector<std::string>& environment = {})
+        : service_({{}, environment}) {}
 
     void SetUp() override;
 
@@ -32,6 +33,16 @@ private:
 
     std::optional<pid_t> process_;
     std::vector<std::string> descriptors_;
+};
+
+// A base, because it has to exist before the service, which needs its environment.
+struct WithDouble {
+    DeviceDouble device_;
+};
+
+class SteadyServiceWithDouble : protected WithDouble, public SteadyService {
+protected:
+    SteadyServiceWithDouble() : SteadyService(device_.environment()) {}
 };
 
 }  // namespace test_support

@@ -6,15 +6,15 @@
 #include <filesystem>
 
 #include "tests/support/bus/bus_daemon.h"
+#include "tests/support/bus/fake_service.h"
 #include "tests/support/files/files.h"
 #include "tests/transferctl/client.h"
-#include "tests/transferctl/stand_in_service.h"
 #include "transferctl/commands.h"
 
 namespace test_support {
 namespace {
 
-using Replies = StandInService::Replies;
+using Replies = FakeService::Replies;
 
 using testing::HasSubstr;
 using testing::Not;
@@ -49,12 +49,12 @@ TEST(HangingBus, makesCommandsExit4) {
 }
 
 TEST(SlowService, makesCommandsExit4) {
-    const StandInService service{Replies()};
+    const FakeService service(kServiceName);
     EXPECT_THAT(errorOf(4, {"sticks", "--timeout=0.3"}), HasSubstr("within the time limit"));
 }
 
 TEST(EndingService, makesCommandsExit3) {
-    StandInService service{Replies()};
+    FakeService service(kServiceName);
     ChildProcess asking(transferctlCommand({"sticks"}));
     ASSERT_TRUE(service.waitForCall("GetUSBStickDetails"));
     service.leave();
@@ -62,8 +62,9 @@ TEST(EndingService, makesCommandsExit3) {
 }
 
 TEST(StartingService, isAskedAgainUntilItsObjectsAreThere) {
-    const StandInService service(Replies{
-        {"GetUSBStickDetails", {"error org.freedesktop.DBus.Error.UnknownMethod", kStickReply}}});
+    const FakeService service(
+        kServiceName, Replies{{"GetUSBStickDetails",
+                               {"error org.freedesktop.DBus.Error.UnknownMethod", kStickReply}}});
     EXPECT_EQ(outputOf({"sticks"}), "USB_X60.1\t1\t1\t0\n");
     EXPECT_EQ(service.calls().size(), 2U);
 }
@@ -90,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ReplyCase{3, "([<<'a'>>, <'a'>, <uint64 1>, <uint64 1>],)"}));
 
 TEST_P(Reply, givesItsExitStatusAndNoControls) {
-    const StandInService service(Replies{{"GetUSBStickDetails", {GetParam().second}}});
+    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {GetParam().second}}});
     EXPECT_THAT(errorOf(GetParam().first, {"sticks"}), Not(HasSubstr("\x1b")));
 }
 
@@ -99,7 +100,7 @@ TEST(FileReply, isRejectedWhenBroken) {
          {"([<uint32 0>, <'d'>, <uint64 4>],)", "([<int32 0>, <'d'>, <uint64 4>, <'/'>],)",
           "([<uint32 0>, <'d'>, <uint32 4>, <'/'>],)",
           "([<uint32 0>, <'d'>, <uint64 4>, <['/']>],)"}) {
-        const StandInService service(Replies{{"GetDirectoryIndex", {reply}}});
+        const FakeService service(kServiceName, Replies{{"GetDirectoryIndex", {reply}}});
         EXPECT_THAT(errorOf(3, {"ls", "1:"}), HasSubstr("does not follow its interface"));
     }
 }
@@ -114,7 +115,7 @@ TEST(BusPolicy, makesCommandsExit1) {
                          "org.freedesktop.DBus");
     };
     reload();
-    const StandInService service(Replies{{"GetUSBStickDetails", {kStickReply}}});
+    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kStickReply}}});
     EXPECT_THAT(errorOf(1, {"sticks"}), HasSubstr("does not let you call the service"));
     EXPECT_THAT(service.calls(), testing::IsEmpty());
     std::filesystem::remove(policy);

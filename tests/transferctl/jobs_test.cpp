@@ -6,17 +6,17 @@
 #include <filesystem>
 #include <memory>
 
+#include "tests/support/bus/fake_service.h"
 #include "tests/support/device/device_double.h"
 #include "tests/support/device/simulator.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/process/service_process.h"
 #include "tests/transferctl/client.h"
-#include "tests/transferctl/stand_in_service.h"
 
 namespace test_support {
 namespace {
 
-using Replies = StandInService::Replies;
+using Replies = FakeService::Replies;
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -194,7 +194,8 @@ std::string fileOfSize(int size) {
 
 // It reads the whole file for an answer.
 TEST(WaitingClient, asksTheDeviceManagerWhenTheFileStopsGrowing) {
-    const StandInService service(
+    const FakeService service(
+        kServiceName,
         Replies{{"GetUSBStickDetails", {kSticks}},
                 {"DoBackup", {"(0,)"}},
                 {"GetDirectoryIndex", {kNoFile, fileOfSize(1), fileOfSize(2), fileOfSize(2)}},
@@ -209,7 +210,8 @@ TEST(WaitingClient, asksTheDeviceManagerWhenTheFileStopsGrowing) {
 }
 
 TEST(WaitingClient, givesUpAFileThatIsMissingThreeTimesInARow) {
-    const StandInService service(
+    const FakeService service(
+        kServiceName,
         Replies{{"GetUSBStickDetails", {kSticks}},
                 {"DoBackup", {"(0,)"}},
                 {"GetDirectoryIndex",
@@ -230,9 +232,9 @@ INSTANTIATE_TEST_SUITE_P(Types, BackupKind,
                                          KindCase{"users", "uint32 3"}));
 
 TEST_P(BackupKind, isThatOfTheType) {
-    const StandInService service(Replies{{"GetUSBStickDetails", {kSticks}},
-                                         {"DoBackup", {"(0,)"}},
-                                         {"GetDirectoryIndex", {kNoFile}}});
+    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
+                                                    {"DoBackup", {"(0,)"}},
+                                                    {"GetDirectoryIndex", {kNoFile}}});
     outputOf({"backup", "--type", GetParam().first, "1:a.psb"});
     EXPECT_THAT(service.calls(),
                 Contains("DoBackup('USB_X60.1', " + GetParam().second + ", 'a.psb')"));
@@ -240,9 +242,9 @@ TEST_P(BackupKind, isThatOfTheType) {
 
 // The service takes kind 0 for a restore of the file.
 TEST(BackupType, isNoOtherThanTheThree) {
-    const StandInService service(Replies{{"GetUSBStickDetails", {kSticks}},
-                                         {"DoBackup", {"(0,)"}},
-                                         {"GetDirectoryIndex", {kNoFile}}});
+    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
+                                                    {"DoBackup", {"(0,)"}},
+                                                    {"GetDirectoryIndex", {kNoFile}}});
     for (const char* const type : {"", "0", "1", "4", "Full", "full ", "restore", "all"}) {
         EXPECT_THAT(errorOf(2, {"backup", "--type", type, "1:a.psb"}), HasSubstr("--type is"));
     }
@@ -263,9 +265,9 @@ INSTANTIATE_TEST_SUITE_P(Codes, ResultCode,
 // The service keeps the names of a job that it has taken and could not start.
 TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
     const auto& [code, words, record] = GetParam();
-    const StandInService service(Replies{{"GetUSBStickDetails", {kSticks}},
-                                         {"DoRestore", {"(" + code + ",)"}},
-                                         {"GetDirectoryIndex", {fileOfSize(1)}}});
+    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
+                                                    {"DoRestore", {"(" + code + ",)"}},
+                                                    {"GetDirectoryIndex", {fileOfSize(1)}}});
     const CommandResult result = transferctl({"restore", "--json", "1:a.psb"});
     EXPECT_EQ(result.end, exited(1));
     EXPECT_THAT(result.output, HasSubstr(words));
@@ -275,17 +277,17 @@ TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
 
 // The call may have reached the service.
 TEST(UnansweredJob, staysOnRecord) {
-    const StandInService service(
-        Replies{{"GetUSBStickDetails", {kSticks}}, {"GetDirectoryIndex", {fileOfSize(1)}}});
+    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
+                                                    {"GetDirectoryIndex", {fileOfSize(1)}}});
     errorOf(4, {"restore", "--timeout", "0.3", "1:a.psb"});
     EXPECT_THAT(outputOf({"status"}), HasSubstr("restore of USB_X60.1:a.psb"));
 }
 
 TEST(DeniedJob, isNotOnRecord) {
-    const StandInService service(
-        Replies{{"GetUSBStickDetails", {kSticks}},
-                {"DoRestore", {"error org.freedesktop.DBus.Error.AccessDenied"}},
-                {"GetDirectoryIndex", {fileOfSize(1)}}});
+    const FakeService service(
+        kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
+                              {"DoRestore", {"error org.freedesktop.DBus.Error.AccessDenied"}},
+                              {"GetDirectoryIndex", {fileOfSize(1)}}});
     errorOf(1, {"restore", "1:a.psb"});
     EXPECT_THAT(outputOf({"status"}), HasSubstr("none started"));
 }

@@ -7,11 +7,11 @@
 
 #include "tests/support/bus/applet_control.h"
 #include "tests/support/bus/bus_daemon.h"
+#include "tests/support/bus/fake_service.h"
 #include "tests/support/device/device_double.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/process/service_process.h"
 #include "tests/transferctl/client.h"
-#include "tests/transferctl/stand_in_service.h"
 
 namespace test_support {
 namespace {
@@ -53,7 +53,7 @@ TEST(MonitorCommand, printsJsonForEachEventUntilTheBusGoes) {
 }
 
 TEST(MonitorCommand, exits4WhenTheServiceDoesNotAnswer) {
-    const StandInService service{StandInService::Replies()};
+    const FakeService service(kServiceName);
     const CommandResult result = transferctl({"monitor", "--timeout", "0.3"});
     EXPECT_EQ(result.end, exited(4));
     EXPECT_THAT(result.output, testing::HasSubstr("  service runs as :1."));

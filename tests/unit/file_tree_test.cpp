@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "tests/support/process/descriptor_limit.h"
 #include "tests/support/process/printed_text.h"
+#include "tests/support/process/restrictions.h"
 #include "tests/support/process/unique_fd.h"
 #include "tests/unit/listing.h"
 #include "tests/unit/watched_calls.h"

@@ -27,8 +27,8 @@ struct DoubleRecord {
 // Operations: BR.create BR.connect BR.disconnect BR.setLog BR.backup BR.restore BR.getBackupSize
 // BR.checkBackupFile BR.setWorkDirectory BR.destroy, FU.create FU.connect FU.disconnect FU.setLog
 // FU.update FU.checkFirmwareFile FU.setWorkDirectory FU.destroy, Vesk.startTransaction
-// Vesk.getValue Vesk.stopTransaction, and "*" for all; and pthread_create, which knows "refuse"
-// alone. Vesk.getSingleton knows "absent" alone.
+// Vesk.getValue Vesk.stopTransaction, and "*" for all. Vesk.getSingleton knows "absent"
+// alone.
 //
 // Keys: "status N" result; "null" creation fails; "absent" there is no object; "bytes N" size that
 // getBackupSize gives (untouched without); "value TEXT" setting that getValue gives; "reject TEXT"

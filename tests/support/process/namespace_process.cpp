@@ -47,7 +47,8 @@ std::vector<ReportLine> parseReport(const std::string& report) {
 }  // namespace
 
 NamespaceProcess::NamespaceProcess(const std::vector<std::string>& command, ChildOptions options)
-    : ChildProcess(insideNamespace(command, options.terminal), withoutTerminal(std::move(options))) {}
+    : ChildProcess(insideNamespace(command, options.terminal),
+                   withoutTerminal(std::move(options))) {}
 
 std::optional<pid_t> NamespaceProcess::commandInside() const {
     waitUntil([this] { return !parseReport(report()).empty() || hasEnded(); });
@@ -126,7 +127,8 @@ std::vector<ProcessEnd> NamespaceProcess::waitForAllEnds() const {
     return result;
 }
 
-std::unique_ptr<ChildProcess> NamespaceProcess::enter(const std::vector<std::string>& command) const {
+std::unique_ptr<ChildProcess> NamespaceProcess::enter(
+    const std::vector<std::string>& command) const {
     const std::optional<pid_t> target = commandInside() ? init() : std::nullopt;
     if (!target) {
         ADD_FAILURE() << "there is no namespace to enter: " << standardError();

@@ -1,5 +1,4 @@
-// Owns the service's name and answers what a test tells it to, promised or not.
-#include "tests/transferctl/stand_in_service.h"
+#include "tests/support/bus/fake_service.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -13,60 +12,59 @@ const std::string kErrorPrefix = "error ";
 
 }  // namespace
 
-StandInService::StandInService(Replies replies) : replies_(std::move(replies)) {
+FakeService::FakeService(const std::string& name, Replies replies) : replies_(std::move(replies)) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         filter_ = g_dbus_connection_add_filter(bus_.connection(), onMessage, this, nullptr);
     }
-    if (!bus_.ownName(kServiceName)) {
-        throw std::runtime_error("cannot own the service's name");
+    if (!bus_.ownName(name)) {
+        throw std::runtime_error("cannot own " + name);
     }
 }
 
-StandInService::~StandInService() {
+FakeService::~FakeService() {
     leave();  // from here on no message comes
     g_dbus_connection_remove_filter(bus_.connection(), filter_);
     // The connection's thread took it last: what it did comes before the end of the members.
     const std::lock_guard<std::mutex> lock(mutex_);
 }
 
-std::vector<std::string> StandInService::calls() const {
+std::vector<std::string> FakeService::calls() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return calls_;
 }
 
-testing::AssertionResult StandInService::waitForCall(const std::string& method) const {
+testing::AssertionResult FakeService::waitForCall(const std::string& begin) const {
     return eventually(
         [&] {
             const std::vector<std::string> now = calls();
-            return std::any_of(now.begin(), now.end(), [&method](const std::string& call) {
-                return call.compare(0, method.size(), method) == 0;
-            });
+            return std::any_of(now.begin(), now.end(),
+                               [&](auto& call) { return call.rfind(begin, 0) == 0; });
         },
-        method + " is called");
+        begin + " is called");
 }
 
-void StandInService::leave() {
+void FakeService::leave() {
     g_dbus_connection_close_sync(bus_.connection(), nullptr, nullptr);
 }
 
 // On the connection's own thread, before anybody else sees the message.
-GDBusMessage* StandInService::onMessage(GDBusConnection* connection, GDBusMessage* message,
-                                        gboolean incoming, gpointer self) {
+GDBusMessage* FakeService::onMessage(GDBusConnection* connection, GDBusMessage* message,
+                                     gboolean incoming, gpointer self) {
     const bool isCall = g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL;
     if (incoming == FALSE || !isCall) {
         return message;
     }
-    const ObjectPtr<GDBusMessage> reply(static_cast<StandInService*>(self)->replyTo(message));
+    g_autoptr(GDBusMessage) reply = static_cast<FakeService*>(self)->replyTo(message);
     g_object_unref(message);
-    if (reply) {
-        g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
-                                       nullptr, nullptr);
+    if (reply != nullptr) {
+        g_dbus_connection_send_message(connection, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                       nullptr);
     }
     return nullptr;
 }
 
-std::optional<std::string> StandInService::nextReply(GDBusMessage* call) {
+std::optional<std::string> FakeService::nextReply(GDBusMessage* call) {
     const std::string method = g_dbus_message_get_member(call);
     GVariant* const arguments = g_dbus_message_get_body(call);
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -82,19 +80,19 @@ std::optional<std::string> StandInService::nextReply(GDBusMessage* call) {
     return reply;
 }
 
-GDBusMessage* StandInService::replyTo(GDBusMessage* call) {
-    const std::optional<std::string> next = nextReply(call);
-    if (!next) {
+GDBusMessage* FakeService::replyTo(GDBusMessage* call) {
+    const std::optional<std::string> text = nextReply(call);
+    if (!text) {
         return nullptr;
     }
-    const std::string& text = *next;
-    if (text.compare(0, kErrorPrefix.size(), kErrorPrefix) == 0) {
+    if (text->compare(0, kErrorPrefix.size(), kErrorPrefix) == 0) {
+        // No message is safe to show as it is.
         return g_dbus_message_new_method_error_literal(
-            call, text.substr(kErrorPrefix.size()).c_str(), "\x1b[31mno\nway");
+            call, text->substr(kErrorPrefix.size()).c_str(), "\x1b[31mno\nway");
     }
     GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
-    const VariantPtr body(g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr));
-    g_dbus_message_set_body(reply, body.get());
+    g_autoptr(GVariant) body = g_variant_parse(nullptr, text->c_str(), nullptr, nullptr, nullptr);
+    g_dbus_message_set_body(reply, body);
     return reply;
 }
 

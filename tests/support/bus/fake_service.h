@@ -1,4 +1,4 @@
-// Owns the service's name and answers what a test tells it to, promised or not.
+// A D-Bus service that answers what a test tells it to, promised or not.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,22 +13,30 @@
 
 namespace test_support {
 
-class StandInService {
+class FakeService {
 public:
-    // The replies by method, tuples in GVariant's text form, one a call; the last one repeats.
-    // "error NAME" answers with that D-Bus error. Calls of other methods get no answer. Throws
-    // std::runtime_error when it cannot own the name.
+    // By method: tuples in GVariant's text form, one a call; the last one repeats. "error NAME"
+    // answers with that D-Bus error.
     using Replies = std::map<std::string, std::vector<std::string>>;
-    explicit StandInService(Replies replies);
-    ~StandInService();
-    StandInService(const StandInService&) = delete;
-    StandInService& operator=(const StandInService&) = delete;
+
+    // Owns `name`. Calls of methods without replies get no answer. Throws std::runtime_error when
+    // it cannot own the name.
+    explicit FakeService(const std::string& name, Replies replies = {});
+    ~FakeService();
+    FakeService(const FakeService&) = delete;
+    FakeService& operator=(const FakeService&) = delete;
 
     // Methods called by now with their arguments, in order: "DeleteFile('USB_X60.1', 'a')".
     std::vector<std::string> calls() const;
 
-    // Waits until a method has been called.
-    testing::AssertionResult waitForCall(const std::string& method) const;
+    // Waits until a call begins with this.
+    testing::AssertionResult waitForCall(const std::string& begin) const;
+
+    // Sends a signal; returns once the bus has it.
+    void emitSignal(const std::string& path, const std::string& interface,
+                    const std::string& signal, GVariant* arguments) const {
+        bus_.emitSignal(path, interface, signal, arguments);
+    }
 
     // Leaves the bus, with all calls unanswered.
     void leave();
