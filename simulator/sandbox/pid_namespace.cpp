@@ -1,4 +1,4 @@
-// pid-namespace [--report FD] -- COMMAND [ARG...]: runs COMMAND in a PID and mount
+// pid-namespace [--report FD] [--terminal] -- COMMAND [ARG...]: runs COMMAND in a PID and mount
 // namespace of its own.
 //
 // The namespace keeps a kill(-1, SIGTERM) to itself: only what runs in it is reached, never the
@@ -6,6 +6,9 @@
 // --report, writes one line for each to FD: "start PID" for COMMAND, then "exit PID CODE" or
 // "signal PID NUMBER", with process ids as inside the namespace, so that the end of a daemon is
 // seen too.
+//
+// With --terminal COMMAND's standard output is a terminal, so that what it writes without flushing
+// comes line by line; it is passed on unchanged.
 //
 // The program ends when no process is left in it, with COMMAND's status (128 + N for signal N).
 // Everything in it dies with this program, and this program with its caller. Status 125: no
@@ -17,8 +20,10 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -46,6 +51,7 @@ struct CloseDirectory {
 
 struct Arguments {
     int reportFd = -1;
+    bool terminal = false;
     char** command = nullptr;
 };
 
@@ -75,8 +81,12 @@ Arguments parse(int argc, char** argv) {
         result.reportFd = parseDescriptor(argv[next + 1]);
         next += 2;
     }
+    if (next < argc && std::strcmp(argv[next], "--terminal") == 0) {
+        result.terminal = true;
+        ++next;
+    }
     if (next + 1 >= argc || std::strcmp(argv[next], "--") != 0) {
-        refuse("usage: pid-namespace [--report FD] -- COMMAND [ARG...]");
+        refuse("usage: pid-namespace [--report FD] [--terminal] -- COMMAND [ARG...]");
     }
     result.command = argv + next + 1;
     return result;
@@ -192,6 +202,57 @@ void dieWithParent(int parentAlive) {
     _exit(exitStatusOf(reapAll(command, arguments.reportFd)));
 }
 
+// The two ends of a terminal that changes nothing of what is written to it.
+struct Terminal {
+    int reader = -1;
+    int writer = -1;
+};
+
+Terminal openTerminal() {
+    Terminal result;
+    result.reader = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (result.reader < 0 || grantpt(result.reader) != 0 || unlockpt(result.reader) != 0) {
+        refuseWithErrno("cannot make a terminal");
+    }
+    result.writer = open(ptsname(result.reader), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    termios settings{};
+    if (result.writer < 0 || tcgetattr(result.writer, &settings) != 0) {
+        refuseWithErrno("cannot open the terminal");
+    }
+    cfmakeraw(&settings);
+    if (tcsetattr(result.writer, TCSANOW, &settings) != 0) {
+        refuseWithErrno("cannot set the terminal up");
+    }
+    return result;
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+    }
+    return true;
+}
+
+// Until nobody has the terminal any more. What a reader that has gone away does not take is lost,
+// and the namespace goes on.
+void passOn(int terminal) {
+    std::array<char, 4096> buffer{};
+    bool wanted = true;
+    for (;;) {
+        const ssize_t got = read(terminal, buffer.data(), buffer.size());
+        if (got > 0) {
+            wanted =
+                wanted && writeAll(STDOUT_FILENO, {buffer.data(), static_cast<std::size_t>(got)});
+        } else if (got == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
 int waitFor(pid_t pid) {
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
@@ -212,6 +273,10 @@ int main(int argc, char** argv) {
     if (pipe2(alive.data(), O_CLOEXEC) != 0) {
         refuseWithErrno("cannot make a pipe");
     }
+    Terminal terminal;
+    if (arguments.terminal) {
+        terminal = openTerminal();
+    }
     // Shared, so that the namespace's copy of every mount follows the sandbox's.
     if (mount("none", "/", nullptr, MS_REC | MS_SHARED, nullptr) != 0 ||
         unshare(CLONE_NEWNS | CLONE_NEWPID) != 0) {
@@ -224,11 +289,20 @@ int main(int argc, char** argv) {
     if (init == 0) {
         close(alive[1]);
         dieWithParent(alive[0]);
+        if (arguments.terminal) {
+            dup2(terminal.writer, STDOUT_FILENO);
+            close(terminal.writer);
+        }
         runInit(arguments);
     }
     close(alive[0]);
     if (arguments.reportFd >= 0) {
         close(arguments.reportFd);
+    }
+    if (arguments.terminal) {
+        close(terminal.writer);
+        signal(SIGPIPE, SIG_IGN);
+        passOn(terminal.reader);
     }
     dropStandardStreams();
     _exit(waitFor(init));

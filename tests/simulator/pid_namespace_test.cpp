@@ -40,6 +40,21 @@ TEST(PidNamespace, passesStreamsThrough) {
     EXPECT_EQ(result.error, "to error\n");
 }
 
+TEST(PidNamespace, passesTerminalOutputUnchanged) {
+    const CommandResult result = runProgram(
+        {"--terminal", "--", "sh", "-c", "test -t 1 && printf 'one\\ntwo\\tthree' && exit 4"});
+    EXPECT_EQ(result.output, "one\ntwo\tthree");
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.end, exited(4));
+}
+
+TEST(PidNamespace, goesOnWithoutReaderOfTerminal) {
+    const CommandResult result = runCommand(runnableAfter(
+        {"sh", "-c", "{ \"$@\"; echo \"status $?\" >&2; } | true", "sh"},
+        buildPath("pid-namespace"), {"--terminal", "--", "sh", "-c", "seq 100000; exit 4"}));
+    EXPECT_EQ(result.error, "status 4\n");
+}
+
 TEST(PidNamespace, namesCommandThatCannotRun) {
     const CommandResult result = runProgram({"--", "/no/such/program"});
     EXPECT_EQ(result.end, exited(127));
