@@ -31,8 +31,8 @@ def prepare(architecture, folder, report):
                    "head -c 100000 /dev/urandom >'photos/a folder with a long name/x'; "
                    f"head -c 2000000 /dev/urandom >photos/doomed.raw; head -c 1000000 /dev/urandom >{DATA}/recipes/large; "
                    f"systemctl start {UNIT}")
-        device.check("a first backup is made", ": done" in device.job("DoBackup", "sus", "USB_X60.1", 1,
-                                                                      "backups/good.psb"))
+        ended = device.job("DoBackup", "sus", "USB_X60.1", 1, "backups/good.psb", restart=False)
+        device.check("a first backup is made", ": done" in ended, ended)
         sums = {place: machine.do(f"cd {place} && find . -type f ! -name doomed.raw | sort | xargs -d '\\n' sha256sum")
                 for place in [STICK, DATA]}
         machine.do(f"systemctl stop {UNIT}; : >{LOG}; sync; sleep 2")
