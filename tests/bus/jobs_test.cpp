@@ -47,7 +47,7 @@ std::vector<std::string> credentialReadings(const std::vector<std::string>& cont
     return answers;
 }
 
-// A backup, a restore and an update in one life of the service, seen from every side.
+// A backup, a restore and an update in one process of the service, seen from every side.
 TEST_F(Job, runsOnThreadOfItsOwnAfterASecond) {
     const std::string credential(64, 'c');
     const PersistentRecord record(recordWith(credential));
