@@ -23,19 +23,6 @@ const char* textOf(const char* text) {
     return text == nullptr ? "" : text;
 }
 
-GObjectPointer<GDBusConnection> openConnection(const char* endpoint, GError** error) {
-    const GObjectPointer<GSocketClient> client(g_socket_client_new());
-    g_socket_client_set_enable_proxy(client.get(), FALSE);
-    const GObjectPointer<GSocketConnection> stream(g_socket_client_connect_to_host(
-        client.get(), endpoint, kDeviceManagerPort, nullptr, error));
-    if (stream == nullptr) {
-        return nullptr;
-    }
-    return GObjectPointer<GDBusConnection>(g_dbus_connection_new_sync(
-        G_IO_STREAM(stream.get()), nullptr, G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
-        anonymousOnly().get(), nullptr, error));
-}
-
 // The connection of one controller, used by one thread at a time. Messages go to the log object,
 // which is borrowed until the link is destroyed.
 class DeviceManagerLink {
@@ -127,14 +114,23 @@ private:
     GObjectPointer<GDBusConnection> connection_;
 };
 
-class BackupRestoreController final : public IBRController {
+// What both controllers have in common.
+template <typename Interface>
+class Controller : public Interface {
 public:
     std::int64_t connect(const char* endpoint, const char* credential) override {
         return link_.connect(endpoint, credential);
     }
     void disconnect() override { link_.disconnect(); }
     void setLog(IBRLog* log) override { link_.setLog(log); }
+    void setWorkDirectory(const char* /*path*/) override {}  // the simulator needs no working files
 
+protected:
+    DeviceManagerLink link_;
+};
+
+class BackupRestoreController final : public Controller<IBRController> {
+public:
     std::int64_t backup(const char* path, const char* kind) override {
         return link_.request("backup", path, textOf(kind));
     }
@@ -147,36 +143,22 @@ public:
     }
     void reserved7(const char* /*text*/) override {}
     void reserved8() override {}
-    void setWorkDirectory(const char* /*path*/) override {}  // the simulator needs no working files
-private:
-    DeviceManagerLink link_;
 };
 
-class FirmwareUpdateController final : public IFUController {
+class FirmwareUpdateController final : public Controller<IFUController> {
 public:
-    std::int64_t connect(const char* endpoint, const char* credential) override {
-        return link_.connect(endpoint, credential);
-    }
-    void disconnect() override { link_.disconnect(); }
-
     std::int64_t update(const char* path) override { return link_.request("update", path); }
+    std::int64_t checkFirmwareFile(const char* path) override {
+        return link_.request("checkFirmwareFile", path);
+    }
     void reserved3() override {}
     void reserved4() override {}
-    void setLog(IBRLog* log) override { link_.setLog(log); }
     void reserved6(const char* /*text*/) override {}
     void reserved7() override {}
-    void setWorkDirectory(const char* /*path*/) override {}  // the simulator needs no working files
     void reserved9() override {}
     void reserved10() override {}
     void reserved11() override {}
     void reserved12() override {}
-
-    std::int64_t checkFirmwareFile(const char* path) override {
-        return link_.request("checkFirmwareFile", path);
-    }
-
-private:
-    DeviceManagerLink link_;
 };
 
 }  // namespace

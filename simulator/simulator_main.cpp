@@ -114,11 +114,8 @@ std::string contradiction(const Options& o) {
 
 // Returns the behaviour of the device manager that runs on the port, as it is after the order.
 std::string giveOrder(int port, const char* order, const std::string& value) {
-    g_autofree char* address = g_strdup_printf("tcp:host=127.0.0.1,port=%d", port);
     g_autoptr(GError) error = nullptr;
-    const GObjectPointer<GDBusConnection> connection(g_dbus_connection_new_for_address_sync(
-        address, G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, anonymousOnly().get(), nullptr,
-        &error));
+    const auto connection = openConnection(("127.0.0.1:" + std::to_string(port)).c_str(), &error);
     if (connection == nullptr) {
         failUnreachable(error);
     }
