@@ -32,32 +32,10 @@ bool setTime(std::chrono::milliseconds& time, const std::string& text) {
     return true;
 }
 
-bool accept(SimulatorBehaviour& behaviour, const std::string& /*value*/) {
-    behaviour.faults = {};
-    return true;
-}
-
-bool delay(SimulatorBehaviour& behaviour, const std::string& value) {
-    return setTime(behaviour.faults.delay, value);
-}
-
-bool setJobTime(SimulatorBehaviour& behaviour, const std::string& value) {
-    return setTime(behaviour.jobTime, value);
-}
-
 bool reportSize(SimulatorBehaviour& behaviour, const std::string& value) {
     const auto bytes = parse<std::uint64_t>(value);
     behaviour.reportedSize = bytes ? bytes : behaviour.reportedSize;
     return bytes.has_value();
-}
-
-bool reportRealSize(SimulatorBehaviour& behaviour, const std::string& /*value*/) {
-    behaviour.reportedSize.reset();
-    return true;
-}
-
-bool changeNothing(SimulatorBehaviour& /*behaviour*/, const std::string& /*value*/) {
-    return true;
 }
 
 double secondsOf(std::chrono::milliseconds time) {
@@ -68,18 +46,28 @@ double secondsOf(std::chrono::milliseconds time) {
 
 const std::vector<SimulatorOrder>& simulatorOrders() {
     using Faults = SimulatorFaults;
+    using Behaviour = SimulatorBehaviour;
     static const std::vector<SimulatorOrder> kOrders = {
-        {kStatusOrder, "", "say how it behaves", nullptr, nullptr, changeNothing},
+        {kStatusOrder, "", "say how it behaves"},
         {"refuse", "", "turn every connection down", &Faults::refuse, "refuses connections"},
-        {"delay", "SECONDS", "act on each call only after SECONDS", nullptr, nullptr, delay},
+        {"delay", "SECONDS", "act on each call only after SECONDS", nullptr, nullptr,
+         [](Behaviour& behaviour, auto& value) { return setTime(behaviour.faults.delay, value); }},
         {"hang", "", "act on no call and go on with no job", &Faults::hang, "hangs"},
         {"die-in-job", "", "end half-way through a job", &Faults::dieInJob, "dies in a job"},
-        {"accept", "", "end these four faults; what hangs goes on", nullptr, nullptr, accept},
+        {"accept", "", "end these four faults; what hangs goes on", nullptr, nullptr,
+         [](Behaviour& behaviour, auto&) {
+             behaviour.faults = {};
+             return true;
+         }},
         {"report-size", "BYTES", "report BYTES as the size of every backup", nullptr, nullptr,
          reportSize},
-        {"real-size", "", "report the real size", nullptr, nullptr, reportRealSize},
+        {"real-size", "", "report the real size", nullptr, nullptr,
+         [](Behaviour& behaviour, auto&) {
+             behaviour.reportedSize.reset();
+             return true;
+         }},
         {"job-seconds", "SECONDS", "let a job take SECONDS, with fractions", nullptr, nullptr,
-         setJobTime},
+         [](Behaviour& behaviour, auto& value) { return setTime(behaviour.jobTime, value); }},
     };
     return kOrders;
 }
@@ -92,7 +80,9 @@ bool carryOut(const std::string& order, const std::string& value, SimulatorBehav
         if (each.carryOut != nullptr) {
             return each.carryOut(behaviour, value);
         }
-        behaviour.faults.*each.fault = true;
+        if (each.fault != nullptr) {
+            behaviour.faults.*each.fault = true;
+        }
         return true;
     }
     return false;

@@ -36,7 +36,7 @@ struct SimulatorOrder {
     const char* help;
     bool SimulatorFaults::*fault = nullptr;  // what it raises
     const char* said = nullptr;  // of a device manager that shows the fault
-    // What any other order does; false, and no change, for a value that does not fit.
+    // What an order does that raises no fault; false, and no change, for a value that does not fit.
     bool (*carryOut)(SimulatorBehaviour& behaviour, const std::string& value) = nullptr;
 
     bool takesValue() const { return *value != '\0'; }
