@@ -46,10 +46,11 @@ std::string now() {
     return text;
 }
 
-void requireAbsolute(const std::string& path) {
+const std::string& requireAbsolute(const std::string& path) {
     if (!fs::path(path).is_absolute()) {
         refuse("not an absolute path");
     }
+    return path;
 }
 
 // A name that leads out of its folder is no name of ours.
@@ -133,17 +134,14 @@ SimulatedDevice::SimulatedDevice(fs::path state) : state_(std::move(state)) {
 
 std::uint64_t SimulatedDevice::backup(const std::string& path, const std::string& kind,
                                       const Pace& pace) {
-    requireAbsolute(path);
-    foldersOf(kind);  // throws
     const auto lock = beginJob(job_);
-    return writeArchive(path, collect(kind), pace);
+    return writeArchive(requireAbsolute(path), collect(kind), pace);
 }
 
 // What a kind covers is one folder, so that one exchange replaces it.
 std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) {
-    requireAbsolute(path);
     const auto lock = beginJob(job_);
-    const OpenFile file(path, "rbe");
+    const OpenFile file(requireAbsolute(path), "rbe");
     const Archive content = readArchive(file);
     requireBackup(content);
     const auto& folders = foldersOf(content.kind);
@@ -159,9 +157,8 @@ std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) 
 }
 
 std::string SimulatedDevice::update(const std::string& path, const Pace& pace) {
-    requireAbsolute(path);
     const auto lock = beginJob(job_);
-    const OpenFile file(path, "rbe");
+    const OpenFile file(requireAbsolute(path), "rbe");
     const Archive content = readArchive(file);
     requireInstallable(content);
     const StagingFolder staging(state_);
@@ -176,15 +173,13 @@ std::uint64_t SimulatedDevice::backupSize(const std::string& kind) const {
 }
 
 std::string SimulatedDevice::checkBackupFile(const std::string& path) const {
-    requireAbsolute(path);
-    const Archive content = readArchive(OpenFile(path, "rbe"));
+    const Archive content = readArchive(OpenFile(requireAbsolute(path), "rbe"));
     requireBackup(content);
     return summary(content);
 }
 
 std::string SimulatedDevice::checkFirmwareFile(const std::string& path) const {
-    requireAbsolute(path);
-    const Archive content = readArchive(OpenFile(path, "rbe"));
+    const Archive content = readArchive(OpenFile(requireAbsolute(path), "rbe"));
     requireInstallable(content);
     return summary(content);
 }
