@@ -4,8 +4,6 @@
 #include <gio/gio.h>
 #include <unistd.h>
 
-#include <charconv>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -45,14 +43,12 @@ void setProperty(void (*set)(MorvaneScctrl*, const char*), MorvaneScctrl* object
 }
 
 void announce(MorvaneScctrl* object, const std::string& line) {
-    std::int32_t id = 0;
-    const char* const end = line.data() + line.size();
-    const auto [stop, error] = std::from_chars(line.data(), end, id);
-    if (error != std::errc() || stop != end) {
+    gint64 id = 0;
+    if (g_ascii_string_to_signed(line.c_str(), 10, G_MININT32, G_MAXINT32, &id, nullptr) == FALSE) {
         say("no applet id: " + line);
         return;
     }
-    morvane_scctrl_emit_applet_changed(object, id);
+    morvane_scctrl_emit_applet_changed(object, static_cast<gint>(id));
     say("applet " + line);
 }
 
