@@ -124,26 +124,6 @@ std::string compressed(const std::string& bytes) {
     return frame;
 }
 
-// Reads to the end of the file, so that nothing counts before the checksum has been compared.
-std::string uncompressed(std::FILE* file) {
-    const Reader reader(archive_read_new());
-    archive_entry* entry = nullptr;
-    require(archive_read_support_filter_zstd(reader.get()) == ARCHIVE_OK &&
-                archive_read_support_format_raw(reader.get()) == ARCHIVE_OK &&
-                archive_read_open_FILE(reader.get(), file) == ARCHIVE_OK &&
-                archive_read_next_header(reader.get(), &entry) == ARCHIVE_OK &&
-                archive_filter_code(reader.get(), 0) == ARCHIVE_FILTER_ZSTD,
-            reader.get());
-    std::string bytes;
-    std::array<char, kBlock> block{};
-    la_ssize_t count = 0;
-    while ((count = archive_read_data(reader.get(), block.data(), block.size())) > 0) {
-        bytes.append(block.data(), static_cast<std::size_t>(count));
-    }
-    require(count == 0, reader.get());
-    return bytes;
-}
-
 }  // namespace
 
 // Devices and pipes are turned away before they are opened: opening one may wait for ever.
@@ -213,26 +193,32 @@ std::uint64_t writeArchive(const std::string& path, const Archive& content, cons
     }
 }
 
+// Reads on behind the end of the tar, so that nothing counts before the checksum has been compared.
 Archive readArchive(const OpenFile& file) {
-    const std::string tar = uncompressed(file.get());
     const Reader reader(archive_read_new());
-    require(archive_read_support_format_tar(reader.get()) == ARCHIVE_OK &&
-                archive_read_open_memory(reader.get(), tar.data(), tar.size()) == ARCHIVE_OK,
-            reader.get());
+    require(
+        archive_read_support_filter_zstd(reader.get()) == ARCHIVE_OK &&
+            archive_read_support_format_tar(reader.get()) == ARCHIVE_OK &&
+            archive_read_set_options(reader.get(), "read_concatenated_archives") == ARCHIVE_OK &&
+            archive_read_open_FILE(reader.get(), file.get()) == ARCHIVE_OK,
+        reader.get());
     Archive content;
     archive_entry* entry = nullptr;
     int result = ARCHIVE_OK;
     while ((result = archive_read_next_header(reader.get(), &entry)) == ARCHIVE_OK) {
         const char* const name = archive_entry_pathname(entry);
-        const auto size = static_cast<std::uint64_t>(archive_entry_size(entry));
-        if (name == nullptr || archive_entry_filetype(entry) != AE_IFREG || size > tar.size()) {
+        require(archive_filter_code(reader.get(), 0) == ARCHIVE_FILTER_ZSTD, reader.get());
+        if (name == nullptr || archive_entry_filetype(entry) != AE_IFREG) {
             refuseArchive("a member is not a plain file");
         }
-        std::string& bytes = content.members[name];
-        bytes.resize(static_cast<std::size_t>(size));
-        require(archive_read_data(reader.get(), bytes.data(), bytes.size()) ==
-                    static_cast<la_ssize_t>(bytes.size()),
-                reader.get());
+        std::array<char, kBlock> block{};
+        la_ssize_t count = 0;
+        std::string bytes;
+        while ((count = archive_read_data(reader.get(), block.data(), block.size())) > 0) {
+            bytes.append(block.data(), static_cast<std::size_t>(count));
+        }
+        require(count == 0, reader.get());
+        content.members[name] = bytes;
     }
     require(result == ARCHIVE_EOF, reader.get());
     const auto manifest = content.members.extract(kManifestName);

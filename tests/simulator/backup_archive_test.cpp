@@ -13,6 +13,7 @@
 
 #include "tests/support/device/stick.h"
 #include "tests/support/files/files.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -108,6 +109,14 @@ TEST_F(BackupArchive, isRefusedWhenForeign) {
         writeFile(file_, bytes);
         EXPECT_NE(refusal(), "") << bytes.size() << " bytes";
     }
+}
+
+// A plain tar has no checksum over its contents.
+TEST_F(BackupArchive, isRefusedWhenNotCompressed) {
+    writeFile(folder_.path("manifest"), "[Archive]\nKind=recipes\nDevice=\nTime=\nFirmware=\n");
+    const std::vector<std::string> tar = {"tar", "-C", folder_.path(), "-cf", file_, "manifest"};
+    ASSERT_EQ(test_support::runCommand(tar).end, test_support::exited(0));
+    EXPECT_EQ(refusal(), "not a backup or update file");
 }
 
 TEST_F(BackupArchive, isRefusedWhenNoRegularFile) {
