@@ -95,7 +95,9 @@ def payload(architecture, path):
         for port in range(1, 5):
             Path(root, f"etc/systemd/system/media-usb-USB_X60.{port}.mount").write_text(
                 mount.replace("stick1", f"stick{port}").replace("X60.1", f"X60.{port}"))
-        subprocess.run(["tar", "-C", root, "--owner=0", "--group=0", "-cf", path, "."], check=True)
+        # Without the folder itself, whose mode the root of the machine would get.
+        subprocess.run(["tar", "-C", root, "--owner=0", "--group=0", "--mode=u+rwX,go+rX", "-cf", path,
+                        *os.listdir(root)], check=True)
 
 
 class Broken(Exception):
