@@ -128,12 +128,6 @@ TEST_F(BackupArchive, isRefusedWhenNoRegularFile) {
     EXPECT_TRUE(test_support::exists(pipe));
 }
 
-TEST_F(BackupArchive, takesNoMoreThanItsLimit) {
-    for (const Archive& each : {small_, large_, Archive{}}) {
-        EXPECT_LE(writeArchive(file_, each), archiveSizeLimit(each));
-    }
-}
-
 TEST_F(BackupArchive, growsAndIsRefusedUntilItIsWhole) {
     std::vector<std::uint64_t> sizes;
     for (const Archive& each : {small_, large_}) {

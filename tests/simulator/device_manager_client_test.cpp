@@ -9,10 +9,9 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "simulator/peer_protocol.h"
+#include "simulator/simulated_device.h"
 #include "tests/simulator/device_manager_fixture.h"
 #include "tests/support/files/files.h"
 
@@ -103,22 +102,15 @@ TEST_F(DeviceManagerClient, connectsWithExistingRecord) {
 
 TEST_F(DeviceManagerClient, failsOutsideConnection) {
     start();
-    const BackupRestore controller = backupRestore();
-    const auto allFail = [&] {
-        std::uint64_t bytes = 7;
-        EXPECT_EQ(controller->backup(file_.c_str(), "recipes"), kNotConnected);
-        EXPECT_EQ(controller->restore(file_.c_str()), kNotConnected);
-        EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kNotConnected);
-        EXPECT_EQ(controller->getBackupSize("recipes", &bytes), kNotConnected);
-        EXPECT_EQ(bytes, 7U);
-    };
-    controller->disconnect();
-    allFail();
-    EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0);
+    const BackupRestore controller = connected();
     controller->disconnect();
     controller->disconnect();
-    allFail();
-
+    std::uint64_t bytes = 7;
+    EXPECT_EQ(controller->backup(file_.c_str(), "recipes"), kNotConnected);
+    EXPECT_EQ(controller->restore(file_.c_str()), kNotConnected);
+    EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kNotConnected);
+    EXPECT_EQ(controller->getBackupSize("recipes", &bytes), kNotConnected);
+    EXPECT_EQ(bytes, 7U);
     const Update update(FUCreateController());
     EXPECT_EQ(update->update(updateFile_.c_str()), kNotConnected);
     EXPECT_EQ(update->checkFirmwareFile(updateFile_.c_str()), kNotConnected);
@@ -126,7 +118,7 @@ TEST_F(DeviceManagerClient, failsOutsideConnection) {
 
 TEST_F(DeviceManagerClient, isAnsweredAfterConnectOnly) {
     start();
-    const GObjectPointer<GDBusConnection> peer = openPeer();
+    const auto peer = openConnection(kDeviceManagerEndpoint, nullptr);
     ASSERT_NE(peer, nullptr);
     g_autoptr(GError) error = nullptr;
     const std::array<const char*, 3> strings = {file_.c_str(), "recipes", nullptr};
@@ -200,7 +192,7 @@ TEST_F(DeviceManagerClient, passesAnyBytesInFileNames) {
 }
 
 TEST_F(DeviceManagerClient, updatesFirmware) {
-    makeUpdateFile();
+    writeUpdateFile(updateFile_, "2.0");
     start();
     const Update controller = connectedUpdate();
     EXPECT_EQ(controller->checkFirmwareFile(updateFile_.c_str()), 0);
@@ -213,33 +205,6 @@ TEST_F(DeviceManagerClient, updatesFirmware) {
 TEST_F(DeviceManagerClient, destroysNullUpdateController) {
     FUDestroyController(nullptr);
     EXPECT_NE(Update(FUCreateController()), nullptr);
-}
-
-TEST_F(DeviceManagerClient, worksOnSeparateThreads) {
-    start();
-    const std::string credential = *log_.credential;
-    const BackupRestore first = connected();
-    ASSERT_EQ(first->backup(file_.c_str(), "userdatabase"), 0);
-    std::vector<std::thread> threads;
-    threads.reserve(6);
-    for (int i = 0; i < 6; ++i) {
-        threads.emplace_back([&] {
-            RecordingLog log;
-            log.credential = credential;
-            for (int round = 0; round < 5; ++round) {
-                const BackupRestore controller(BRCreateController());
-                controller->setLog(&log);
-                std::uint64_t bytes = 0;
-                EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0) << log.messages;
-                EXPECT_EQ(controller->checkBackupFile(file_.c_str()), 0);
-                EXPECT_EQ(controller->getBackupSize("userdatabase", &bytes), 0);
-                controller->disconnect();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 }  // namespace

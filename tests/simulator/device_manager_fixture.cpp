@@ -3,8 +3,6 @@
 
 #include <filesystem>
 
-#include "simulator/peer_protocol.h"
-
 namespace test_support {
 namespace {
 
@@ -69,11 +67,6 @@ Update DeviceManagerClient::connectedUpdate() {
     return controller;
 }
 
-void DeviceManagerClient::makeUpdateFile() const {
-    const auto made = runCommand(runnable(simulatorPath_, {"--make-update", "2.0", updateFile_}));
-    ASSERT_EQ(made.end, exited(0)) << made.error;
-}
-
 CommandResult DeviceManagerClient::give(const std::string& order, const std::string& value) const {
     std::vector<std::string> options = {"--order", order};
     if (!value.empty()) {
@@ -88,13 +81,10 @@ std::string DeviceManagerClient::order(const std::string& order, const std::stri
     return result.output;
 }
 
-GObjectPointer<GDBusConnection> DeviceManagerClient::openPeer() {
-    g_autoptr(GError) error = nullptr;
-    GObjectPointer<GDBusConnection> peer(g_dbus_connection_new_for_address_sync(
-        "tcp:host=127.0.0.1,port=5001", G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
-        anonymousOnly().get(), nullptr, &error));
-    EXPECT_NE(peer, nullptr) << error->message;
-    return peer;
+bool DeviceManagerClient::hasBackupBegun() const {
+    std::error_code missing;
+    const auto size = std::filesystem::file_size(file_, missing);
+    return !missing && size > 0;
 }
 
 bool DeviceManagerClient::isUnpacking() const {

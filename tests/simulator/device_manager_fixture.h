@@ -64,16 +64,12 @@ protected:
     BackupRestore connected();
     Update connectedUpdate();
 
-    void makeUpdateFile() const;
-
     CommandResult give(const std::string& order, const std::string& value) const;
     // Gives the running simulator an order; returns what it says about its behaviour.
     std::string order(const std::string& order, const std::string& value = "") const;
 
-    // A connection without the client library, which would not let everything through.
-    static GObjectPointer<GDBusConnection> openPeer();
-
-    // Whether a restore has begun to write beside the contents.
+    // Whether a backup has begun to write its file, or a restore to write beside the contents.
+    bool hasBackupBegun() const;
     bool isUnpacking() const;
 
     std::string recipe() const { return folder_.path("state/data/recipes/recipe-1.ini"); }

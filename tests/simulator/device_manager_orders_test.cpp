@@ -8,12 +8,12 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <string>
-#include <thread>
 
 #include "simulator/peer_protocol.h"
+#include "simulator/simulated_device.h"
+#include "simulator/simulator_behaviour.h"
 #include "tests/simulator/device_manager_fixture.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/files/files.h"
@@ -37,69 +37,20 @@ TEST_F(DeviceManagerClient, takesOrdersAsOptions) {
     EXPECT_THAT(order("status"), HasSubstr("reports 123 bytes"));
 }
 
-TEST_F(DeviceManagerClient, waitsForTimeOfJob) {
-    start({"--job-seconds", "0.3"});
-    makeUpdateFile();
-    const BackupRestore controller = connected();
-    const Update update = connectedUpdate();
-    for (const auto& job :
-         {std::function<std::int64_t()>(
-              [&] { return controller->backup(file_.c_str(), "userdatabase"); }),
-          std::function<std::int64_t()>([&] { return controller->restore(file_.c_str()); }),
-          std::function<std::int64_t()>([&] { return update->update(updateFile_.c_str()); })}) {
-        const auto begin = std::chrono::steady_clock::now();
-        EXPECT_EQ(job(), 0);
-        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
-    }
-}
-
-TEST_F(DeviceManagerClient, followsOrdersOfRunningDevice) {
+TEST_F(DeviceManagerClient, isAnsweredAfterDelay) {
     start();
-    EXPECT_THAT(order("refuse"), HasSubstr("refuses connections"));
-    EXPECT_TRUE(simulator_->waitForOutput("device manager: refuses connections"));
-    EXPECT_EQ(backupRestore()->connect(kDeviceManagerEndpoint, ""), kRefused);
-    EXPECT_THAT(order("accept"), HasSubstr("accepts connections"));
     const BackupRestore controller = connected();
-
-    std::uint64_t real = 0;
-    std::uint64_t bytes = 0;
-    EXPECT_EQ(controller->getBackupSize("recipes", &real), 0);
-    order("report-size", "123456789012");
-    EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
-    EXPECT_EQ(bytes, 123456789012U);
-    order("real-size");
-    EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
-    EXPECT_EQ(bytes, real);
-
     order("delay", "0.2");
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnusable);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
 }
 
-TEST_F(DeviceManagerClient, goesOnWhenHangEnds) {
-    start({"--hang"});
-    const BackupRestore controller = backupRestore();
-    auto call = std::async(std::launch::async,
-                           [&] { return controller->connect(kDeviceManagerEndpoint, ""); });
-    EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
-    EXPECT_THAT(order("status"), HasSubstr("hangs"));
-    order("accept");
-    EXPECT_EQ(call.get(), 0);
-
-    order("hang");
-    auto size = std::async(std::launch::async,
-                           [&] { return controller->getBackupSize("recipes", nullptr); });
-    EXPECT_TRUE(simulator_->waitForOutput("size of backup recipes: waits"));
-    order("accept");
-    EXPECT_EQ(size.get(), 0);
-}
-
 TEST_F(DeviceManagerClient, waitsWhenDeviceHangsInJob) {
     start({"--job-seconds", "3600"});
     const BackupRestore controller = connected();
     auto job = beginBackup(*controller, file_);
-    ASSERT_TRUE(waitUntil([&] { return exists(file_) && std::filesystem::file_size(file_) > 0; }));
+    ASSERT_TRUE(waitUntil([&] { return hasBackupBegun(); }));
     order("hang");
     order("job-seconds", "0");
     EXPECT_FALSE(simulator_->standardOutput().find(": done, ") != std::string::npos);
@@ -109,7 +60,7 @@ TEST_F(DeviceManagerClient, waitsWhenDeviceHangsInJob) {
 
 TEST_F(DeviceManagerClient, isDroppedWhenItHasGone) {
     start();
-    const GObjectPointer<GDBusConnection> peer = openPeer();
+    const auto peer = openConnection(kDeviceManagerEndpoint, nullptr);
     ASSERT_NE(peer, nullptr);
     order("hang");
     const std::array<const char*, 2> strings = {log_.credential->c_str(), nullptr};
@@ -153,43 +104,34 @@ TEST_F(DeviceManagerClient, failsRestoreWhenStickIsPulled) {
     EXPECT_EQ(job.get(), kUnusable);
     EXPECT_THAT(log_.messages, HasSubstr("the file is gone"));
     EXPECT_EQ(readFile(recipe()), "changed");
+    EXPECT_FALSE(isUnpacking());
 }
 
-TEST_F(DeviceManagerClient, failsWhenHangingDeviceDies) {
-    start({"--hang"});
-    std::thread end([&] {
-        EXPECT_TRUE(simulator_->waitForOutput("connect: waits, the device manager hangs"));
-        ::kill(simulator_->id(), SIGKILL);
-    });
-    EXPECT_EQ(backupRestore()->connect(kDeviceManagerEndpoint, ""), kUnreachable);
-    end.join();
-}
-
-TEST_F(DeviceManagerClient, failsWhenDeviceDiesInJob) {
-    start({"--die-in-job"});
+TEST_F(DeviceManagerClient, losesDeviceThatDiesInRunningJob) {
+    start({"--job-seconds", "3600"});
     const BackupRestore controller = connected();
-    EXPECT_EQ(controller->backup(file_.c_str(), "fullbackup"), kUnreachable);
-    EXPECT_EQ(simulator_->waitForEnd(), exited(3));
+    auto job = beginBackup(*controller, file_);
+    ASSERT_TRUE(waitUntil([&] { return hasBackupBegun(); }));
+    order("die-in-job");
+    give("job-seconds", "0");  // the device may die before it answers
+    EXPECT_EQ(job.get(), kUnreachable);
+    EXPECT_EQ(simulator_->waitForEnd(), exited(kDiedInJobStatus));
     EXPECT_EQ(controller->checkBackupFile(file_.c_str()), kUnreachable);
-    EXPECT_GT(std::filesystem::file_size(file_), 0U);
-
-    start();
-    EXPECT_EQ(connected()->checkBackupFile(file_.c_str()), kUnusable);
 }
 
 TEST_F(DeviceManagerClient, changesNothingWhenDeviceDiesInJob) {
     start();
     ASSERT_EQ(connected()->backup(file_.c_str(), "fullbackup"), 0);
-    makeUpdateFile();
+    writeUpdateFile(updateFile_, "2.0");
     writeFile(recipe(), "changed");
 
     simulator_->kill();
     start({"--die-in-job"});
     EXPECT_EQ(connected()->restore(file_.c_str()), kUnreachable);
-    EXPECT_EQ(simulator_->waitForEnd(), exited(3));
+    EXPECT_EQ(simulator_->waitForEnd(), exited(kDiedInJobStatus));
     start({"--die-in-job"});
     EXPECT_EQ(connectedUpdate()->update(updateFile_.c_str()), kUnreachable);
-    EXPECT_EQ(simulator_->waitForEnd(), exited(3));
+    EXPECT_EQ(simulator_->waitForEnd(), exited(kDiedInJobStatus));
 
     start();
     EXPECT_EQ(readFile(recipe()), "changed");
@@ -201,25 +143,28 @@ TEST_F(DeviceManagerClient, changesNothingWhenDeviceDiesInJob) {
 
 TEST_F(DeviceManagerClient, getsChecksAnsweredDuringJob) {
     start();
-    const std::string small = folder_.path("small.psb");
-    ASSERT_EQ(connected()->backup(small.c_str(), "userdatabase"), 0);
-    simulator_->kill();
-    start({"--job-seconds", "3600"});
-
-    RecordingLog jobLog;
-    jobLog.credential = log_.credential;
-    const BackupRestore worker(BRCreateController());
-    worker->setLog(&jobLog);
-    ASSERT_EQ(worker->connect(kDeviceManagerEndpoint, ""), 0);
-    auto job =
-        std::async(std::launch::async, [&] { return worker->backup(file_.c_str(), "fullbackup"); });
-    EXPECT_TRUE(simulator_->waitForOutput("backup fullbackup to " + file_ + ": started"));
-
     const BackupRestore controller = connected();
-    EXPECT_EQ(controller->checkBackupFile(small.c_str()), 0);
-    EXPECT_EQ(controller->restore(small.c_str()), number(DeviceManagerStatus::busy));
+    const std::string small = folder_.path("small.psb");
+    ASSERT_EQ(controller->backup(small.c_str(), "userdatabase"), 0);
+    order("job-seconds", "3600");
+    const BackupRestore worker(BRCreateController());
+    ASSERT_EQ(worker->connect(kDeviceManagerEndpoint, log_.credential->c_str()), 0);
+    auto job = beginBackup(*worker, file_);
+    ASSERT_TRUE(waitUntil([&] { return hasBackupBegun(); }));
 
-    // An orderly end gives the job up and takes its file away.
+    std::uint64_t bytes = 0;
+    EXPECT_EQ(controller->checkBackupFile(small.c_str()), 0);
+    EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
+    EXPECT_EQ(controller->restore(small.c_str()), number(DeviceManagerStatus::busy));
+    ::kill(simulator_->id(), SIGTERM);
+    EXPECT_NE(job.get(), 0);
+}
+
+TEST_F(DeviceManagerClient, losesBackupWhenDeviceStops) {
+    start({"--job-seconds", "3600"});
+    const BackupRestore controller = connected();
+    auto job = beginBackup(*controller, file_);
+    ASSERT_TRUE(waitUntil([&] { return hasBackupBegun(); }));
     ::kill(simulator_->id(), SIGTERM);
     EXPECT_NE(job.get(), 0);
     EXPECT_EQ(simulator_->waitForEnd(), exited(0));
