@@ -1,6 +1,5 @@
-// The simulated applet control: owns com.morvane.scctrl and follows what it reads from standard
-// input, one a line, until the input ends: the id of an applet is announced as the current one,
-// "organizationName=TEXT" and "organizationDomain=TEXT" change its properties.
+// The simulated applet control: follows lines on standard input until it ends. The id of an applet
+// is announced; "organizationName=TEXT" and "organizationDomain=TEXT" change its properties.
 #include <gio/gio.h>
 #include <unistd.h>
 

@@ -23,20 +23,21 @@ const char* textOf(const char* text) {
     return text == nullptr ? "" : text;
 }
 
-// The connection of one controller, used by one thread at a time. Messages go to the log object,
-// which is borrowed until the link is destroyed.
-class DeviceManagerLink {
+// What both controllers have in common: a connection, used by one thread at a time. Messages go to
+// the log object, which is borrowed until the controller is destroyed.
+template <typename Interface>
+class Controller : public Interface {
 public:
-    DeviceManagerLink() = default;
-    DeviceManagerLink(const DeviceManagerLink&) = delete;
-    DeviceManagerLink& operator=(const DeviceManagerLink&) = delete;
-    ~DeviceManagerLink() { disconnect(); }
+    Controller() = default;
+    Controller(const Controller&) = delete;
+    Controller& operator=(const Controller&) = delete;
 
-    void setLog(IBRLog* log) { log_ = log; }
+    void setLog(IBRLog* log) final { log_ = log; }
+    void setWorkDirectory(const char* /*path*/) final {}  // the simulator needs no working files
 
     // Returns 0 once the simulator has accepted the credential: the given one or, when it is empty,
     // what the log object has to offer.
-    std::int64_t connect(const char* endpoint, const char* credential) {
+    std::int64_t connect(const char* endpoint, const char* credential) final {
         disconnect();
         g_autoptr(GError) error = nullptr;
         connection_ = openConnection(textOf(endpoint), &error);
@@ -50,7 +51,7 @@ public:
         return status;
     }
 
-    void disconnect() {
+    void disconnect() final {
         if (connection_ == nullptr) {
             return;
         }
@@ -59,6 +60,9 @@ public:
         connection_.reset();
         report("disconnect", 0, "closed");
     }
+
+protected:
+    ~Controller() { disconnect(); }
 
     // Has the simulator carry out an operation, and returns the status. Only a success sets *bytes.
     std::int64_t request(const char* operation, const char* first, const char* second = nullptr,
@@ -114,32 +118,17 @@ private:
     GObjectPointer<GDBusConnection> connection_;
 };
 
-// What both controllers have in common.
-template <typename Interface>
-class Controller : public Interface {
-public:
-    std::int64_t connect(const char* endpoint, const char* credential) override {
-        return link_.connect(endpoint, credential);
-    }
-    void disconnect() override { link_.disconnect(); }
-    void setLog(IBRLog* log) override { link_.setLog(log); }
-    void setWorkDirectory(const char* /*path*/) override {}  // the simulator needs no working files
-
-protected:
-    DeviceManagerLink link_;
-};
-
 class BackupRestoreController final : public Controller<IBRController> {
 public:
     std::int64_t backup(const char* path, const char* kind) override {
-        return link_.request("backup", path, textOf(kind));
+        return request("backup", path, textOf(kind));
     }
-    std::int64_t restore(const char* path) override { return link_.request("restore", path); }
+    std::int64_t restore(const char* path) override { return request("restore", path); }
     std::int64_t getBackupSize(const char* kind, std::uint64_t* bytes) override {
-        return link_.request("getBackupSize", kind, nullptr, bytes);
+        return request("getBackupSize", kind, nullptr, bytes);
     }
     std::int64_t checkBackupFile(const char* path) override {
-        return link_.request("checkBackupFile", path);
+        return request("checkBackupFile", path);
     }
     void reserved7(const char* /*text*/) override {}
     void reserved8() override {}
@@ -147,9 +136,9 @@ public:
 
 class FirmwareUpdateController final : public Controller<IFUController> {
 public:
-    std::int64_t update(const char* path) override { return link_.request("update", path); }
+    std::int64_t update(const char* path) override { return request("update", path); }
     std::int64_t checkFirmwareFile(const char* path) override {
-        return link_.request("checkFirmwareFile", path);
+        return request("checkFirmwareFile", path);
     }
     void reserved3() override {}
     void reserved4() override {}

@@ -17,10 +17,6 @@ namespace {
 constexpr const char* kAccepted = "morvane-accepted";
 constexpr const char* kConnect = "connect";
 
-GObject* peerOf(GDBusMethodInvocation* invocation) {
-    return G_OBJECT(g_dbus_method_invocation_get_connection(invocation));
-}
-
 }  // namespace
 
 GObjectPointer<GDBusServer> bindDeviceManagerPort(guint16 port, GError** error) {
@@ -193,7 +189,7 @@ void DeviceManagerServer::run(const Call& call) {
 }
 
 DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
-    GObject* const peer = peerOf(call.invocation);
+    auto* const peer = G_OBJECT(g_dbus_method_invocation_get_connection(call.invocation));
     const bool isConnect = call.operation == kConnect;
     if (behaviour_.now().faults.hang) {
         logAction(call.action(), "waits, the device manager hangs");

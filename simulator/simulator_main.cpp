@@ -107,24 +107,20 @@ std::string contradiction(const Options& o) {
     return {};
 }
 
-[[noreturn]] void failUnreachable(GError* error) {
-    g_dbus_error_strip_remote_error(error);
-    throw DeviceError(DeviceManagerStatus::unreachable, error->message);
-}
-
 // Returns the behaviour of the device manager that runs on the port, as it is after the order.
 std::string giveOrder(int port, const char* order, const std::string& value) {
     g_autoptr(GError) error = nullptr;
     const auto connection = openConnection(("127.0.0.1:" + std::to_string(port)).c_str(), &error);
-    if (connection == nullptr) {
-        failUnreachable(error);
+    g_autoptr(GVariant) reply = nullptr;
+    if (connection != nullptr) {
+        reply = g_dbus_connection_call_sync(
+            connection.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, "Order",
+            g_variant_new("(^ay^ay)", order, value.c_str()), G_VARIANT_TYPE("(s)"),
+            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
     }
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        connection.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, "Order",
-        g_variant_new("(^ay^ay)", order, value.c_str()), G_VARIANT_TYPE("(s)"),
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
     if (reply == nullptr) {
-        failUnreachable(error);
+        g_dbus_error_strip_remote_error(error);
+        throw DeviceError(DeviceManagerStatus::unreachable, error->message);
     }
     const char* behaviour = nullptr;
     g_variant_get(reply, "(&s)", &behaviour);
