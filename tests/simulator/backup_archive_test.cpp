@@ -128,7 +128,7 @@ TEST_F(BackupArchive, isRefusedWhenNoRegularFile) {
     EXPECT_TRUE(test_support::exists(pipe));
 }
 
-TEST_F(BackupArchive, growsAndIsRefusedUntilItIsWhole) {
+TEST_F(BackupArchive, isRefusedUntilItIsWhole) {
     std::vector<std::uint64_t> sizes;
     for (const Archive& each : {small_, large_}) {
         writeArchive(file_, each, [&](std::uint64_t done, std::uint64_t total) {

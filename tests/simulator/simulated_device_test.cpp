@@ -12,17 +12,15 @@
 #include "simulator/device_folder.h"
 #include "tests/support/files/files.h"
 
+namespace test_support {
 namespace {
 
 namespace fs = std::filesystem;
-using test_support::readFile;
-using test_support::TemporaryDirectory;
-using test_support::writeFile;
 using testing::HasSubstr;
 
 using Contents = std::map<std::string, std::string>;
 
-class SimulatedDeviceTest : public testing::Test {
+class SimulatedDevice : public testing::Test {
 protected:
     // Everything in the state folder, by its relative path.
     Contents contents() const {
@@ -67,13 +65,13 @@ protected:
     const std::string state_ = folder_.path("state");
     const std::string file_ = folder_.path("a.psb");
     const std::string updateFile_ = folder_.path("a.fwf");
-    SimulatedDevice device_{state_};
+    ::SimulatedDevice device_{state_};
 };
 
 constexpr auto kDone = DeviceManagerStatus::done;
 constexpr auto kUnusable = DeviceManagerStatus::unusableFile;
 
-TEST_F(SimulatedDeviceTest, startsWithContentsOfEveryKind) {
+TEST_F(SimulatedDevice, startsWithContentsOfEveryKind) {
     EXPECT_EQ(device_.name(), "Morvane-X60");
     EXPECT_EQ(device_.firmwareVersion(), "1.4.0");
     EXPECT_TRUE(fs::is_regular_file(state_ + "/" + kSettingsFile));
@@ -81,7 +79,7 @@ TEST_F(SimulatedDeviceTest, startsWithContentsOfEveryKind) {
     EXPECT_FALSE(fs::is_empty(state_ + "/data/users"));
 }
 
-TEST_F(SimulatedDeviceTest, takesAnotherName) {
+TEST_F(SimulatedDevice, takesAnotherName) {
     for (const std::string name : {"Kitchen", " \\s\n;#\t ", "", "\xC3\xBC"}) {
         setDeviceName(state_, name);
         EXPECT_EQ(deviceName(state_), name);
@@ -91,23 +89,26 @@ TEST_F(SimulatedDeviceTest, takesAnotherName) {
                 HasSubstr("serial=X60-000042\n\n[DISPLAY]\nbrightness=80"));
 }
 
-TEST_F(SimulatedDeviceTest, refusesNameThatIsNotUtf8) {
+TEST_F(SimulatedDevice, refusesNameThatIsNotUtf8) {
     EXPECT_THROW(setDeviceName(state_, "a\xFF"), DeviceError);
     EXPECT_EQ(deviceName(state_), "Morvane-X60");
+}
+
+TEST_F(SimulatedDevice, isUnnamedWithoutSetting) {
     change("settings/settings.ini", "[OTHER]\n");
     EXPECT_THROW(deviceName(state_), DeviceError);
     EXPECT_EQ(device_.name(), "unnamed");
 }
 
-TEST_F(SimulatedDeviceTest, keepsContentsOverRestart) {
+TEST_F(SimulatedDevice, keepsContentsOverRestart) {
     change("recipes/new", "mine");
     fs::remove_all(state_ + "/data/users");
     const Contents before = contents();
-    const SimulatedDevice again(state_);
+    const ::SimulatedDevice again(state_);
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, restoresEverythingFromFullBackup) {
+TEST_F(SimulatedDevice, restoresEverythingFromFullBackup) {
     change("recipes/asia/soups/pho", "hot");
     const Contents before = contents();
     device_.backup(file_, "fullbackup");
@@ -121,7 +122,7 @@ TEST_F(SimulatedDeviceTest, restoresEverythingFromFullBackup) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, restoresOneKindOnly) {
+TEST_F(SimulatedDevice, restoresOneKindOnly) {
     for (const auto& [kind, inside, outside] :
          {std::tuple{"recipes", "recipes/x", "users/x"},
           std::tuple{"userdatabase", "users/x", "recipes/x"}}) {
@@ -136,11 +137,11 @@ TEST_F(SimulatedDeviceTest, restoresOneKindOnly) {
         EXPECT_EQ(valueOf(inside), "old");
         EXPECT_EQ(valueOf(outside), "new");
         EXPECT_EQ(valueOf("settings/settings.ini"), "new");
-        EXPECT_FALSE(test_support::exists(state_ + "/data/" + inside + "-later"));
+        EXPECT_FALSE(exists(state_ + "/data/" + inside + "-later"));
     }
 }
 
-TEST_F(SimulatedDeviceTest, emptiesKindThatHeldNothing) {
+TEST_F(SimulatedDevice, emptiesKindThatHeldNothing) {
     fs::remove_all(state_ + "/data/users");
     device_.backup(file_, "userdatabase");
     change("users/new", "later");
@@ -148,15 +149,15 @@ TEST_F(SimulatedDeviceTest, emptiesKindThatHeldNothing) {
     EXPECT_TRUE(fs::is_empty(state_ + "/data/users"));
 }
 
-TEST_F(SimulatedDeviceTest, refusesUnknownKind) {
+TEST_F(SimulatedDevice, refusesUnknownKind) {
     for (const char* kind : {"", "Recipes", "firmware", "fullbackup ", "\xFF"}) {
         EXPECT_EQ(statusOf([&] { device_.backup(file_, kind); }), DeviceManagerStatus::unknownKind);
         EXPECT_EQ(statusOf([&] { device_.backupSize(kind); }), DeviceManagerStatus::unknownKind);
-        EXPECT_FALSE(test_support::exists(file_));
+        EXPECT_FALSE(exists(file_));
     }
 }
 
-TEST_F(SimulatedDeviceTest, answersSizeThatSuffices) {
+TEST_F(SimulatedDevice, answersSizeThatSuffices) {
     for (const char* kind : {"fullbackup", "recipes", "userdatabase"}) {
         const std::uint64_t size = device_.backupSize(kind);
         const std::uint64_t taken = device_.backup(file_, kind);
@@ -166,7 +167,7 @@ TEST_F(SimulatedDeviceTest, answersSizeThatSuffices) {
     }
 }
 
-TEST_F(SimulatedDeviceTest, refusesRelativePath) {
+TEST_F(SimulatedDevice, refusesRelativePath) {
     EXPECT_EQ(statusOf([&] { device_.backup("a.psb", "recipes"); }), kUnusable);
     EXPECT_EQ(restoreStatus("a.psb"), kUnusable);
     EXPECT_EQ(checkStatus(""), kUnusable);
@@ -174,7 +175,7 @@ TEST_F(SimulatedDeviceTest, refusesRelativePath) {
     EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(""); }), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, refusesForeignMembers) {
+TEST_F(SimulatedDevice, refusesForeignMembers) {
     const Contents before = contents();
     for (const char* name : {"data/users/users.ini", "data/recipes", "data/recipes/../users/x",
                              "data/recipes/..", "/data/recipes/x", "../x", "recipes/x", ""}) {
@@ -185,19 +186,19 @@ TEST_F(SimulatedDeviceTest, refusesForeignMembers) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, failsWithoutFolderForBackup) {
+TEST_F(SimulatedDevice, failsWithoutFolderForBackup) {
     const std::string path = folder_.path("missing/a.psb");
     EXPECT_EQ(statusOf([&] { device_.backup(path, "recipes"); }), DeviceManagerStatus::failed);
 }
 
-TEST_F(SimulatedDeviceTest, backsUpPlainFilesOnly) {
+TEST_F(SimulatedDevice, backsUpPlainFilesOnly) {
     fs::create_symlink("/etc/passwd", state_ + "/data/recipes/link");
     EXPECT_EQ(statusOf([&] { device_.backup(file_, "recipes"); }), DeviceManagerStatus::failed);
-    EXPECT_FALSE(test_support::exists(file_));
+    EXPECT_FALSE(exists(file_));
     EXPECT_EQ(statusOf([&] { device_.backup(file_, "userdatabase"); }), kDone);
 }
 
-TEST_F(SimulatedDeviceTest, refusesSecondJobAsBusy) {
+TEST_F(SimulatedDevice, refusesSecondJobAsBusy) {
     writeUpdateFile(updateFile_, "2.0");
     device_.backup(folder_.path("other.psb"), "recipes");
     int asked = 0;
@@ -214,7 +215,7 @@ TEST_F(SimulatedDeviceTest, refusesSecondJobAsBusy) {
     EXPECT_EQ(updateStatus(updateFile_), kDone);
 }
 
-TEST_F(SimulatedDeviceTest, installsNewerUpdateOnce) {
+TEST_F(SimulatedDevice, installsNewerUpdateOnce) {
     writeUpdateFile(updateFile_, "1.10");
     const std::string payload = readFile(state_ + "/firmware/payload");
     EXPECT_THAT(device_.checkFirmwareFile(updateFile_), HasSubstr("1.10"));
@@ -223,13 +224,13 @@ TEST_F(SimulatedDeviceTest, installsNewerUpdateOnce) {
     EXPECT_EQ(device_.update(updateFile_), "1.10");
     EXPECT_EQ(device_.firmwareVersion(), "1.10");
     EXPECT_NE(readFile(state_ + "/firmware/payload"), payload);
-    EXPECT_EQ(SimulatedDevice(state_).firmwareVersion(), "1.10");
+    EXPECT_EQ(::SimulatedDevice(state_).firmwareVersion(), "1.10");
 
     EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(updateFile_); }), kUnusable);
     EXPECT_EQ(updateStatus(updateFile_), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, refusesUnusableUpdate) {
+TEST_F(SimulatedDevice, refusesUnusableUpdate) {
     using Members = std::map<std::string, std::string>;
     const Members payload = {{kPayloadFile, "code"}};
     const std::vector<std::pair<std::string, Members>> updates = {
@@ -251,7 +252,7 @@ TEST_F(SimulatedDeviceTest, refusesUnusableUpdate) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(SimulatedDeviceTest, tellsBackupFromUpdate) {
+TEST_F(SimulatedDevice, tellsBackupFromUpdate) {
     device_.backup(file_, "fullbackup");
     writeUpdateFile(updateFile_, "2.0");
     EXPECT_EQ(checkStatus(updateFile_), kUnusable);
@@ -260,7 +261,7 @@ TEST_F(SimulatedDeviceTest, tellsBackupFromUpdate) {
     EXPECT_EQ(updateStatus(file_), kUnusable);
 }
 
-TEST_F(SimulatedDeviceTest, leavesFirmwareOutOfBackup) {
+TEST_F(SimulatedDevice, leavesFirmwareOutOfBackup) {
     device_.backup(file_, "fullbackup");
     writeUpdateFile(updateFile_, "2.0");
     device_.update(updateFile_);
@@ -290,3 +291,4 @@ TEST(FirmwareVersion, refusesWhatIsNoVersion) {
 }
 
 }  // namespace
+}  // namespace test_support

@@ -11,12 +11,13 @@
 #include "simulator/simulated_device.h"
 #include "tests/support/files/files.h"
 
+namespace test_support {
 namespace {
 
 constexpr const char* kName = "DEVICE_INFO/transfername";
 
 // The sandbox has a /mnt of its own.
-class VeskServiceInterfaceTest : public testing::Test {
+class VeskServiceInterface : public testing::Test {
 protected:
     void SetUp() override { std::filesystem::remove_all(kDefaultStateFolder); }
     void TearDown() override { std::filesystem::remove_all(kDefaultStateFolder); }
@@ -24,14 +25,14 @@ protected:
     static void writeSettings(const std::string& text) {
         const std::string path = std::string(kDefaultStateFolder) + "/" + kSettingsFile;
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        test_support::writeFile(path, text);
+        writeFile(path, text);
     }
 
-    VeskServiceInterface& service_ = *VeskServiceInterface::getSingleton();
+    ::VeskServiceInterface& service_ = *::VeskServiceInterface::getSingleton();
     std::string value_ = "untouched";
 };
 
-TEST_F(VeskServiceInterfaceTest, readsSettingsOfSimulatedDevice) {
+TEST_F(VeskServiceInterface, readsSettingsOfSimulatedDevice) {
     const SimulatedDevice device(kDefaultStateFolder);
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     EXPECT_EQ(service_.getValue(kName, value_), 0);
@@ -39,7 +40,7 @@ TEST_F(VeskServiceInterfaceTest, readsSettingsOfSimulatedDevice) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, failsWithoutReadableSettings) {
+TEST_F(VeskServiceInterface, failsWithoutReadableSettings) {
     EXPECT_NE(service_.startTransaction(true, true), 0);
     writeSettings("no settings");
     EXPECT_NE(service_.startTransaction(true, true), 0);
@@ -47,7 +48,7 @@ TEST_F(VeskServiceInterfaceTest, failsWithoutReadableSettings) {
     EXPECT_EQ(value_, "untouched");
 }
 
-TEST_F(VeskServiceInterfaceTest, failsForUnknownKey) {
+TEST_F(VeskServiceInterface, failsForUnknownKey) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\nbad=\xFF\n");
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     for (const char* key :
@@ -61,7 +62,7 @@ TEST_F(VeskServiceInterfaceTest, failsForUnknownKey) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, answersInsideTransactionOnly) {
+TEST_F(VeskServiceInterface, answersInsideTransactionOnly) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     EXPECT_NE(service_.getValue(kName, value_), 0);
     ASSERT_EQ(service_.startTransaction(true, true), 0);
@@ -71,7 +72,7 @@ TEST_F(VeskServiceInterfaceTest, answersInsideTransactionOnly) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, readsSettingsAsTransactionFoundThem) {
+TEST_F(VeskServiceInterface, readsSettingsAsTransactionFoundThem) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     writeSettings("[DEVICE_INFO]\ntransfername=Cellar\n");
@@ -84,7 +85,7 @@ TEST_F(VeskServiceInterfaceTest, readsSettingsAsTransactionFoundThem) {
     service_.stopTransaction();
 }
 
-TEST_F(VeskServiceInterfaceTest, worksOnSeveralThreads) {
+TEST_F(VeskServiceInterface, worksOnSeveralThreads) {
     writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
     std::vector<std::thread> threads;
     threads.reserve(4);
@@ -105,3 +106,4 @@ TEST_F(VeskServiceInterfaceTest, worksOnSeveralThreads) {
 }
 
 }  // namespace
+}  // namespace test_support
