@@ -17,6 +17,10 @@ enum class DeviceManagerStatus : std::int64_t {
     failed = 7,  // the job itself failed, for example for want of space
 };
 
+constexpr std::int64_t number(DeviceManagerStatus status) {
+    return static_cast<std::int64_t>(status);
+}
+
 // Why the device did not do what it was asked; what() says it in words.
 class DeviceError : public std::runtime_error {
 public:

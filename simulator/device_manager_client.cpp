@@ -9,14 +9,9 @@
 #include <new>
 
 #include "simulator/device_error.h"
-#include "simulator/gobject_pointer.h"
 #include "simulator/peer_protocol.h"
 
 namespace {
-
-constexpr std::int64_t statusOf(DeviceManagerStatus status) {
-    return static_cast<std::int64_t>(status);
-}
 
 // The empty string in place of null.
 const char* textOf(const char* text) {
@@ -42,7 +37,7 @@ public:
         g_autoptr(GError) error = nullptr;
         connection_ = openConnection(textOf(endpoint), &error);
         if (connection_ == nullptr) {
-            return report("connect", statusOf(DeviceManagerStatus::unreachable), error->message);
+            return report("connect", number(DeviceManagerStatus::unreachable), error->message);
         }
         const std::int64_t status = request("connect", credentialFor(textOf(credential)));
         if (status != 0) {
@@ -68,7 +63,7 @@ protected:
     std::int64_t request(const char* operation, const char* first, const char* second = nullptr,
                          std::uint64_t* bytes = nullptr) {
         if (connection_ == nullptr) {
-            return report(operation, statusOf(DeviceManagerStatus::notConnected), "not connected");
+            return report(operation, number(DeviceManagerStatus::notConnected), "not connected");
         }
         const std::array<const char*, 3> strings = {textOf(first), second, nullptr};
         g_autoptr(GError) error = nullptr;
@@ -78,7 +73,7 @@ protected:
             g_variant_new("(s^aay)", operation, strings.data()), G_VARIANT_TYPE("(xst)"),
             G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr, &error);
         if (reply == nullptr) {
-            return report(operation, statusOf(DeviceManagerStatus::unreachable), error->message);
+            return report(operation, number(DeviceManagerStatus::unreachable), error->message);
         }
         gint64 status = 0;
         const char* message = nullptr;

@@ -9,7 +9,6 @@
 #include "com.morvane.devicemanager/com.morvane.devicemanager.h"
 #include "simulator/action_log.h"
 #include "simulator/device_folder.h"
-#include "simulator/peer_protocol.h"
 
 namespace {
 
@@ -212,11 +211,11 @@ DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
 
 void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
                                  const Outcome& outcome) {
-    const auto number = static_cast<gint64>(status);
     const std::string text = printable(outcome.message);
-    logAction(call.action(), status == DeviceManagerStatus::done
-                                 ? text
-                                 : "FAILED (status " + std::to_string(number) + "): " + text);
+    logAction(call.action(),
+              status == DeviceManagerStatus::done
+                  ? text
+                  : "FAILED (status " + std::to_string(number(status)) + "): " + text);
     g_dbus_method_invocation_return_value(
-        call.invocation, g_variant_new("(xst)", number, text.c_str(), outcome.bytes));
+        call.invocation, g_variant_new("(xst)", number(status), text.c_str(), outcome.bytes));
 }

@@ -9,7 +9,7 @@
 #include <list>
 #include <string>
 
-#include "simulator/gobject_pointer.h"
+#include "simulator/peer_protocol.h"
 #include "simulator/simulated_device.h"
 #include "simulator/simulator_behaviour.h"
 

@@ -3,11 +3,18 @@
 
 #include <gio/gio.h>
 
-#include "simulator/gobject_pointer.h"
+#include <memory>
+
 #include "transfer/contract.h"
 
 constexpr const char* kDeviceManagerObject = "/deviceManager";
 constexpr const char* kDeviceManagerInterface = "com.morvane.devicemanager";
+
+struct GObjectUnref {
+    void operator()(gpointer object) const { g_object_unref(object); }
+};
+template <typename Object>
+using GObjectPointer = std::unique_ptr<Object, GObjectUnref>;
 
 inline gboolean isAnonymousMechanism(GDBusAuthObserver* /*observer*/, const char* mechanism,
                                      gpointer /*data*/) {

@@ -10,7 +10,6 @@
 #include <optional>
 #include <string>
 
-#include "simulator/peer_protocol.h"
 #include "simulator/simulated_device.h"
 #include "tests/simulator/device_manager_fixture.h"
 #include "tests/support/files/files.h"

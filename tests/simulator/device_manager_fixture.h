@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "simulator/device_error.h"
-#include "simulator/gobject_pointer.h"
+#include "simulator/peer_protocol.h"
 #include "tests/support/files/files.h"
 #include "tests/support/files/paths.h"
 #include "tests/support/process/child_process.h"
@@ -22,9 +22,6 @@
 
 namespace test_support {
 
-constexpr std::int64_t number(DeviceManagerStatus status) {
-    return static_cast<std::int64_t>(status);
-}
 inline constexpr std::int64_t kUnreachable = number(DeviceManagerStatus::unreachable);
 inline constexpr std::int64_t kNotConnected = number(DeviceManagerStatus::notConnected);
 inline constexpr std::int64_t kRefused = number(DeviceManagerStatus::refused);

@@ -11,7 +11,6 @@
 #include <future>
 #include <string>
 
-#include "simulator/peer_protocol.h"
 #include "simulator/simulated_device.h"
 #include "simulator/simulator_behaviour.h"
 #include "tests/simulator/device_manager_fixture.h"
@@ -58,7 +57,7 @@ TEST_F(DeviceManagerClient, waitsWhenDeviceHangsInJob) {
     EXPECT_EQ(job.get(), 0);
 }
 
-TEST_F(DeviceManagerClient, isDroppedWhenItHasGone) {
+TEST_F(DeviceManagerClient, losesCallWhenItDisconnects) {
     start();
     const auto peer = openConnection(kDeviceManagerEndpoint, nullptr);
     ASSERT_NE(peer, nullptr);
