@@ -21,12 +21,6 @@ using test_support::readFile;
 using test_support::TemporaryDirectory;
 using test_support::writeFile;
 
-struct GivenUp {};
-
-void giveUp(std::uint64_t /*done*/, std::uint64_t /*total*/) {
-    throw GivenUp();
-}
-
 // Bytes that do not compress.
 std::string noise(std::size_t count) {
     std::mt19937 generator(1);
@@ -140,11 +134,6 @@ TEST_F(BackupArchive, isRefusedUntilItIsWhole) {
         EXPECT_EQ(refusal(), "");
     }
     EXPECT_GT(sizes.size(), 10U);
-}
-
-TEST_F(BackupArchive, isRemovedWhenGivenUp) {
-    EXPECT_THROW(writeArchive(file_, small_, giveUp), GivenUp);
-    EXPECT_FALSE(test_support::exists(file_));
 }
 
 TEST_F(BackupArchive, isRemovedWhenStickIsFull) {
