@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <random>
-#include <sstream>
 #include <system_error>
 
 #include "simulator/device_error.h"
@@ -57,10 +56,9 @@ void createData(const fs::path& state) {
                    "[operator]\nlevel=1\n\n[service]\nlevel=5\n\n[admin]\nlevel=9\n");
     for (std::size_t i = 1; i <= kRecipeCount; ++i) {
         const std::string stem = "recipe-" + std::to_string(i);
-        std::ostringstream recipe;
-        recipe << "[Recipe]\nname=Recipe " << i << "\ntemperature=" << 60 + i
-               << "\npicture=" << stem << ".picture\n";
-        writeStateFile(data / "recipes" / (stem + ".ini"), recipe.str());
+        writeStateFile(data / "recipes" / (stem + ".ini"),
+                       "[Recipe]\nname=Recipe " + std::to_string(i) + "\ntemperature=" +
+                           std::to_string(60 + i) + "\npicture=" + stem + ".picture\n");
         writeStateFile(data / "recipes" / (stem + ".picture"),
                        noise(kPictureBytes, static_cast<unsigned>(i)));
     }

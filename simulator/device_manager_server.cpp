@@ -113,7 +113,13 @@ std::string DeviceManagerServer::Call::action() const {
 
 DeviceManagerServer::Outcome DeviceManagerServer::carryOut(const Call& call) {
     if (call.operation == kConnect) {
-        return accept(call.first);
+        if (behaviour_.now().faults.refuse) {
+            throw DeviceError(DeviceManagerStatus::refused, "connection refused");
+        }
+        if (!credentialRecord_.empty()) {
+            requireCredential(credentialRecord_, call.first);
+        }
+        return {"accepted"};
     }
     if (call.operation == "getBackupSize") {
         const auto needed = device_.backupSize(call.first);
@@ -139,16 +145,6 @@ DeviceManagerServer::Outcome DeviceManagerServer::carryOut(const Call& call) {
         return {"done, " + device_.restore(call.first, pace)};
     }
     return {"done, firmware " + device_.update(call.first, pace)};
-}
-
-DeviceManagerServer::Outcome DeviceManagerServer::accept(const std::string& credential) {
-    if (behaviour_.now().faults.refuse) {
-        throw DeviceError(DeviceManagerStatus::refused, "connection refused");
-    }
-    if (!credentialRecord_.empty()) {
-        requireCredential(credentialRecord_, credential);
-    }
-    return {"accepted"};
 }
 
 void DeviceManagerServer::order(const std::string& order, const std::string& value,

@@ -47,7 +47,6 @@ private:
                              const char* interface, const char* method, GVariant* parameters,
                              GDBusMethodInvocation* invocation, gpointer self);
 
-    Outcome accept(const std::string& credential);
     void order(const std::string& order, const std::string& value,
                GDBusMethodInvocation* invocation);
     void start(const Call& call);
