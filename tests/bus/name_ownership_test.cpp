@@ -1,4 +1,4 @@
-// The bus name: what happens when it cannot be had, and when it is lost.
+// The bus name: what happens when it cannot be owned, and when it is lost.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
