@@ -17,7 +17,7 @@ inline constexpr const char* kAppletControlName = "com.morvane.scctrl";
 inline constexpr const char* kAppletControlPath = "/scctrlIntf";
 inline constexpr const char* kAppletControlInterface = "com.morvane.scctrl";
 
-// --- Sticks: "/media/usb/USB_X60.1" to "/media/usb/USB_X60.4" ---
+// --- Sticks: mounted at "/media/usb/USB_X60.1" and so on ---
 
 inline constexpr const char* kMountBase = "/media/usb";
 inline constexpr const char* kStickPrefix = "USB_X60.";

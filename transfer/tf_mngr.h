@@ -39,7 +39,7 @@ public:
 
     // --- Sticks (usb_sticks.cpp) ---
 
-    // The mounted sticks in ascending number, at most four; a stick with any problem is left out.
+    // The mounted sticks in ascending number; a stick with any problem is left out.
     std::vector<UsbStickInfo> enumerateUsbSticks();
 
     // Whether the mount table has a /dev/sd device on `path` or on a directory whose name `path`

@@ -102,7 +102,7 @@ TEST_F(StickEnumeration, includesEveryDirectoryBelowAMountedParent) {
     const Mount parent("/media", "/dev/sda1", "tmpfs", 0, "size=3m");
     makeDirectories(stickPath(1));
     makeDirectories(stickPath(3));
-    makeDirectories(stickPath(5));
+    makeDirectories(stickPath(kLastStick + 1));
     EXPECT_THAT(names(), ElementsAre("USB_X60.1", "USB_X60.3"));
     for (const UsbStickInfo& stick : manager_.enumerateUsbSticks()) {
         EXPECT_EQ(stick.totalBytes, 3U << 20U);
