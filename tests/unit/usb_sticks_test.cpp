@@ -52,7 +52,7 @@ TEST_F(StickEnumeration, listsAscendingNumbersAndSkipsGaps) {
 
 TEST_F(StickEnumeration, ignoresNumbersOutOfRange) {
     const Stick below(kFirstStick - 1);
-    const Stick above(kLastStick + 1);
+    const Stick above(5);  // a number of its own: callers rely on the limit
     const Stick first(kFirstStick * 10);
     EXPECT_THAT(names(), IsEmpty());
 }
