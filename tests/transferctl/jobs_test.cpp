@@ -122,6 +122,7 @@ TEST_F(Job, isFreeAgainAfterARestartOfTheService) {
 
 TEST_F(Job, isStartedWithAWarningWithoutARecord) {
     stick_.addFile("a.psb");
+    std::filesystem::remove("/run/transferctl-job");  // of another test in this process
     makeDirectories("/run/transferctl-job/in-the-way");
     const CommandResult result = transferctl({"restore", "1:a.psb"});
     std::filesystem::remove_all("/run/transferctl-job");
@@ -142,7 +143,7 @@ protected:
         Job::SetUp();
         device_.orderStatus("BR.checkBackupFile", 5);
         waiting_ = std::make_unique<ChildProcess>(
-            transferctlCommand({"backup", "--wait", "--timeout", "4", "1:a.psb"}));
+            transferctlCommand({"backup", "--wait", "--timeout", "8", "1:a.psb"}));
         ASSERT_TRUE(device_.waitForCall("BR3.checkBackupFile"));
     }
 
@@ -279,7 +280,7 @@ TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
 TEST(UnansweredJob, staysOnRecord) {
     const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
                                                     {"GetDirectoryIndex", {fileOfSize(1)}}});
-    errorOf(4, {"restore", "--timeout", "0.3", "1:a.psb"});
+    errorOf(4, {"restore", "--timeout", "4", "1:a.psb"});
     EXPECT_THAT(outputOf({"status"}), HasSubstr("restore of USB_X60.1:a.psb"));
 }
 

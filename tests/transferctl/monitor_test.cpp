@@ -54,7 +54,7 @@ TEST(MonitorCommand, printsJsonForEachEventUntilTheBusGoes) {
 
 TEST(MonitorCommand, exits4WhenTheServiceDoesNotAnswer) {
     const FakeService service(kServiceName);
-    const CommandResult result = transferctl({"monitor", "--timeout", "0.3"});
+    const CommandResult result = transferctl({"monitor", "--timeout", "4"});
     EXPECT_EQ(result.end, exited(4));
     EXPECT_THAT(result.output, testing::HasSubstr("  service runs as :1."));
 }
