@@ -33,7 +33,7 @@ protected:
 };
 
 TEST_F(VeskServiceInterface, readsSettingsOfSimulatedDevice) {
-    const SimulatedDevice device(kDefaultStateFolder);
+    const ::SimulatedDevice device(kDefaultStateFolder);
     ASSERT_EQ(service_.startTransaction(true, true), 0);
     EXPECT_EQ(service_.getValue(kName, value_), 0);
     EXPECT_EQ(value_, device.name());
