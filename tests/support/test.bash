@@ -1,7 +1,7 @@
 # Sourced by tests that are scripts: each function testNAME is a test. Status 0: passed; 77: this machine
 # cannot show it, and says why; anything else: failed.
 # shellcheck shell=bash
-readonly kSkipped=77 kLimit=20
+readonly kSkipped=77 kLimit=10
 
 fail() {
     printf 'FAILED: %s\n' "$*" >&2
