@@ -1,17 +1,20 @@
 // Who may call the service, own its name and end it: the policy file under a real message bus.
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "tests/packaging/accounts.h"
 #include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/bus_daemon.h"
 #include "tests/support/bus/interface_description.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/device_double.h"
@@ -104,7 +107,7 @@ TEST(BusPolicyFile, allowsEverybodyNothingButAppletChanges) {
                                      "send_member=\"appletChanged\"/>"));
 }
 
-TEST(BusPolicyFile, isThatOfTheSandboxButForTheGroup) {
+TEST(BusPolicyFile, isInForceInSandboxButForTheGroup) {
     const std::regex group("<policy group=\"[^\"]+\">");
     const std::string installed = readFile(kPolicyFile);
     EXPECT_EQ(busGroup(installed), "plugdev");
@@ -112,34 +115,57 @@ TEST(BusPolicyFile, isThatOfTheSandboxButForTheGroup) {
                                             "<policy group=\"plugdev\">"));
 }
 
-// The policy of the build in force, with two ordinary users: "insider" is in its group.
-class BusPolicy : public testing::Test {
+// Two ordinary users beside root: the insider is in the policy's group.
+constexpr uid_t kRoot = 0;
+constexpr uid_t kInsider = 61001;
+constexpr uid_t kOutsider = 61002;
+constexpr gid_t kGroup = 62000;
+constexpr const char* kUserFile = "/etc/passwd";
+constexpr const char* kGroupFile = "/etc/group";
+
+// The policy of the build in force on a machine with these users.
+class BusAccess : public testing::Test {
 protected:
-    void SetUp() override {
-        const std::string reason = Accounts::whyUnavailable();
-        if (!reason.empty()) {
-            GTEST_SKIP() << reason;
+    explicit BusAccess(bool hasGroup = true) {
+        for (const char* const path : {kPolicyFile, kUserFile, kGroupFile}) {
+            before_[path] = readFile(path);
         }
         const std::string policy = readFile(buildPath(kBuiltPolicy));
         writeFile(kPolicyFile, policy);
-        accounts_.emplace(
-            std::vector<Account>{{"insider", 61001, groupsOfInsider(busGroup(policy))},
-                                 {"outsider", 61002, {"others"}}});
+        writeFile(kUserFile,
+                  "root:x:0:0::/:/bin/sh\n"
+                  "insider:x:61001:61001::/:/bin/sh\n"
+                  "outsider:x:61002:61002::/:/bin/sh\n");
+        writeFile(kGroupFile,
+                  "root:x:0:\n" + (hasGroup ? busGroup(policy) + ":x:62000:insider\n" : ""));
+        reloadBus();
     }
 
-    void TearDown() override {
-        if (accounts_) {
-            writeFile(kPolicyFile, before_);
-            accounts_.reset();
+    ~BusAccess() override {
+        for (const auto& [path, bytes] : before_) {
+            writeFile(path, bytes);
+        }
+        reloadBus();
+    }
+
+    void SetUp() override {
+        std::istringstream map(readFile("/proc/self/uid_map"));
+        unsigned long inside = 0;
+        unsigned long outside = 0;
+        unsigned long users = 0;
+        map >> inside >> outside >> users;
+        if (users <= 1) {
+            GTEST_SKIP() << "the sandbox's user namespace has just one user, as it is not root's";
         }
     }
 
-    virtual std::vector<std::string> groupsOfInsider(const std::string& busGroup) const {
-        return {busGroup, "others"};
-    }
-
-    std::unique_ptr<SystemBus> connectAs(const std::string& user) const {
-        return accounts_->connectAs(user);
+    // A client that the bus takes for this user. The test itself stays root.
+    static std::unique_ptr<SystemBus> connectAs(uid_t user) {
+        const gid_t group = user == kInsider ? kGroup : user;
+        EXPECT_TRUE(setgroups(1, &group) == 0 && setegid(user) == 0 && seteuid(user) == 0);
+        auto bus = std::make_unique<SystemBus>();
+        EXPECT_TRUE(seteuid(kRoot) == 0 && setegid(kRoot) == 0);
+        return bus;
     }
 
     // Starts the service, with doubles of the device libraries.
@@ -148,9 +174,7 @@ protected:
         return service_->waitUntilAnswers();
     }
 
-    bool serviceAnswers() const {
-        return connectAs("root")->transfer("GetUSBStickDetails").error.empty();
-    }
+    bool serviceAnswers() const { return SystemBus().transfer("GetUSBStickDetails").error.empty(); }
 
     // The errors with which these calls without arguments are answered. One that arrives and wants
     // arguments is answered by the service with InvalidArgs, and nothing is done.
@@ -165,71 +189,52 @@ protected:
         return errors;
     }
 
-    const std::string before_ = readFile(kPolicyFile);
-    std::optional<Accounts> accounts_;
+    std::map<std::string, std::string> before_;  // files by path
     DeviceDouble device_;
     std::optional<ServiceProcess> service_;
 };
 
-// One row of the matrix: a user calls every member there is.
-class Caller : public BusPolicy {
-protected:
-    void expectEachToArrive(const std::string& user) {
-        ASSERT_TRUE(startService());
-        const std::unique_ptr<SystemBus> bus = connectAs(user);
-        for (const Member& member : allMembers()) {
-            EXPECT_EQ(errorsOf(*bus, {member}).count(kAccessDenied), 0U)
-                << testing::PrintToString(member);
-        }
-        EXPECT_EQ(bus->transfer("GetUSBStickDetails").text(), "(@av [],)");
-    }
-
-    // Members that the interfaces lack, other interfaces, and no interface.
-    void expectNothingElseToBeAnswered(const std::string& user) {
-        ASSERT_TRUE(startService());
-        const std::unique_ptr<SystemBus> bus = connectAs(user);
-        const auto errorOf = [&bus](const char* interface, const char* method) {
-            return bus->call(kTransferPath, interface, method).error;
-        };
-        EXPECT_EQ(errorOf(kTransferInterface, "Eject"), kUnknownMethod);
-        EXPECT_EQ(errorOf("org.freedesktop.DBus.Peer", "Pong"), kUnknownMethod);
-        EXPECT_EQ(errorOf("org.freedesktop.DBus.ObjectManager", "GetManagedObjects"),
-                  kAccessDenied);
-        EXPECT_EQ(errorOf("com.morvane.other", "Get"), kAccessDenied);
-        EXPECT_EQ(errorOfCallWithoutInterface(*bus), kAccessDenied);
-    }
-
-    static std::string errorOfCallWithoutInterface(const SystemBus& bus) {
-        const ObjectPtr<GDBusMessage> message(g_dbus_message_new_method_call(
-            kServiceName, kTransferPath, nullptr, "GetUSBStickDetails"));
-        const ObjectPtr<GDBusMessage> reply(g_dbus_connection_send_message_with_reply_sync(
-            bus.connection(), message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, -1, nullptr, nullptr,
-            nullptr));
-        const char* const name =
-            reply != nullptr ? g_dbus_message_get_error_name(reply.get()) : nullptr;
-        return name != nullptr ? name : "";
-    }
-};
-
-TEST_F(Caller, reachesEveryMemberInsideTheGroup) {
-    expectEachToArrive("insider");
+std::string errorOfCallWithoutInterface(const SystemBus& bus) {
+    const ObjectPtr<GDBusMessage> message(
+        g_dbus_message_new_method_call(kServiceName, kTransferPath, nullptr, "GetUSBStickDetails"));
+    const ObjectPtr<GDBusMessage> reply(g_dbus_connection_send_message_with_reply_sync(
+        bus.connection(), message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, -1, nullptr, nullptr,
+        nullptr));
+    const char* const name =
+        reply != nullptr ? g_dbus_message_get_error_name(reply.get()) : nullptr;
+    return name != nullptr ? name : "";
 }
 
-TEST_F(Caller, reachesEveryMemberAsRoot) {
-    expectEachToArrive("root");
-}
+class AllowedCaller : public BusAccess, public testing::WithParamInterface<uid_t> {};
+INSTANTIATE_TEST_SUITE_P(Users, AllowedCaller, testing::Values(kRoot, kInsider));
 
-TEST_F(Caller, reachesNothingElseInsideTheGroup) {
-    expectNothingElseToBeAnswered("insider");
-}
-
-TEST_F(Caller, reachesNothingElseAsRoot) {
-    expectNothingElseToBeAnswered("root");
-}
-
-TEST_F(Caller, reachesNoMemberOutsideTheGroup) {
+TEST_P(AllowedCaller, reachesEveryMember) {
     ASSERT_TRUE(startService());
-    const std::unique_ptr<SystemBus> bus = connectAs("outsider");
+    const std::unique_ptr<SystemBus> bus = connectAs(GetParam());
+    for (const Member& member : allMembers()) {
+        EXPECT_EQ(errorsOf(*bus, {member}).count(kAccessDenied), 0U)
+            << testing::PrintToString(member);
+    }
+    EXPECT_EQ(bus->transfer("GetUSBStickDetails").text(), "(@av [],)");
+}
+
+// Members that the interfaces lack, other interfaces, and no interface.
+TEST_P(AllowedCaller, reachesNothingElse) {
+    ASSERT_TRUE(startService());
+    const std::unique_ptr<SystemBus> bus = connectAs(GetParam());
+    const auto errorOf = [&bus](const char* interface, const char* method) {
+        return bus->call(kTransferPath, interface, method).error;
+    };
+    EXPECT_EQ(errorOf(kTransferInterface, "Eject"), kUnknownMethod);
+    EXPECT_EQ(errorOf("org.freedesktop.DBus.Peer", "Pong"), kUnknownMethod);
+    EXPECT_EQ(errorOf("org.freedesktop.DBus.ObjectManager", "GetManagedObjects"), kAccessDenied);
+    EXPECT_EQ(errorOf("com.morvane.other", "Get"), kAccessDenied);
+    EXPECT_EQ(errorOfCallWithoutInterface(*bus), kAccessDenied);
+}
+
+TEST_F(BusAccess, isDeniedOutsideTheGroup) {
+    ASSERT_TRUE(startService());
+    const std::unique_ptr<SystemBus> bus = connectAs(kOutsider);
     for (const Member& member : allMembers()) {
         EXPECT_EQ(errorsOf(*bus, {member}), std::set<std::string>{kAccessDenied})
             << testing::PrintToString(member);
@@ -238,35 +243,35 @@ TEST_F(Caller, reachesNoMemberOutsideTheGroup) {
     EXPECT_THAT(device_.calls(), testing::IsEmpty());
 }
 
-TEST_F(BusPolicy, letsOnlyRootOwnName) {
-    for (const char* const user : {"insider", "outsider"}) {
+TEST_F(BusAccess, letsOnlyRootOwnName) {
+    for (const uid_t user : {kInsider, kOutsider}) {
         const Reply reply =
             connectAs(user)->call("/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
                                   g_variant_new("(su)", kServiceName, 0U), "org.freedesktop.DBus");
         EXPECT_EQ(reply.error, kAccessDenied) << user;
     }
-    EXPECT_TRUE(connectAs("root")->ownName(kServiceName));
+    EXPECT_TRUE(SystemBus().ownName(kServiceName));
 }
 
-TEST_F(BusPolicy, letsNobodyTakeNameFromService) {
+TEST_F(BusAccess, letsNobodyTakeNameFromService) {
     ASSERT_TRUE(startService());
-    for (const char* const user : {"insider", "outsider"}) {
+    for (const uid_t user : {kInsider, kOutsider}) {
         EXPECT_FALSE(connectAs(user)->ownName(kServiceName, kReplaceExisting)) << user;
     }
     EXPECT_TRUE(serviceAnswers());
 }
 
-TEST_F(BusPolicy, letsAppletControlBeHeard) {
+TEST_F(BusAccess, letsAppletControlBeHeard) {
     ASSERT_TRUE(startService());
     const AppletControl appletControl;
     appletControl.emitAppletChanged(257);
     EXPECT_TRUE(service_->waitForOutput("appletHasChanged() Signal received with ID 257"));
 }
 
-TEST_F(BusPolicy, letsNobodyPlayAppletControl) {
+TEST_F(BusAccess, letsNobodyPlayAppletControl) {
     const AppletControl appletControl;
     ASSERT_TRUE(startService());
-    for (const char* const user : {"insider", "outsider"}) {
+    for (const uid_t user : {kInsider, kOutsider}) {
         connectAs(user)->emitSignal(kAppletControlPath, kAppletControlInterface, "appletChanged",
                                     g_variant_new("(i)", 256));
     }
@@ -275,16 +280,14 @@ TEST_F(BusPolicy, letsNobodyPlayAppletControl) {
 }
 
 // A machine that has no group of the name.
-class BusPolicyWithoutGroup : public BusPolicy {
+class BusAccessWithoutGroup : public BusAccess {
 protected:
-    std::vector<std::string> groupsOfInsider(const std::string& /*busGroup*/) const override {
-        return {"others"};
-    }
+    BusAccessWithoutGroup() : BusAccess(false) {}
 };
 
-TEST_F(BusPolicyWithoutGroup, servesRootAlone) {
+TEST_F(BusAccessWithoutGroup, servesRootAlone) {
     ASSERT_TRUE(startService());
-    for (const char* const user : {"insider", "outsider"}) {
+    for (const uid_t user : {kInsider, kOutsider}) {
         EXPECT_EQ(errorsOf(*connectAs(user), allMembers()), std::set<std::string>{kAccessDenied})
             << user;
     }
