@@ -244,9 +244,8 @@ tellAppletControl() {
 # the process that calls this.
 startService() {
     # The service flushes only to a terminal, and its lines are wanted as they are written.
-    setpriv --pdeathsig KILL script --quiet --flush --return --command "stty -opost; exec $(
-        printf '%q ' "${emulator[@]}" "$build/pid-namespace" -- "${emulator[@]}" "$build/com-morvane-transfer-service"
-    )" /dev/null </dev/null >>"$kLogs/service" 2>&1 &
+    "${emulator[@]}" "$build/pid-namespace" --terminal -- "${emulator[@]}" "$build/com-morvane-transfer-service" \
+        </dev/null >>"$kLogs/service" 2>&1 &
     namespace=$!
     printf '%d\n' "$namespace" >"$kRun/namespace.pid"
     if ! waitUntil "$kLimit" serviceAnswersOrEnded "$namespace" || isGone "$namespace"; then

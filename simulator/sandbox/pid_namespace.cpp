@@ -13,28 +13,23 @@
 // The program ends when no process is left in it, with COMMAND's status (128 + N for signal N).
 // Everything in it dies with this program, and this program with its caller. Status 125: no
 // namespace was made; 127: COMMAND could not be run.
-#include <dirent.h>
 #include <fcntl.h>
+#include <getopt.h>
 #include <poll.h>
+#include <pty.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <memory>
 #include <string>
-#include <string_view>
 
 #include "simulator/sandbox/inside_sandbox.h"
 
@@ -44,10 +39,6 @@ constexpr int kNoNamespace = 125;
 constexpr int kCannotRun = 127;
 constexpr int kSignalBase = 128;
 constexpr useconds_t kGuestPollMicroseconds = 10000;
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 struct Arguments {
     int reportFd = -1;
@@ -64,31 +55,25 @@ struct Arguments {
     refuse(what + ": " + std::strerror(errno));
 }
 
-int parseDescriptor(std::string_view text) {
-    int fd = -1;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), fd);
-    if (result.ec != std::errc() || result.ptr != text.data() + text.size() ||
-        fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) {
-        refuse("--report needs an open file descriptor, not " + std::string(text));
-    }
-    return fd;
-}
-
 Arguments parse(int argc, char** argv) {
+    static const std::array<option, 3> kOptions{
+        {{"report", required_argument, nullptr, 'r'}, {"terminal", no_argument, nullptr, 't'}, {}}};
     Arguments result;
-    int next = 1;
-    if (next + 1 < argc && std::strcmp(argv[next], "--report") == 0) {
-        result.reportFd = parseDescriptor(argv[next + 1]);
-        next += 2;
+    int letter = 0;
+    while ((letter = getopt_long(argc, argv, "+", kOptions.data(), nullptr)) != -1) {
+        if (letter == 't') {
+            result.terminal = true;
+            continue;
+        }
+        result.reportFd = letter == 'r' ? std::atoi(optarg) : -1;
+        if (result.reportFd <= STDERR_FILENO || fcntl(result.reportFd, F_SETFD, FD_CLOEXEC) != 0) {
+            refuse("the options are --report with an open descriptor, and --terminal");
+        }
     }
-    if (next < argc && std::strcmp(argv[next], "--terminal") == 0) {
-        result.terminal = true;
-        ++next;
-    }
-    if (next + 1 >= argc || std::strcmp(argv[next], "--") != 0) {
+    if (optind == argc) {
         refuse("usage: pid-namespace [--report FD] [--terminal] -- COMMAND [ARG...]");
     }
-    result.command = argv + next + 1;
+    result.command = argv + optind;
     return result;
 }
 
@@ -96,62 +81,23 @@ int exitStatusOf(int waitStatus) {
     return WIFSIGNALED(waitStatus) ? kSignalBase + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
 }
 
-void report(int fd, const char* what, pid_t pid, const int* number) {
-    if (fd < 0) {
-        return;
-    }
-    std::string line = std::string(what) + " " + std::to_string(pid);
-    if (number != nullptr) {
-        line += " " + std::to_string(*number);
-    }
-    line += "\n";
-    // A reader that has gone away wants no report.
-    [[maybe_unused]] const ssize_t written = write(fd, line.data(), line.size());
-}
-
-void reportEnd(int fd, pid_t pid, int waitStatus) {
-    const int number = WIFSIGNALED(waitStatus) ? WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
-    report(fd, WIFSIGNALED(waitStatus) ? "signal" : "exit", pid, &number);
-}
-
-bool isZombie(const std::string& pid) {
-    std::ifstream stat("/proc/" + pid + "/stat");
-    std::string text;
-    std::getline(stat, text);
-    const std::size_t end = text.rfind(") ");
-    return end == std::string::npos || text[end + 2] == 'Z' || text[end + 2] == 'X';
-}
-
-// Whether a process that entered the namespace from outside (and is reaped there) still runs.
-bool guestsLeft() {
-    const std::unique_ptr<DIR, CloseDirectory> proc(opendir("/proc"));
-    if (proc == nullptr) {
-        return false;
-    }
-    while (const dirent* entry = readdir(proc.get())) {
-        const std::string name = entry->d_name;
-        const bool isProcess = name.find_first_not_of("0123456789") == std::string::npos;
-        if (isProcess && name != "1" && !isZombie(name)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-// Reaps until the namespace is empty; returns the wait status of `command`.
+// Reaps until the namespace is empty; returns the wait status of `command`. Who entered the
+// namespace from outside is reaped there, and polled for here.
 int reapAll(pid_t command, int reportFd) {
     int result = 0;
     for (;;) {
         int status = 0;
         const pid_t pid = waitpid(-1, &status, 0);
-        if (pid > 0) {
-            reportEnd(reportFd, pid, status);
-            result = pid == command ? status : result;
-        } else if (errno == ECHILD && !guestsLeft()) {
-            return result;
-        } else if (errno == ECHILD) {
+        if (pid > 0 && WIFSIGNALED(status)) {
+            dprintf(reportFd, "signal %d %d\n", pid, WTERMSIG(status));
+        } else if (pid > 0) {
+            dprintf(reportFd, "exit %d %d\n", pid, WEXITSTATUS(status));
+        } else if (kill(-1, 0) == 0) {
             usleep(kGuestPollMicroseconds);
+        } else {
+            return result;
         }
+        result = pid == command ? status : result;
     }
 }
 
@@ -159,11 +105,7 @@ int reapAll(pid_t command, int reportFd) {
 void dropStandardStreams() {
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (null >= 0) {
-            dup2(null, fd);
-        } else {
-            close(fd);
-        }
+        dup2(null, fd);
     }
 }
 
@@ -197,7 +139,7 @@ void dieWithParent(int parentAlive) {
     if (command == 0) {
         runCommand(arguments.command);
     }
-    report(arguments.reportFd, "start", command, nullptr);
+    dprintf(arguments.reportFd, "start %d\n", command);
     dropStandardStreams();
     _exit(exitStatusOf(reapAll(command, arguments.reportFd)));
 }
@@ -210,54 +152,23 @@ struct Terminal {
 
 Terminal openTerminal() {
     Terminal result;
-    result.reader = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (result.reader < 0 || grantpt(result.reader) != 0 || unlockpt(result.reader) != 0) {
-        refuseWithErrno("cannot make a terminal");
-    }
-    result.writer = open(ptsname(result.reader), O_RDWR | O_NOCTTY | O_CLOEXEC);
     termios settings{};
-    if (result.writer < 0 || tcgetattr(result.writer, &settings) != 0) {
-        refuseWithErrno("cannot open the terminal");
+    if (openpty(&result.reader, &result.writer, nullptr, nullptr, nullptr) != 0 ||
+        tcgetattr(result.writer, &settings) != 0) {
+        refuseWithErrno("cannot open a terminal");
     }
     cfmakeraw(&settings);
-    if (tcsetattr(result.writer, TCSANOW, &settings) != 0) {
-        refuseWithErrno("cannot set the terminal up");
-    }
+    tcsetattr(result.writer, TCSANOW, &settings);
     return result;
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(fd, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-    }
-    return true;
-}
-
-// Until nobody has the terminal any more. What a reader that has gone away does not take is lost,
-// and the namespace goes on.
+// Until nobody has the terminal any more.
 void passOn(int terminal) {
     std::array<char, 4096> buffer{};
-    bool wanted = true;
-    for (;;) {
-        const ssize_t got = read(terminal, buffer.data(), buffer.size());
-        if (got > 0) {
-            wanted =
-                wanted && writeAll(STDOUT_FILENO, {buffer.data(), static_cast<std::size_t>(got)});
-        } else if (got == 0 || errno != EINTR) {
-            return;
-        }
+    ssize_t got = 0;
+    while ((got = read(terminal, buffer.data(), buffer.size())) > 0 &&
+           write(STDOUT_FILENO, buffer.data(), static_cast<std::size_t>(got)) == got) {
     }
-}
-
-int waitFor(pid_t pid) {
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    return exitStatusOf(status);
 }
 
 }  // namespace
@@ -273,13 +184,9 @@ int main(int argc, char** argv) {
     if (pipe2(alive.data(), O_CLOEXEC) != 0) {
         refuseWithErrno("cannot make a pipe");
     }
-    Terminal terminal;
-    if (arguments.terminal) {
-        terminal = openTerminal();
-    }
-    // Shared, so that the namespace's copy of every mount follows the sandbox's.
-    if (mount("none", "/", nullptr, MS_REC | MS_SHARED, nullptr) != 0 ||
-        unshare(CLONE_NEWNS | CLONE_NEWPID) != 0) {
+    const Terminal terminal = arguments.terminal ? openTerminal() : Terminal{};
+    // The sandbox's mounts are shared, so that the namespace's copies follow them.
+    if (unshare(CLONE_NEWNS | CLONE_NEWPID) != 0) {
         refuseWithErrno("cannot make the namespaces");
     }
     const pid_t init = fork();
@@ -292,18 +199,18 @@ int main(int argc, char** argv) {
         if (arguments.terminal) {
             dup2(terminal.writer, STDOUT_FILENO);
             close(terminal.writer);
+            close(terminal.reader);
         }
         runInit(arguments);
     }
     close(alive[0]);
-    if (arguments.reportFd >= 0) {
-        close(arguments.reportFd);
-    }
+    close(arguments.reportFd);
+    close(terminal.writer);
     if (arguments.terminal) {
-        close(terminal.writer);
-        signal(SIGPIPE, SIG_IGN);
         passOn(terminal.reader);
     }
     dropStandardStreams();
-    _exit(waitFor(init));
+    int status = 0;
+    waitpid(init, &status, 0);
+    _exit(exitStatusOf(status));
 }

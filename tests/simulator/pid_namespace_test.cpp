@@ -48,13 +48,6 @@ TEST(PidNamespace, passesTerminalOutputUnchanged) {
     EXPECT_EQ(result.end, exited(4));
 }
 
-TEST(PidNamespace, goesOnWithoutReaderOfTerminal) {
-    const CommandResult result = runCommand(runnableAfter(
-        {"sh", "-c", "{ \"$@\"; echo \"status $?\" >&2; } | true", "sh"},
-        buildPath("pid-namespace"), {"--terminal", "--", "sh", "-c", "seq 100000; exit 4"}));
-    EXPECT_EQ(result.error, "status 4\n");
-}
-
 TEST(PidNamespace, namesCommandThatCannotRun) {
     const CommandResult result = runProgram({"--", "/no/such/program"});
     EXPECT_EQ(result.end, exited(127));
@@ -63,12 +56,12 @@ TEST(PidNamespace, namesCommandThatCannotRun) {
 }
 
 TEST(PidNamespace, refusesWrongArguments) {
-    for (const std::vector<std::string>& arguments :
-         std::vector<std::vector<std::string>>{{},
-                                               {"--"},
-                                               {"true"},
-                                               {"--report", "x", "--", "true"},
-                                               {"--report", "99", "--", "true"}}) {
+    const std::vector<std::vector<std::string>> cases = {{},
+                                                         {"--"},
+                                                         {"--nonsense", "--", "true"},
+                                                         {"--report", "x", "--", "true"},
+                                                         {"--report", "99", "--", "true"}};
+    for (const std::vector<std::string>& arguments : cases) {
         const CommandResult result = runProgram(arguments);
         EXPECT_EQ(result.end, exited(125)) << testing::PrintToString(arguments);
         EXPECT_NE(result.error, "");
