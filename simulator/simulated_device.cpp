@@ -4,9 +4,8 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 #include <regex>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -18,22 +17,16 @@ namespace fs = std::filesystem;
 
 constexpr const char* kFirmwareKind = "firmware";
 
-// What an archive of a kind holds: files below these folders of the state folder.
-const std::map<std::string, std::vector<std::string>>& backupKinds() {
+// What a backup of this kind holds: files below these folders of the state folder. Empty for an
+// unknown kind.
+std::vector<std::string> foldersOf(const std::string& kind) {
     static const std::map<std::string, std::vector<std::string>> kKinds = {
         {"fullbackup", {"data/settings", "data/recipes", "data/users"}},
         {"recipes", {"data/recipes"}},
         {"userdatabase", {"data/users"}},
     };
-    return kKinds;
-}
-
-const std::vector<std::string>& foldersOf(const std::string& kind) {
-    const auto found = backupKinds().find(kind);
-    if (found == backupKinds().end()) {
-        throw DeviceError(DeviceManagerStatus::unknownKind, "unknown backup kind");
-    }
-    return found->second;
+    const auto found = kKinds.find(kind);
+    return found == kKinds.end() ? std::vector<std::string>() : found->second;
 }
 
 [[noreturn]] void refuse(const std::string& reason) {
@@ -59,13 +52,12 @@ bool isBelow(const std::string& name, const std::string& folder) {
 }
 
 void requireBackup(const Archive& content) {
-    const auto kind = backupKinds().find(content.kind);
+    const auto folders = foldersOf(content.kind);
     const auto belongs = [&](const auto& member) {
-        return std::any_of(kind->second.begin(), kind->second.end(),
+        return std::any_of(folders.begin(), folders.end(),
                            [&](const auto& folder) { return isBelow(member.first, folder); });
     };
-    if (kind == backupKinds().end() ||
-        !std::all_of(content.members.begin(), content.members.end(), belongs)) {
+    if (folders.empty() || !std::all_of(content.members.begin(), content.members.end(), belongs)) {
         refuse("not a backup");
     }
 }
@@ -88,18 +80,11 @@ void unpack(const Archive& content, const OpenFile& file, const fs::path& folder
     step();
 }
 
-std::array<unsigned long, 4> parseVersion(const std::string& text) {
+void requireVersion(const std::string& text) {
     static const std::regex kVersion("[0-9]{1,9}(\\.[0-9]{1,9}){0,3}");
     if (!std::regex_match(text, kVersion)) {
         refuse("not a version");
     }
-    std::array<unsigned long, 4> numbers{};
-    std::istringstream stream(text);
-    std::string number;
-    for (std::size_t i = 0; std::getline(stream, number, '.'); ++i) {
-        numbers.at(i) = std::stoul(number);
-    }
-    return numbers;
 }
 
 std::string summary(const Archive& content) {
@@ -117,12 +102,8 @@ std::unique_lock<std::mutex> beginJob(std::mutex& job) {
 
 }  // namespace
 
-bool isNewerVersion(const std::string& left, const std::string& right) {
-    return parseVersion(left) > parseVersion(right);
-}
-
 void writeUpdateFile(const std::string& path, const std::string& version) {
-    parseVersion(version);  // throws
+    requireVersion(version);
     writeArchive(
         path,
         {kFirmwareKind, "Morvane-X60", now(), version, {{kPayloadFile, firmwarePayload(version)}}});
@@ -144,7 +125,7 @@ std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) 
     const OpenFile file(requireAbsolute(path), "rbe");
     const Archive content = readArchive(file);
     requireBackup(content);
-    const auto& folders = foldersOf(content.kind);
+    const auto folders = foldersOf(content.kind);
     const StagingFolder staging(state_);
     unpack(content, file, staging.path(), pace);
     for (const std::string& folder : folders) {
@@ -200,7 +181,11 @@ std::string SimulatedDevice::name() const {
 // What a backup of this kind holds now.
 Archive SimulatedDevice::collect(const std::string& kind) const {
     Archive content = {kind, name(), now(), firmwareVersion(), {}};
-    for (const std::string& folder : foldersOf(kind)) {
+    const auto folders = foldersOf(kind);
+    if (folders.empty()) {
+        throw DeviceError(DeviceManagerStatus::unknownKind, "unknown backup kind");
+    }
+    for (const std::string& folder : folders) {
         if (!fs::exists(state_ / folder)) {
             continue;
         }
@@ -224,7 +209,8 @@ void SimulatedDevice::requireInstallable(const Archive& content) const {
         refuse("not an update");
     }
     const std::string installed = firmwareVersion();
-    if (!isNewerVersion(content.firmware, installed)) {
+    requireVersion(content.firmware);
+    if (strverscmp(content.firmware.c_str(), installed.c_str()) <= 0) {
         refuse("version " + content.firmware + " is not newer than " + installed);
     }
 }

@@ -10,10 +10,6 @@
 #include "simulator/backup_archive.h"
 #include "simulator/device_error.h"
 
-// True when version `left` ("1.10.2": up to four numbers with dots) is newer than `right`; absent
-// numbers count as 0. Throws DeviceError for anything that is not a version.
-bool isNewerVersion(const std::string& left, const std::string& right);
-
 // Writes an update file that installs `version`. Throws DeviceError.
 void writeUpdateFile(const std::string& path, const std::string& version);
 

@@ -269,24 +269,22 @@ TEST_F(SimulatedDevice, leavesFirmwareOutOfBackup) {
     EXPECT_EQ(device_.firmwareVersion(), "2.0");
 }
 
-TEST(FirmwareVersion, comparesNumberByNumber) {
-    for (const auto& [newer, older] :
-         {std::pair{"1.10", "1.9"}, std::pair{"2", "1.99.99.99"}, std::pair{"1.0.0.1", "1"},
-          std::pair{"10.0", "9.0"}, std::pair{"0.0.1", "0"}}) {
-        EXPECT_TRUE(isNewerVersion(newer, older)) << newer;
-        EXPECT_FALSE(isNewerVersion(older, newer)) << newer;
+TEST_F(SimulatedDevice, comparesVersionsNumberByNumber) {
+    for (const std::string version : {"1.4.0.1", "1.10", "2", "10.0"}) {
+        writeUpdateFile(updateFile_, version);
+        EXPECT_EQ(updateStatus(updateFile_), kDone) << version;
     }
-    EXPECT_FALSE(isNewerVersion("1.2", "1.2.0.0"));
-    EXPECT_FALSE(isNewerVersion("1.2.0.0", "1.2"));
-    EXPECT_FALSE(isNewerVersion("01.2", "1.2"));
+    writeUpdateFile(updateFile_, "9.99.99.99");
+    EXPECT_EQ(updateStatus(updateFile_), kUnusable);
 }
 
-TEST(FirmwareVersion, refusesWhatIsNoVersion) {
+TEST(UpdateFile, isNotWrittenWithoutVersion) {
+    const TemporaryDirectory folder;
+    const std::string file = folder.path("a.fwf");
     for (const char* text : {"", ".", "1.", ".1", "1..2", "1.2.3.4.5", "-1", "1.2a", " 1", "v1",
                              "1\n", "1234567890"}) {
-        EXPECT_THROW(isNewerVersion(text, "1"), DeviceError) << text;
-        EXPECT_THROW(isNewerVersion("1", text), DeviceError) << text;
-        EXPECT_THROW(writeUpdateFile("/nonexistent/a.fwf", text), DeviceError) << text;
+        EXPECT_THROW(writeUpdateFile(file, text), DeviceError) << text;
+        EXPECT_FALSE(exists(file)) << text;
     }
 }
 
