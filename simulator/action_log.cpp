@@ -6,20 +6,7 @@
 #include <cstdio>
 
 std::string printable(const std::string& text) {
-    std::string shown;
-    const char* const end = text.data() + text.size();
-    for (const char* at = text.data(); at < end;) {
-        const gunichar character = g_utf8_get_char_validated(at, end - at);
-        if (character < static_cast<gunichar>(-2) && g_unichar_isprint(character) != FALSE) {
-            const char* const next = g_utf8_next_char(at);
-            shown.append(at, next);
-            at = next;
-        } else {
-            g_autofree char* escape = g_strdup_printf("\\x%02x", static_cast<guchar>(*at));
-            shown += escape;
-            ++at;
-        }
-    }
+    g_autofree char* shown = g_strescape(text.c_str(), "\"");
     return shown;
 }
 

@@ -3,8 +3,7 @@
 
 #include <string>
 
-// `text` with everything that is not printable shown as escapes, so that any bytes may go to a
-// terminal and into a UTF-8 text.
+// `text` with escapes such as \033 for every byte but printable ASCII.
 std::string printable(const std::string& text);
 
 // Prints one line (time, action, outcome) at once. Any thread.

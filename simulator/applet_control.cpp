@@ -30,14 +30,13 @@ void fail(AppletControl* control, const std::string& reason) {
     g_main_loop_quit(control->loop);
 }
 
-void setProperty(void (*set)(MorvaneScctrl*, const char*), MorvaneScctrl* object,
-                 const std::string& line) {
+void setProperty(MorvaneScctrl* object, const char* property, const std::string& line) {
     const std::string text = line.substr(line.find('=') + 1);
     if (g_utf8_validate(text.c_str(), -1, nullptr) == FALSE) {
         say("no text for a property: " + line);
         return;
     }
-    set(object, text.c_str());
+    g_object_set(object, property, text.c_str(), nullptr);
     say(line);
 }
 
@@ -53,9 +52,9 @@ void announce(MorvaneScctrl* object, const std::string& line) {
 
 void follow(MorvaneScctrl* object, const std::string& line) {
     if (line.rfind("organizationName=", 0) == 0) {
-        setProperty(morvane_scctrl_set_organization_name, object, line);
+        setProperty(object, "organization-name", line);
     } else if (line.rfind("organizationDomain=", 0) == 0) {
-        setProperty(morvane_scctrl_set_organization_domain, object, line);
+        setProperty(object, "organization-domain", line);
     } else {
         announce(object, line);
     }

@@ -141,10 +141,9 @@ OpenFile::OpenFile(std::string path, const char* mode)
 }
 
 bool OpenFile::isInPlace() const {
-    struct stat opened {};
-    struct stat named {};
-    return fstat(fileno(file_.get()), &opened) == 0 && stat(path_.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+    std::error_code gone;
+    const auto opened = "/proc/self/fd/" + std::to_string(fileno(file_.get()));
+    return std::filesystem::equivalent(path_, opened, gone);
 }
 
 void OpenFile::requireInPlace() const {

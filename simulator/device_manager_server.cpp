@@ -2,7 +2,6 @@
 #include "simulator/device_manager_server.h"
 
 #include <exception>
-#include <map>
 #include <system_error>
 #include <utility>
 
@@ -96,19 +95,12 @@ void DeviceManagerServer::onMethodCall(GDBusConnection* /*peer*/, const char* /*
     server.start({invocation, operation, textAt(0), textAt(1)});
 }
 
+// Without the credential of a connect.
 std::string DeviceManagerServer::Call::action() const {
-    static const std::map<std::string, const char*> kWords = {
-        {"restore", "restore from "},
-        {"update", "update from "},
-        {"getBackupSize", "size of backup "},
-        {"checkBackupFile", "check backup file "},
-        {"checkFirmwareFile", "check firmware file "},
-    };
-    if (operation == "backup") {
-        return "backup " + second + " to " + first;
+    if (operation == kConnect) {
+        return operation;
     }
-    const auto words = kWords.find(operation);
-    return words == kWords.end() ? operation : words->second + first;
+    return operation + " " + first + (second.empty() ? "" : " " + second);
 }
 
 DeviceManagerServer::Outcome DeviceManagerServer::carryOut(const Call& call) {

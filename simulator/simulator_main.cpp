@@ -167,13 +167,13 @@ int run(const Options& o) {
     if (o.makeUpdate != nullptr) {
         writeUpdateFile(o.firstWord(), o.makeUpdate);
     } else if (o.order != nullptr) {
-        std::printf("%s\n", printable(giveOrder(o.port, o.order, o.firstWord())).c_str());
+        std::printf("%s\n", giveOrder(o.port, o.order, o.firstWord()).c_str());
     } else if (o.listOrders != FALSE) {
         listOrders();
     } else if (o.setName != nullptr) {
         setDeviceName(o.state, o.setName);
     } else if (o.printName != FALSE) {
-        std::printf("%s\n", printable(deviceName(o.state)).c_str());
+        std::printf("%s\n", deviceName(o.state).c_str());
     } else {
         return serve(o);
     }

@@ -23,7 +23,7 @@ TEST(SimulatedAppletControl, logsLinesThatMakeNoSense) {
     EXPECT_EQ(result.end, test_support::exited(0));
     for (const std::string line :
          {"no applet id: x", "no applet id: ", "no applet id: 2147483648", "no applet id: 1 ",
-          "no applet id: other=1", "no text for a property: organizationName=\\xff"}) {
+          "no applet id: other=1", "no text for a property: organizationName=\\377"}) {
         EXPECT_THAT(result.output, testing::HasSubstr(": " + line + "\n"));
     }
 }

@@ -155,7 +155,7 @@ TEST_F(DeviceManagerClient, backsUpChecksAndRestores) {
     writeFile(recipe(), "changed");
     EXPECT_EQ(controller->restore(file_.c_str()), 0);
     EXPECT_EQ(readFile(recipe()), before);
-    EXPECT_TRUE(simulator_->waitForOutput("restore from " + file_ + ": done"));
+    EXPECT_TRUE(simulator_->waitForOutput("restore " + file_ + ": done"));
 }
 
 TEST_F(DeviceManagerClient, passesRefusalsOn) {
@@ -187,7 +187,7 @@ TEST_F(DeviceManagerClient, passesAnyBytesInFileNames) {
     const BackupRestore controller = connected();
     EXPECT_EQ(controller->backup(path.c_str(), "recipes"), 0);
     EXPECT_EQ(controller->checkBackupFile(path.c_str()), 0);
-    EXPECT_TRUE(simulator_->waitForOutput("\\xff\\x1b[31m\\x0a'\".psb: done"));
+    EXPECT_TRUE(simulator_->waitForOutput("\\377\\033[31m\\n'\".psb recipes: done"));
 }
 
 TEST_F(DeviceManagerClient, updatesFirmware) {
