@@ -2,9 +2,7 @@
 #include "service/daemonize.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,9 +12,9 @@
 #include <string>
 
 #include "tests/support/process/child_process.h"
-#include "tests/support/process/restrictions.h"
 #include "tests/support/process/start_semaphores.h"
 #include "tests/support/process/waiting.h"
+#include "tests/unit/watched_calls.h"
 
 namespace test_support {
 namespace {
@@ -24,9 +22,6 @@ namespace {
 constexpr const char* kFirstLine = "[NFO] DBus service will be started as daemon\n";
 constexpr const char* kLastLine = "[NFO] Exiting parent process\n";
 constexpr const char* kEndedEarly = "The service ended before it was ready.\n";
-
-// What tells the C library's fork from the other uses of the call.
-constexpr std::uint32_t kForkFlags = CLONE_CHILD_SETTID | CLONE_CHILD_CLEARTID | SIGCHLD;
 
 std::string createdLine(const std::string& id) {
     return "Semaphor created ID: " + id + "\n";
@@ -69,12 +64,8 @@ TEST_F(StartSemaphore, isReusedAsItIs) {
 }
 
 TEST_F(StartSemaphore, exits1WhenItCannotBeMade) {
-    const std::string reason = whyCallsCannotBeDenied();
-    if (!reason.empty()) {
-        GTEST_SKIP() << reason;
-    }
     const CommandResult result = runForked([] {
-        denyCall({SYS_semget, DeniedCall::Argument{1, 2}, ENOSPC});
+        const WatchedCalls calls([](auto& /*call*/, auto i) { return i == 1 ? ENOSPC : 0; });
         createSemaphore(2);
     });
     EXPECT_EQ(result.end, exited(1));
@@ -185,12 +176,9 @@ TEST_F(StartSemaphore, isRemovedWhenItHasOneSemaphore) {
 }
 
 TEST_F(StartSemaphore, staysWhenForkFails) {
-    const std::string reason = whyCallsCannotBeDenied();
-    if (!reason.empty()) {
-        GTEST_SKIP() << reason;
-    }
     const CommandResult result = runForked([] {
-        denyCall({SYS_clone, DeniedCall::Argument{0, kForkFlags}, EAGAIN});
+        const WatchedCalls calls(
+            [](auto& call, auto /*index*/) { return call.name == "fork" ? EAGAIN : 0; });
         daemonize();
     });
     EXPECT_EQ(result.end, exited(1));
@@ -200,23 +188,15 @@ TEST_F(StartSemaphore, staysWhenForkFails) {
     EXPECT_TRUE(set_.exists());
 }
 
-struct DetachStep {
-    const char* name;
-    long call;
-};
-
-class Detaching : public testing::TestWithParam<DetachStep> {
+class Detaching : public testing::TestWithParam<const char*> {
 protected:
     StartSemaphores set_;
 };
 
 TEST_P(Detaching, exits1WhenItFails) {
-    const std::string reason = whyCallsCannotBeDenied();
-    if (!reason.empty()) {
-        GTEST_SKIP() << reason;
-    }
     const CommandResult result = runForked([] {
-        denyCall({GetParam().call, {}, EPERM});
+        const WatchedCalls calls(
+            [](auto& call, auto /*index*/) { return call.name == GetParam() ? EPERM : 0; });
         daemonize();
         _exit(0);  // the launcher would take this for a success
     });
@@ -225,10 +205,8 @@ TEST_P(Detaching, exits1WhenItFails) {
     EXPECT_FALSE(set_.exists());
 }
 
-INSTANTIATE_TEST_SUITE_P(AtStep, Detaching,
-                         testing::Values(DetachStep{"setsid", SYS_setsid},
-                                         DetachStep{"chdir", SYS_chdir}),
-                         [](const auto& step) { return std::string(step.param.name); });
+INSTANTIATE_TEST_SUITE_P(AtStep, Detaching, testing::Values("setsid", "chdir"),
+                         [](const auto& step) { return std::string(step.param); });
 
 }  // namespace
 }  // namespace test_support

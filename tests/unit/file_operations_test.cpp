@@ -9,8 +9,8 @@
 #include <system_error>
 
 #include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
 #include "tests/support/process/printed_text.h"
-#include "tests/support/process/restrictions.h"
 #include "transfer/tf_mngr.h"
 
 namespace test_support {
@@ -182,14 +182,6 @@ TEST_F(DeleteFile, failsOnAReadOnlyStick) {
     expectNotDeleted("directory");
     EXPECT_TRUE(holds("file"));
     EXPECT_TRUE(holds("directory"));
-}
-
-TEST_F(DeleteFile, failsWithoutPermission) {
-    stick_.addFile("locked/file");
-    chmod(stick_.path("locked").c_str(), 0500);
-    const DroppedPowers withoutPowers;
-    expectNotDeleted("locked/file");
-    EXPECT_TRUE(holds("locked/file"));
 }
 
 TEST_F(DeleteFile, failsOnAMissingStick) {

@@ -19,9 +19,9 @@
 #include "tests/support/files/files.h"
 #include "tests/support/process/child_process.h"
 #include "tests/support/process/process_table.h"
-#include "tests/support/process/restrictions.h"
 #include "tests/support/process/unique_fd.h"
 #include "tests/support/process/waiting.h"
+#include "tests/unit/watched_calls.h"
 
 namespace test_support {
 namespace {
@@ -136,13 +136,6 @@ TEST_F(PidFile, isLockedAlsoWhenItCannotBeWritten) {
               "Couldn't write into PID-File.\n: Operation not permitted\n");
 }
 
-// 32-bit systems have a call of its own for file locks with 64-bit offsets.
-#ifdef SYS_fcntl64
-constexpr long kFcntl = SYS_fcntl64;
-#else
-constexpr long kFcntl = SYS_fcntl;
-#endif
-
 struct FailingStep {
     const char* name;
     int command;
@@ -154,15 +147,11 @@ struct FailingStep {
 class PidFileStep : public PidFile, public testing::WithParamInterface<FailingStep> {};
 
 TEST_P(PidFileStep, reportsAFailingStep) {
-    const std::string reason = whyCallsCannotBeDenied();
-    if (!reason.empty()) {
-        GTEST_SKIP() << reason;
-    }
     const FailingStep& step = GetParam();
-    const DeniedCall call{kFcntl, DeniedCall::Argument{1, static_cast<std::uint32_t>(step.command)},
-                          step.error};
     const CommandResult result = runForked([&] {
-        denyCall(call);
+        const WatchedCalls calls([&](auto& call, auto /*index*/) {
+            return call.path == std::to_string(step.command) ? step.error : 0;
+        });
         EXPECT_EQ(lockPidFile("a.name"), -1);
         std::puts(fileIsOpen() ? "open" : "closed");
     });

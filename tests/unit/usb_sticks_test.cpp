@@ -1,7 +1,6 @@
 // Finding the mounted sticks and their capacity.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
 
@@ -11,9 +10,9 @@
 
 #include "tests/support/device/mount_table.h"
 #include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
 #include "tests/support/process/printed_text.h"
 #include "tests/support/process/process_table.h"
-#include "tests/support/process/restrictions.h"
 #include "tests/unit/watched_calls.h"
 #include "transfer/tf_mngr.h"
 
@@ -58,7 +57,7 @@ TEST_F(StickEnumeration, ignoresNumbersOutOfRange) {
 }
 
 TEST_F(StickEnumeration, fillsNameTwiceAndSizesInBytes) {
-    const Stick stick(1, {"8m", "/dev/sda1", false});
+    const Stick stick(1, {"8m", "/dev/sda1"});
     stick.addFile("file", std::string(1U << 20U, 'x'));
     const std::vector<UsbStickInfo> found = manager_.enumerateUsbSticks();
     ASSERT_EQ(found.size(), 1U);
@@ -134,8 +133,8 @@ TEST_F(StickEnumeration, isEmptyWithoutAReadableMountTable) {
     }
     {
         const HandMadeMountTable table(mountLine("/dev/sda1", stick.path()));
-        chmod("/etc/mtab", 0);
-        const DroppedPowers withoutPowers;
+        const WatchedCalls watched(
+            [](auto& call, auto /*index*/) { return call.name == "setmntent" ? EACCES : 0; });
         expectNone("not permitted");
     }
     {

@@ -1,12 +1,16 @@
-// The file system calls of the code under test: counted, acted between, or made to fail.
+// The system calls of the code under test: counted, acted between, or made to fail.
 #include "tests/unit/watched_calls.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <mntent.h>
+#include <sys/sem.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <utility>
 
@@ -80,6 +84,11 @@ int __real_remove(const char* path);
 FILE* __real_setmntent(const char* path, const char* mode);
 struct mntent* __real_getmntent_r(FILE* table, struct mntent* entry, char* texts, int size);
 int __real_endmntent(FILE* table);
+int __real_fcntl64(int fd, int command, ...);
+int __real_semget(key_t key, int count, int flags);
+pid_t __real_fork();
+pid_t __real_setsid();
+int __real_chdir(const char* path);
 
 DIR* __wrap_opendir(const char* path) {
     return WatchedCalls::enter("opendir", path) == 0 ? __real_opendir(path) : nullptr;
@@ -134,6 +143,31 @@ struct mntent* __wrap_getmntent_r(FILE* table, struct mntent* entry, char* texts
 int __wrap_endmntent(FILE* table) {
     WatchedCalls::enter("endmntent");
     return __real_endmntent(table);
+}
+
+int __wrap_fcntl64(int fd, int command, ...) {
+    va_list list;
+    va_start(list, command);
+    void* const argument = va_arg(list, void*);
+    va_end(list);
+    const int error = WatchedCalls::enter("fcntl64", std::to_string(command).c_str());
+    return error == 0 ? __real_fcntl64(fd, command, argument) : -1;
+}
+
+int __wrap_semget(key_t key, int count, int flags) {
+    return WatchedCalls::enter("semget") == 0 ? __real_semget(key, count, flags) : -1;
+}
+
+pid_t __wrap_fork() {
+    return WatchedCalls::enter("fork") == 0 ? __real_fork() : -1;
+}
+
+pid_t __wrap_setsid() {
+    return WatchedCalls::enter("setsid") == 0 ? __real_setsid() : -1;
+}
+
+int __wrap_chdir(const char* path) {
+    return WatchedCalls::enter("chdir", path) == 0 ? __real_chdir(path) : -1;
 }
 
 }  // extern "C"

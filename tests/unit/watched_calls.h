@@ -1,4 +1,4 @@
-// The file system calls of the code under test: counted, acted between, or made to fail.
+// The system calls of the code under test: counted, acted between, or made to fail.
 #pragma once
 
 #include <sys/statfs.h>
@@ -11,15 +11,15 @@
 
 namespace test_support {
 
-// One call: the C function's name and its path, "" where it has none.
+// One call: the C function's name and its path, "" where it has none; of fcntl64 the command.
 struct WatchedCall {
     std::string name;
     std::string path;
 };
 
-// Watches this thread's calls of closedir, endmntent, fstat64, getmntent_r, mkdir, opendir,
-// readdir64, remove, rmdir, setmntent, stat64 and statfs64 while it exists; one at a time. The
-// linker leads the calls of everything linked statically into the unit tests here (--wrap).
+// Watches this thread's calls of the functions that tests/CMakeLists.txt lists while it exists; one
+// at a time. The linker leads the calls of everything linked statically into the unit tests here
+// (--wrap). A ForkedProcess goes on watching.
 class WatchedCalls {
 public:
     // Runs before each call, which is already the last of calls(). Returns 0 to let the call
