@@ -48,7 +48,7 @@ FloorService::FloorService()
 }
 
 Stick largeStick() {
-    return Stick(1, {"1g", "/dev/sda1", false});
+    return Stick(1, {"1g", "/dev/sda1"});
 }
 
 GVariant* indexArguments(const std::string& directory) {

@@ -12,6 +12,7 @@
 #include "tests/bus/steady_service.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
 #include "tests/support/process/syslog_socket.h"
 #include "tests/support/process/unique_fd.h"
 

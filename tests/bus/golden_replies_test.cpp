@@ -51,13 +51,13 @@ protected:
 
 TEST_F(GoldenReplies, matchStickLists) {
     askForSticks(" without a stick");
-    const Stick third(3, {"16m", "/dev/sda1", false});
+    const Stick third(3, {"16m", "/dev/sda1"});
     third.addFile("a.psb", std::string(1024 * 1024, 'x'));
     askForSticks(" with one stick");
-    const Stick first(1, {"8m", "/dev/sdb1", false});
+    const Stick first(1, {"8m", "/dev/sdb1"});
     askForSticks(" with two sticks");
-    const Stick second(2, {"4m", "/dev/sdc1", false});
-    const Stick fourth(4, {"2m", "/dev/sdd1", false});
+    const Stick second(2, {"4m", "/dev/sdc1"});
+    const Stick fourth(4, {"2m", "/dev/sdd1"});
     askForSticks(" with four sticks");
     EXPECT_EQ(answers_, goldenText("stick_replies.txt"));
 }

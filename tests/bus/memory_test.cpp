@@ -51,7 +51,7 @@ protected:
         return std::stoi(statusField(service_.processId().value(), field).value());
     }
 
-    Stick stick_{1, {"64m", "/dev/sda1", false}};
+    Stick stick_{1, {"64m", "/dev/sda1"}};
     // As unit and boot script start it.
     ServiceProcess service_{{{}, {"G_SLICE=always-malloc"}, {}, {}, {}}};
     SystemBus bus_;

@@ -30,7 +30,7 @@ protected:
             outage_.emplace();
         } else {
             owner_.emplace();
-            ASSERT_TRUE(owner_->ownName(kServiceName, kReplaceExisting));
+            ASSERT_TRUE(owner_->ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_REPLACE));
         }
     }
 
@@ -92,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(By, LostName, kObstacles);
 
 TEST(NameOfAnother, isTakenWhereOwnerAllowsIt) {
     const SystemBus before;
-    ASSERT_TRUE(before.ownName(kServiceName, kAllowReplacement));
+    ASSERT_TRUE(before.ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT));
     ServiceProcess service;
     EXPECT_TRUE(service.waitUntilAnswers());
 }

@@ -256,7 +256,8 @@ TEST_F(BusAccess, letsOnlyRootOwnName) {
 TEST_F(BusAccess, letsNobodyTakeNameFromService) {
     ASSERT_TRUE(startService());
     for (const uid_t user : {kInsider, kOutsider}) {
-        EXPECT_FALSE(connectAs(user)->ownName(kServiceName, kReplaceExisting)) << user;
+        EXPECT_FALSE(connectAs(user)->ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_REPLACE))
+            << user;
     }
     EXPECT_TRUE(serviceAnswers());
 }

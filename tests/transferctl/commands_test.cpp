@@ -17,7 +17,7 @@ class Command : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(service_.waitUntilAnswers()); }
 
-    Stick stick_{1, {"16m", "/dev/sda1", false}};
+    Stick stick_{1, {"16m", "/dev/sda1"}};
     DeviceDouble device_;
     ServiceProcess service_{{{}, device_.environment(), {}, {}, {}}};
 };
@@ -87,7 +87,7 @@ TEST_F(LsCommand, tellsProgramsOfARefusalAsJson) {
 }
 
 TEST_F(PackageCommand, listsWhatTheDeviceManagerAccepts) {
-    const Stick second(2, {"8m", "/dev/sdb1", false});
+    const Stick second(2, {"8m", "/dev/sdb1"});
     stick_.addFile("b/good.psb", "123");
     stick_.addFile("bad.psb");
     second.addFile("new.fwf", "4");

@@ -24,7 +24,7 @@ TEST(MonitorCommand, printsALineForEachEventUntilSigint) {
     ServiceProcess service({{}, device.environment(), {}, {}, {}});
     ASSERT_TRUE(monitor.waitForOutput("  service runs as :1."));
     {
-        const Stick stick(2, {"8m", "/dev/sdb1", false});
+        const Stick stick(2, {"8m", "/dev/sdb1"});
         ASSERT_TRUE(monitor.waitForOutput("  stick USB_X60.2 plugged, 8.0 MiB, 8.0 MiB free\n"));
     }
     ASSERT_TRUE(monitor.waitForOutput("  stick USB_X60.2 pulled\n"));
@@ -38,7 +38,7 @@ TEST(MonitorCommand, printsALineForEachEventUntilSigint) {
 TEST(MonitorCommand, printsJsonForEachEventUntilTheBusGoes) {
     std::optional<BusOutage> outage;
     const DeviceDouble device;
-    const Stick stick(1, {"8m", "/dev/sda1", false});
+    const Stick stick(1, {"8m", "/dev/sda1"});
     ServiceProcess service({{}, device.environment(), {}, {}, {}});
     ASSERT_TRUE(service.waitUntilAnswers());
     ChildProcess monitor(transferctlCommand({"--json", "monitor"}));

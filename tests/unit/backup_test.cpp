@@ -112,7 +112,7 @@ TEST_F(Backup, answers3WhenStickGoesDuringQuery) {
 }
 
 TEST_F(Backup, fitsIntoExactlyFreeSpace) {
-    const Stick stick(1, {"8m", "/dev/sda1", false});
+    const Stick stick(1, {"8m", "/dev/sda1"});
     stick.addFile("half", std::string(4U * 1024U * 1024U, 'x'));
     const std::uint64_t space = bytesFree(stick.path());
     ASSERT_EQ(space, 4U * 1024U * 1024U);

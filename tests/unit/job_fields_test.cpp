@@ -20,7 +20,7 @@ using testing::ElementsAreArray;
 class JobFields : public JobTest {
 protected:
     const Stick first_{1};
-    const Stick second_{2, {"16m", "/dev/sdb1", false}};
+    const Stick second_{2, {"16m", "/dev/sdb1"}};
 };
 
 TEST_F(JobFields, joinsStringsOfEveryKindOfJob) {

@@ -11,6 +11,7 @@
 
 #include "tests/support/device/stick.h"
 #include "tests/support/files/file_snapshot.h"
+#include "tests/support/files/files.h"
 #include "tests/support/files/odd_sticks.h"
 #include "tests/support/process/unique_fd.h"
 #include "tests/unit/job_fixture.h"

@@ -165,12 +165,12 @@ TEST(BusFramework, requestsAndAllowsReplacement) {
         serve("/b", "/a");
     }
     const SystemBus before;
-    ASSERT_TRUE(before.ownName(kServiceName, kAllowReplacement));
+    ASSERT_TRUE(before.ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT));
     FreshProcess service;
     ASSERT_TRUE(service.waitForNote("First starts with 7 word, at /b, set gone"));
     EXPECT_EQ(SystemBus::processOf(kServiceName), service.id());
     const SystemBus after;
-    ASSERT_TRUE(after.ownName(kServiceName, kReplaceExisting));
+    ASSERT_TRUE(after.ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_REPLACE));
     EXPECT_EQ(service.waitForEnd(), exited(2));
 }
 

@@ -73,10 +73,6 @@ SystemBus::~SystemBus() {
     g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
 }
 
-std::string SystemBus::uniqueName() const {
-    return g_dbus_connection_get_unique_name(connection_.get());
-}
-
 Reply SystemBus::call(const std::string& path, const std::string& interface,
                       const std::string& method, GVariant* arguments,
                       const std::string& destination) const {
@@ -115,38 +111,16 @@ void SystemBus::emitSignal(const std::string& path, const std::string& interface
     call(kBusPath, kBusName, "GetId", nullptr, kBusName);
 }
 
-bool SystemBus::ownName(const std::string& name, guint32 flags) const {
+bool SystemBus::ownName(const std::string& name, GBusNameOwnerFlags flags) const {
     const Reply reply = call(
         kBusPath, kBusName, "RequestName",
-        g_variant_new("(su)", name.c_str(), flags | static_cast<guint32>(kDoNotQueue)), kBusName);
+        g_variant_new("(su)", name.c_str(), flags | G_BUS_NAME_OWNER_FLAGS_DO_NOT_QUEUE), kBusName);
     const guint32 result = numberIn(reply, 0);
     return result == kPrimaryOwner || result == kAlreadyOwner;
 }
 
 void SystemBus::releaseName(const std::string& name) const {
     call(kBusPath, kBusName, "ReleaseName", g_variant_new("(s)", name.c_str()), kBusName);
-}
-
-ObjectPtr<MorvaneTransferSac> SystemBus::transferProxy() const {
-    g_autoptr(GError) error = nullptr;
-    ObjectPtr<MorvaneTransferSac> proxy(morvane_transfer_sac_proxy_new_sync(
-        connection_.get(), G_DBUS_PROXY_FLAGS_NONE, kServiceName, kTransferPath, nullptr, &error));
-    if (proxy == nullptr) {
-        throw std::runtime_error(error->message);
-    }
-    g_dbus_proxy_set_default_timeout(G_DBUS_PROXY(proxy.get()), callLimit());
-    return proxy;
-}
-
-ObjectPtr<MorvaneDbus> SystemBus::controlProxy() const {
-    g_autoptr(GError) error = nullptr;
-    ObjectPtr<MorvaneDbus> proxy(morvane_dbus_proxy_new_sync(
-        connection_.get(), G_DBUS_PROXY_FLAGS_NONE, kServiceName, kControlPath, nullptr, &error));
-    if (proxy == nullptr) {
-        throw std::runtime_error(error->message);
-    }
-    g_dbus_proxy_set_default_timeout(G_DBUS_PROXY(proxy.get()), callLimit());
-    return proxy;
 }
 
 std::optional<pid_t> SystemBus::processOf(const std::string& name) {

@@ -8,8 +8,6 @@
 #include <optional>
 #include <string>
 
-#include "com.morvane.dbus/com.morvane.dbus.h"
-#include "com.morvane.transfer/dbus-adaptor.h"
 #include "transfer/contract.h"
 
 namespace test_support {
@@ -39,14 +37,6 @@ struct Reply {
     std::string text() const;  // asText() of the value, or "error NAME"
 };
 
-// Flags of RequestName on the bus.
-enum NameFlags : guint32 {
-    kPlainOwner = 0,
-    kAllowReplacement = 1,
-    kReplaceExisting = 2,
-    kDoNotQueue = 4,
-};
-
 // A connection of its own, so that each object is one client. Usable from one thread at a time;
 // needs no main loop. Constructing throws std::runtime_error when there is no bus.
 class SystemBus {
@@ -57,7 +47,6 @@ public:
     SystemBus& operator=(const SystemBus&) = delete;
 
     GDBusConnection* connection() const { return connection_.get(); }
-    std::string uniqueName() const;
 
     // Calls a method and waits for the answer; a floating `arguments` is taken over.
     Reply call(const std::string& path, const std::string& interface, const std::string& method,
@@ -75,12 +64,9 @@ public:
                     const std::string& signal, GVariant* arguments) const;
 
     // Owns a name at once, or returns false. It is given up with the connection or by releaseName.
-    bool ownName(const std::string& name, guint32 flags = kPlainOwner) const;
+    bool ownName(const std::string& name,
+                 GBusNameOwnerFlags flags = G_BUS_NAME_OWNER_FLAGS_NONE) const;
     void releaseName(const std::string& name) const;
-
-    // Generated proxies; null never, a failure throws std::runtime_error.
-    ObjectPtr<MorvaneTransferSac> transferProxy() const;
-    ObjectPtr<MorvaneDbus> controlProxy() const;
 
     // Answers from the bus itself, also when there is no bus: then nothing.
     static std::optional<pid_t> processOf(const std::string& name);

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "tests/support/files/files.h"
 #include "tests/support/process/unique_fd.h"
 #include "transfer/contract.h"
 
@@ -23,7 +24,7 @@ std::string stickPath(int number) {
 
 Mount::Mount(std::string directory, const std::string& device, const std::string& type,
              unsigned long flags, const std::string& data)
-    : directory_(std::move(directory)), data_(data) {
+    : directory_(std::move(directory)) {
     madeDirectory_ = std::filesystem::create_directories(directory_);
     if (mount(device.c_str(), directory_.c_str(), type.c_str(), flags, data.c_str()) != 0) {
         throwErrno("mount " + directory_);
@@ -52,33 +53,27 @@ void Mount::unmountLazily() {
     }
 }
 
-void Mount::remount(unsigned long flags) {
-    if (mount("none", directory_.c_str(), nullptr, MS_REMOUNT | flags, data_.c_str()) != 0) {
-        throwErrno("remount " + directory_);
-    }
-}
+Stick::Stick(int number, const StickOptions& options)
+    : number_(number), mount_(path(), options.device, "tmpfs", 0, "size=" + options.size) {}
 
-void AnyStick::addFile(const std::string& relative, std::string_view bytes) const {
+void Stick::addFile(const std::string& relative, std::string_view bytes) const {
     makeDirectories(std::filesystem::path(path(relative)).parent_path());
     writeFile(path(relative), bytes);
 }
 
-void AnyStick::addSparseFile(const std::string& relative, std::uint64_t size) const {
+void Stick::addSparseFile(const std::string& relative, std::uint64_t size) const {
     makeDirectories(std::filesystem::path(path(relative)).parent_path());
     writeSparseFile(path(relative), size);
 }
 
-void AnyStick::addDirectory(const std::string& relative) const {
+void Stick::addDirectory(const std::string& relative) const {
     makeDirectories(path(relative));
 }
 
-void AnyStick::makeReadOnly() {
-    mount_->remount(MS_RDONLY);
-}
-
-Stick::Stick(int number, const StickOptions& options) : AnyStick(number) {
-    mount_.emplace(path(), options.device, "tmpfs", options.readOnly ? MS_RDONLY : 0,
-                   "size=" + options.size);
+void Stick::makeReadOnly() const {
+    if (mount("none", path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+        throwErrno("remount " + path());
+    }
 }
 
 }  // namespace test_support

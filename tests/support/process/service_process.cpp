@@ -151,7 +151,7 @@ testing::AssertionResult ServiceProcess::forbidThreads(unsigned further) const {
 
 std::optional<ProcessEnd> ServiceProcess::stop() const {
     const SystemBus bus;
-    if (!bus.ownName(kServiceName, kReplaceExisting)) {
+    if (!bus.ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_REPLACE)) {
         return std::nullopt;
     }
     return waitForEmpty();
