@@ -3,10 +3,11 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "simulator/device_error.h"
 
@@ -21,7 +22,7 @@ struct Archive {
     std::string time;  // ISO 8601, UTC
     std::string firmware;  // of the device that was saved, or contained in an update
 
-    std::map<std::string, std::string> members;  // contents by relative path
+    std::vector<std::string> members;  // relative paths: folders to pack, plain files as read
 };
 
 // An open file of a stick. Pulling the stick takes the file out of the folders, while an open one
@@ -31,6 +32,8 @@ public:
     // Opens a regular file as fopen does. Throws DeviceError.
     OpenFile(std::string path, const char* mode);
     std::FILE* get() const { return file_.get(); }
+    // The open file by a name that other processes can open, also when the stick has been pulled.
+    std::string link() const;
     // Whether the path still names the open file.
     bool isInPlace() const;
     // Throws DeviceError when it does not.
@@ -45,14 +48,13 @@ private:
     std::unique_ptr<std::FILE, Close> file_;
 };
 
-// The most bytes that a file with this content takes up.
-std::uint64_t archiveSizeLimit(const Archive& content);
+// The bytes of a file with the members that lie in `folder`. Throws DeviceError.
+std::string packArchive(const Archive& content, const std::filesystem::path& folder);
 
-// Writes `path` from front to back, so that its size shows the progress; readArchive refuses it
-// until it is whole. Returns its size. On failure throws DeviceError, or what `pace` throws, and
-// removes the file.
-std::uint64_t writeArchive(const std::string& path, const Archive& content, const Pace& pace = {});
+// Writes `path` from front to back, so that its size shows the progress; unpackArchive refuses it
+// until it is whole. On failure throws DeviceError, or what `pace` throws, and removes the file.
+void writeArchive(const std::string& path, const std::string& bytes, const Pace& pace = {});
 
-// Throws DeviceError for whatever is not a whole, unaltered file of this form. The names of the
-// members are as the file states them.
-Archive readArchive(const OpenFile& file);
+// Unpacks a file into `folder`; the members that it returns are the plain files there. Throws
+// DeviceError for whatever is not a whole, unaltered file of this form.
+Archive unpackArchive(const OpenFile& file, const std::filesystem::path& folder);

@@ -39,45 +39,24 @@ std::string now() {
     return text;
 }
 
-const std::string& requireAbsolute(const std::string& path) {
-    if (!fs::path(path).is_absolute()) {
-        refuse("not an absolute path");
-    }
-    return path;
-}
-
-// A name that leads out of its folder is no name of ours.
-bool isBelow(const std::string& name, const std::string& folder) {
-    return name.rfind(folder + "/", 0) == 0 && fs::path(name).lexically_normal() == name;
-}
-
 void requireBackup(const Archive& content) {
     const auto folders = foldersOf(content.kind);
-    const auto belongs = [&](const auto& member) {
+    const auto belongs = [&](const std::string& member) {
         return std::any_of(folders.begin(), folders.end(),
-                           [&](const auto& folder) { return isBelow(member.first, folder); });
+                           [&](const auto& folder) { return member.rfind(folder + "/", 0) == 0; });
     };
     if (folders.empty() || !std::all_of(content.members.begin(), content.members.end(), belongs)) {
         refuse("not a backup");
     }
 }
 
-// Puts the members below `folder`, at the pace of a job that ends when the stick has been pulled.
-void unpack(const Archive& content, const OpenFile& file, const fs::path& folder,
-            const Pace& pace) {
-    const std::size_t steps = content.members.size() + 1;
-    std::size_t done = 0;
-    const auto step = [&] {
-        if (pace) {
-            pace(++done, steps);
-        }
+// The time that a job takes with a file that has been unpacked; it ends when the stick is pulled.
+void takeTime(const OpenFile& file, const Pace& pace) {
+    constexpr std::uint64_t kSteps = 20;
+    for (std::uint64_t done = 1; pace && done <= kSteps; ++done) {
+        pace(done, kSteps);
         file.requireInPlace();
-    };
-    for (const auto& [name, bytes] : content.members) {
-        writeStateFile(folder / name, bytes);
-        step();
     }
-    step();
 }
 
 void requireVersion(const std::string& text) {
@@ -104,9 +83,11 @@ std::unique_lock<std::mutex> beginJob(std::mutex& job) {
 
 void writeUpdateFile(const std::string& path, const std::string& version) {
     requireVersion(version);
-    writeArchive(
-        path,
-        {kFirmwareKind, "Morvane-X60", now(), version, {{kPayloadFile, firmwarePayload(version)}}});
+    const StagingFolder staging(fs::temp_directory_path());
+    writeStateFile(staging.path() / kPayloadFile, firmwarePayload(version));
+    writeArchive(path,
+                 packArchive({kFirmwareKind, "Morvane-X60", now(), version, {kFirmwareFolder}},
+                             staging.path()));
 }
 
 SimulatedDevice::SimulatedDevice(fs::path state) : state_(std::move(state)) {
@@ -116,18 +97,20 @@ SimulatedDevice::SimulatedDevice(fs::path state) : state_(std::move(state)) {
 std::uint64_t SimulatedDevice::backup(const std::string& path, const std::string& kind,
                                       const Pace& pace) {
     const auto lock = beginJob(job_);
-    return writeArchive(requireAbsolute(path), collect(kind), pace);
+    const std::string bytes = pack(kind);
+    writeArchive(path, bytes, pace);
+    return bytes.size();
 }
 
 // What a kind covers is one folder, so that one exchange replaces it.
 std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) {
     const auto lock = beginJob(job_);
-    const OpenFile file(requireAbsolute(path), "rbe");
-    const Archive content = readArchive(file);
-    requireBackup(content);
-    const auto folders = foldersOf(content.kind);
+    const OpenFile file(path, "rbe");
     const StagingFolder staging(state_);
-    unpack(content, file, staging.path(), pace);
+    const Archive content = unpackArchive(file, staging.path());
+    requireBackup(content);
+    takeTime(file, pace);
+    const auto folders = foldersOf(content.kind);
     for (const std::string& folder : folders) {
         fs::create_directories(staging.path() / folder);
     }
@@ -139,28 +122,32 @@ std::string SimulatedDevice::restore(const std::string& path, const Pace& pace) 
 
 std::string SimulatedDevice::update(const std::string& path, const Pace& pace) {
     const auto lock = beginJob(job_);
-    const OpenFile file(requireAbsolute(path), "rbe");
-    const Archive content = readArchive(file);
-    requireInstallable(content);
+    const OpenFile file(path, "rbe");
     const StagingFolder staging(state_);
+    const Archive content = unpackArchive(file, staging.path());
+    requireInstallable(content);
+    takeTime(file, pace);
     writeStateFile(staging.path() / kVersionFile, content.firmware + "\n");
-    unpack(content, file, staging.path(), pace);
     exchangeFolders(staging.path() / kFirmwareFolder, state_ / kFirmwareFolder);
     return content.firmware;
 }
 
+// The manifest of the backup itself may differ by some bytes.
 std::uint64_t SimulatedDevice::backupSize(const std::string& kind) const {
-    return archiveSizeLimit(collect(kind));
+    constexpr std::uint64_t kReserve = 1024;
+    return pack(kind).size() + kReserve;
 }
 
 std::string SimulatedDevice::checkBackupFile(const std::string& path) const {
-    const Archive content = readArchive(OpenFile(requireAbsolute(path), "rbe"));
+    const StagingFolder staging(state_);
+    const Archive content = unpackArchive(OpenFile(path, "rbe"), staging.path());
     requireBackup(content);
     return summary(content);
 }
 
 std::string SimulatedDevice::checkFirmwareFile(const std::string& path) const {
-    const Archive content = readArchive(OpenFile(requireAbsolute(path), "rbe"));
+    const StagingFolder staging(state_);
+    const Archive content = unpackArchive(OpenFile(path, "rbe"), staging.path());
     requireInstallable(content);
     return summary(content);
 }
@@ -178,34 +165,23 @@ std::string SimulatedDevice::name() const {
     }
 }
 
-// What a backup of this kind holds now.
-Archive SimulatedDevice::collect(const std::string& kind) const {
+// The bytes of a backup made now.
+std::string SimulatedDevice::pack(const std::string& kind) const {
     Archive content = {kind, name(), now(), firmwareVersion(), {}};
     const auto folders = foldersOf(kind);
     if (folders.empty()) {
         throw DeviceError(DeviceManagerStatus::unknownKind, "unknown backup kind");
     }
     for (const std::string& folder : folders) {
-        if (!fs::exists(state_ / folder)) {
-            continue;
-        }
-        for (const auto& entry : fs::recursive_directory_iterator(state_ / folder)) {
-            if (entry.is_symlink() || (!entry.is_directory() && !entry.is_regular_file())) {
-                throw DeviceError(DeviceManagerStatus::failed,
-                                  "not a plain file in the state folder");
-            }
-            if (entry.is_regular_file()) {
-                content.members[entry.path().lexically_relative(state_)] =
-                    readStateFile(entry.path());
-            }
-        }
+        fs::create_directories(state_ / folder);
+        content.members.push_back(folder);
     }
-    return content;
+    return packArchive(content, state_);
 }
 
 void SimulatedDevice::requireInstallable(const Archive& content) const {
-    if (content.kind != kFirmwareKind || content.members.size() != 1 ||
-        content.members.count(kPayloadFile) == 0) {
+    if (content.kind != kFirmwareKind ||
+        content.members != std::vector<std::string>{kPayloadFile}) {
         refuse("not an update");
     }
     const std::string installed = firmwareVersion();

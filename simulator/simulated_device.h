@@ -44,7 +44,7 @@ public:
     std::string firmwareVersion() const;
 
 private:
-    Archive collect(const std::string& kind) const;
+    std::string pack(const std::string& kind) const;
     void requireInstallable(const Archive& content) const;
 
     std::filesystem::path state_;

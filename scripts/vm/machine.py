@@ -17,8 +17,8 @@ CACHE = Path(os.environ.get("XDG_CACHE_HOME", Path.home() / ".cache")) / "morvan
 PATIENCE = 900  # seconds for one command inside, on an emulated processor
 STICK_SIZE = "64M"
 DISK_SIZE = "1200M"
-PACKAGES = ["systemd-sysv", "udev", "dbus", "kmod", "dosfstools", "fdisk", "libarchive13", "libglib2.0-0",
-            "libjson-glib-1.0-0", "libstdc++6", "libzstd1"]
+PACKAGES = ["systemd-sysv", "udev", "dbus", "kmod", "dosfstools", "fdisk", "libglib2.0-0",
+            "libjson-glib-1.0-0", "libstdc++6", "zstd"]
 UNUSED_MODULES = ["drivers/gpu", "drivers/media", "drivers/net", "drivers/iio", "drivers/infiniband", "net", "sound"]
 BOOT_MODULES = "virtio_pci virtio_mmio virtio_blk ext4"
 # What costs an emulated processor seconds of each boot and is nobody's business here.

@@ -5,12 +5,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <random>
 #include <tuple>
 #include <vector>
 
+#include "simulator/device_folder.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/files/files.h"
 #include "tests/support/process/child_process.h"
@@ -21,125 +20,131 @@ using test_support::readFile;
 using test_support::TemporaryDirectory;
 using test_support::writeFile;
 
-// Bytes that do not compress.
-std::string noise(std::size_t count) {
-    std::mt19937 generator(1);
-    std::string bytes(count, '\0');
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(generator()); });
-    return bytes;
-}
+constexpr std::size_t kStride = 11;  // between the bytes that are tried
 
 class BackupArchive : public testing::Test {
 protected:
-    // The reason why readArchive refuses the file; empty when it takes it.
-    std::string refusal() const { return refusalOf(file_); }
-    static std::string refusalOf(const std::string& path) {
+    Archive read() const {
+        const TemporaryDirectory target;
+        return unpackArchive(OpenFile(file_, "rbe"), target.path());
+    }
+
+    // The reason why the file is refused; empty when it is taken.
+    std::string refusal(const std::string& bytes) const {
+        writeFile(file_, bytes);
+        return refusal();
+    }
+    std::string refusal() const {
         try {
-            readArchive(OpenFile(path, "rbe"));
+            read();
             return {};
         } catch (const DeviceError& error) {
             return error.what();
         }
     }
 
+    const TemporaryDirectory source_;
     const TemporaryDirectory folder_;
     const std::string file_ = folder_.path("a.psb");
-    const Archive small_ = {"recipes", "Kitchen", "2026-01-05T09:07:03Z", "1.4.0", {{"a", "hot"}}};
-    const Archive large_ = {"recipes", "", "", "", {{"a", noise(300000)}}};
+    const Archive content_ = {
+        "recipes", "S\xC3\xBC\xC3\x9F \\n=;", "2026-01-05T09:07:03Z", "", {"a"}};
+    const std::string small_ = [this] {
+        writeStateFile(source_.path("a/b"), "hot");
+        return packArchive(content_, source_.path());
+    }();
 };
 
 TEST_F(BackupArchive, returnsWhatWasWritten) {
-    const Archive written = {"recipes",
-                             "S\xC3\xBC\xC3\x9F \\n=;",
-                             "now",
-                             "",
-                             {{"empty", ""},
-                              {"a/b\xFF", std::string("\0\xFF\n\0", 4)},
-                              {std::string(150, 'n') + "/" + std::string(150, 'm'), noise(99999)}}};
-    const std::uint64_t size = writeArchive(file_, written);
-    EXPECT_EQ(size, std::filesystem::file_size(file_));
-    const Archive read = readArchive(OpenFile(file_, "rbe"));
-    EXPECT_EQ(read.kind, written.kind);
-    EXPECT_EQ(read.device, written.device);
-    EXPECT_EQ(read.time, written.time);
-    EXPECT_EQ(read.firmware, written.firmware);
-    EXPECT_EQ(read.members, written.members);
+    const std::string name = "a/" + std::string(150, 'n') + "/\xFF";
+    writeStateFile(source_.path(name), firmwarePayload("1"));
+    writeArchive(file_, packArchive(content_, source_.path()));
+    const TemporaryDirectory target;
+    const Archive read = unpackArchive(OpenFile(file_, "rbe"), target.path());
+    EXPECT_EQ(std::tie(read.kind, read.device, read.time, read.firmware),
+              std::tie(content_.kind, content_.device, content_.time, content_.firmware));
+    EXPECT_THAT(read.members, testing::UnorderedElementsAre("a/b", name));
+    EXPECT_EQ(readFile(target.path("a/b")), "hot");
+    EXPECT_EQ(readFile(target.path(name)), firmwarePayload("1"));
 }
 
 TEST_F(BackupArchive, isRefusedWhenCutAnywhere) {
-    writeArchive(file_, small_);
-    const std::string whole = readFile(file_);
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-        writeFile(file_, whole.substr(0, length));
-        ASSERT_NE(refusal(), "") << "cut to " << length << " of " << whole.size() << " bytes";
+    for (std::size_t length = 0; length < small_.size(); length += kStride) {
+        EXPECT_NE(refusal(small_.substr(0, length)), "") << length << " of " << small_.size();
     }
+    EXPECT_NE(refusal(small_.substr(0, small_.size() - 1)), "");
 }
 
-// Some bits of a frame mean nothing to a reader: then the content is what was written.
+// A bit of the frame's header may mean nothing to a reader: then the content is what was written.
 TEST_F(BackupArchive, isNeverReadAlteredAfterFlippedBit) {
-    writeArchive(file_, small_);
-    const std::string whole = readFile(file_);
     std::size_t refused = 0;
-    for (std::size_t bit = 0; bit < 8 * whole.size(); ++bit) {
-        std::string altered = whole;
-        altered[bit / 8] = static_cast<char>(altered[bit / 8] ^ (1 << (bit % 8)));
-        writeFile(file_, altered);
-        if (!refusal().empty()) {
+    for (std::size_t byte = 0; byte < small_.size(); byte += kStride) {
+        std::string altered = small_;
+        altered[byte] = static_cast<char>(altered[byte] ^ (1 << (byte % 8)));
+        if (!refusal(altered).empty()) {
             ++refused;
             continue;
         }
-        const Archive read = readArchive(OpenFile(file_, "rbe"));
-        EXPECT_EQ(std::tie(read.kind, read.members), std::tie(small_.kind, small_.members)) << bit;
+        EXPECT_EQ(read().members, std::vector<std::string>{"a/b"}) << byte;
     }
-    EXPECT_GT(refused, 7 * whole.size());
+    EXPECT_GT(refused, small_.size() / kStride - 2);
 }
 
 TEST_F(BackupArchive, isRefusedWhenForeign) {
-    writeArchive(file_, small_);
-    const std::string whole = readFile(file_);
     for (const std::string& bytes :
          {std::string("no archive"), std::string(100000, '\0'), std::string("\x28\xB5\x2F\xFD", 4),
-          noise(50000), whole + "x", "x" + whole}) {
-        writeFile(file_, bytes);
-        EXPECT_NE(refusal(), "") << bytes.size() << " bytes";
+          firmwarePayload("1"), small_ + "x", "x" + small_}) {
+        EXPECT_EQ(refusal(bytes), "not a backup or update file") << bytes.size() << " bytes";
     }
 }
 
-// A plain tar has no checksum over its contents.
-TEST_F(BackupArchive, isRefusedWhenNotCompressed) {
-    writeFile(folder_.path("manifest"), "[Archive]\nKind=recipes\nDevice=\nTime=\nFirmware=\n");
-    const std::vector<std::string> tar = {"tar", "-C", folder_.path(), "-cf", file_, "manifest"};
+using TarCase = std::pair<std::vector<std::string>, std::string>;  // words for tar, the refusal
+class ForeignTar : public BackupArchive, public testing::WithParamInterface<TarCase> {};
+INSTANTIATE_TEST_SUITE_P(
+    Members, ForeignTar,
+    testing::Values(TarCase{{"a", "manifest"}, "not a backup or update file"},
+                    TarCase{{"--zstd", "a"}, "bad manifest: no Kind"},
+                    TarCase{{"--zstd", "manifest", "link"}, "a member is not a plain file"},
+                    TarCase{{"--zstd", "manifest", "pipe"}, "a member is not a plain file"},
+                    TarCase{{"--zstd", "-P", "--transform=s,^a,../a,", "manifest", "a"},
+                            "not a backup or update file"},
+                    TarCase{{"--zstd", "manifest", "a"}, ""}));
+
+TEST_P(ForeignTar, isRefused) {
+    writeFile(source_.path("manifest"), "[Archive]\nKind=recipes\nDevice=\nTime=\nFirmware=\n");
+    std::filesystem::create_symlink("/etc/passwd", source_.path("link"));
+    ASSERT_EQ(mkfifo(source_.path("pipe").c_str(), 0600), 0);
+    std::vector<std::string> tar = {"tar", "-C", source_.path(), "-cf", file_};
+    tar.insert(tar.end(), GetParam().first.begin(), GetParam().first.end());
     ASSERT_EQ(test_support::runCommand(tar).end, test_support::exited(0));
-    EXPECT_EQ(refusal(), "not a backup or update file");
+    EXPECT_EQ(refusal(), GetParam().second);
 }
 
 TEST_F(BackupArchive, isRefusedWhenNoRegularFile) {
-    const std::string pipe = folder_.path("pipe");
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    EXPECT_EQ(refusalOf(folder_.path()), "not a regular file");
-    EXPECT_EQ(refusalOf(pipe), "not a regular file");
-    EXPECT_THROW(writeArchive(pipe, small_), DeviceError);
-    EXPECT_TRUE(test_support::exists(pipe));
+    ASSERT_EQ(mkfifo(file_.c_str(), 0600), 0);
+    EXPECT_EQ(refusal(), "not a regular file");
+    EXPECT_THROW(writeArchive(file_, small_), DeviceError);
+    EXPECT_TRUE(test_support::exists(file_));
 }
 
 TEST_F(BackupArchive, isRefusedUntilItIsWhole) {
-    std::vector<std::uint64_t> sizes;
-    for (const Archive& each : {small_, large_}) {
-        writeArchive(file_, each, [&](std::uint64_t done, std::uint64_t total) {
-            sizes.push_back(std::filesystem::file_size(file_));
-            EXPECT_EQ(done, sizes.back());
+    writeStateFile(source_.path("a/large"), firmwarePayload("1"));
+    std::size_t steps = 0;
+    for (const std::string& bytes : {small_, packArchive(content_, source_.path())}) {
+        writeArchive(file_, bytes, [&](std::uint64_t done, std::uint64_t total) {
+            ++steps;
+            EXPECT_EQ(done, std::filesystem::file_size(file_));
             EXPECT_LE(done, total);
             EXPECT_NE(refusal(), "");
         });
         EXPECT_EQ(refusal(), "");
     }
-    EXPECT_GT(sizes.size(), 10U);
+    EXPECT_GT(steps, 10U);
 }
 
 TEST_F(BackupArchive, isRemovedWhenStickIsFull) {
     const test_support::Mount stick(folder_.path("small"), "tmpfs", "tmpfs", 0, "size=64k");
     const std::string path = folder_.path("small/a.psb");
-    EXPECT_THROW(writeArchive(path, large_), DeviceError);
+    EXPECT_THROW(writeArchive(path, firmwarePayload("1")), DeviceError);
     EXPECT_FALSE(test_support::exists(path));
 }
 

@@ -140,7 +140,7 @@ TEST_F(DeviceManagerClient, changesNothingWhenDeviceDiesInJob) {
     }
 }
 
-TEST_F(DeviceManagerClient, getsChecksAnsweredDuringJob) {
+TEST_F(DeviceManagerClient, getsOnlyChecksDoneDuringJob) {
     start();
     const BackupRestore controller = connected();
     const std::string small = folder_.path("small.psb");
@@ -155,6 +155,8 @@ TEST_F(DeviceManagerClient, getsChecksAnsweredDuringJob) {
     EXPECT_EQ(controller->checkBackupFile(small.c_str()), 0);
     EXPECT_EQ(controller->getBackupSize("recipes", &bytes), 0);
     EXPECT_EQ(controller->restore(small.c_str()), number(DeviceManagerStatus::busy));
+    EXPECT_EQ(controller->backup(small.c_str(), "recipes"), number(DeviceManagerStatus::busy));
+    EXPECT_EQ(connectedUpdate()->update(small.c_str()), number(DeviceManagerStatus::busy));
     ::kill(simulator_->id(), SIGTERM);
     EXPECT_NE(job.get(), 0);
 }

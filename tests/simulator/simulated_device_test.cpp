@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <map>
-#include <thread>
 #include <tuple>
 
 #include "simulator/device_folder.h"
@@ -51,6 +50,22 @@ protected:
         }
     }
 
+    // Writes a file of this kind with these members.
+    static void writeFileWith(const std::string& path, const std::string& kind,
+                              const std::string& firmware,
+                              const std::vector<std::string>& members) {
+        const TemporaryDirectory folder;
+        fs::create_directory(folder.path("data"));
+        for (const std::string& name : members) {
+            writeStateFile(folder.path(name), "content");
+        }
+        Archive content = {kind, "", "", firmware, {}};
+        for (const auto& entry : fs::directory_iterator(folder.path())) {
+            content.members.push_back(entry.path().filename());
+        }
+        writeArchive(path, packArchive(content, folder.path()));
+    }
+
     DeviceManagerStatus checkStatus(const std::string& path) const {
         return statusOf([&] { device_.checkBackupFile(path); });
     }
@@ -71,14 +86,6 @@ protected:
 constexpr auto kDone = DeviceManagerStatus::done;
 constexpr auto kUnusable = DeviceManagerStatus::unusableFile;
 
-TEST_F(SimulatedDevice, startsWithContentsOfEveryKind) {
-    EXPECT_EQ(device_.name(), "Morvane-X60");
-    EXPECT_EQ(device_.firmwareVersion(), "1.4.0");
-    EXPECT_TRUE(fs::is_regular_file(state_ + "/" + kSettingsFile));
-    EXPECT_FALSE(fs::is_empty(state_ + "/data/recipes"));
-    EXPECT_FALSE(fs::is_empty(state_ + "/data/users"));
-}
-
 TEST_F(SimulatedDevice, takesAnotherName) {
     for (const std::string name : {"Kitchen", " \\s\n;#\t ", "", "\xC3\xBC"}) {
         setDeviceName(state_, name);
@@ -87,11 +94,6 @@ TEST_F(SimulatedDevice, takesAnotherName) {
     }
     EXPECT_THAT(valueOf("settings/settings.ini"),
                 HasSubstr("serial=X60-000042\n\n[DISPLAY]\nbrightness=80"));
-}
-
-TEST_F(SimulatedDevice, refusesNameThatIsNotUtf8) {
-    EXPECT_THROW(setDeviceName(state_, "a\xFF"), DeviceError);
-    EXPECT_EQ(deviceName(state_), "Morvane-X60");
 }
 
 TEST_F(SimulatedDevice, isUnnamedWithoutSetting) {
@@ -167,19 +169,10 @@ TEST_F(SimulatedDevice, answersSizeThatSuffices) {
     }
 }
 
-TEST_F(SimulatedDevice, refusesRelativePath) {
-    EXPECT_EQ(statusOf([&] { device_.backup("a.psb", "recipes"); }), kUnusable);
-    EXPECT_EQ(restoreStatus("a.psb"), kUnusable);
-    EXPECT_EQ(checkStatus(""), kUnusable);
-    EXPECT_EQ(updateStatus("a.fwf"), kUnusable);
-    EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(""); }), kUnusable);
-}
-
 TEST_F(SimulatedDevice, refusesForeignMembers) {
     const Contents before = contents();
-    for (const char* name : {"data/users/users.ini", "data/recipes", "data/recipes/../users/x",
-                             "data/recipes/..", "/data/recipes/x", "../x", "recipes/x", ""}) {
-        writeArchive(file_, {"recipes", "", "", "", {{name, "intruder"}}});
+    for (const std::string name : {"data/users/x", "data/recipes-x", "data/x", "recipes/x"}) {
+        writeFileWith(file_, "recipes", "", {"data/recipes/x", name});
         EXPECT_EQ(checkStatus(file_), kUnusable) << name;
         EXPECT_EQ(restoreStatus(file_), kUnusable) << name;
     }
@@ -198,23 +191,6 @@ TEST_F(SimulatedDevice, backsUpPlainFilesOnly) {
     EXPECT_EQ(statusOf([&] { device_.backup(file_, "userdatabase"); }), kDone);
 }
 
-TEST_F(SimulatedDevice, refusesSecondJobAsBusy) {
-    writeUpdateFile(updateFile_, "2.0");
-    device_.backup(folder_.path("other.psb"), "recipes");
-    int asked = 0;
-    device_.restore(folder_.path("other.psb"), [&](std::uint64_t, std::uint64_t) {
-        ++asked;
-        std::thread([&] {
-            EXPECT_EQ(statusOf([&] { device_.backup(file_, "recipes"); }),
-                      DeviceManagerStatus::busy);
-            EXPECT_EQ(restoreStatus(file_), DeviceManagerStatus::busy);
-            EXPECT_EQ(updateStatus(updateFile_), DeviceManagerStatus::busy);
-        }).join();
-    });
-    EXPECT_GT(asked, 0);
-    EXPECT_EQ(updateStatus(updateFile_), kDone);
-}
-
 TEST_F(SimulatedDevice, installsNewerUpdateOnce) {
     writeUpdateFile(updateFile_, "1.10");
     const std::string payload = readFile(state_ + "/firmware/payload");
@@ -231,8 +207,8 @@ TEST_F(SimulatedDevice, installsNewerUpdateOnce) {
 }
 
 TEST_F(SimulatedDevice, refusesUnusableUpdate) {
-    using Members = std::map<std::string, std::string>;
-    const Members payload = {{kPayloadFile, "code"}};
+    using Members = std::vector<std::string>;
+    const Members payload = {kPayloadFile};
     const std::vector<std::pair<std::string, Members>> updates = {
         {"1.4.0", payload},
         {"1.4", payload},
@@ -240,12 +216,12 @@ TEST_F(SimulatedDevice, refusesUnusableUpdate) {
         {"newest", payload},
         {"", payload},
         {"2.0", {}},
-        {"2.0", {{"firmware/other", "code"}}},
-        {"2.0", {{kPayloadFile, "code"}, {kVersionFile, "9"}}},
+        {"2.0", {"firmware/other"}},
+        {"2.0", {kPayloadFile, kVersionFile}},
     };
     const Contents before = contents();
     for (const auto& [version, members] : updates) {
-        writeArchive(updateFile_, {"firmware", "", "", version, members});
+        writeFileWith(updateFile_, "firmware", version, members);
         EXPECT_EQ(statusOf([&] { device_.checkFirmwareFile(updateFile_); }), kUnusable) << version;
         EXPECT_EQ(updateStatus(updateFile_), kUnusable) << version;
     }
