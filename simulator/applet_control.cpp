@@ -3,7 +3,6 @@
 #include <gio/gio.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -101,11 +100,7 @@ void onNameLost(GDBusConnection* /*bus*/, const char* name, gpointer data) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    if (argc > 1) {
-        std::fprintf(stderr, "usage: %s  (orders on standard input)\n", argv[0]);
-        return 2;
-    }
+int main() {
     g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
     g_autoptr(MorvaneScctrl) object = morvane_scctrl_skeleton_new();
     morvane_scctrl_set_organization_name(object, "Morvane");

@@ -2,7 +2,6 @@
 #include "simulator/device_manager_server.h"
 
 #include <exception>
-#include <system_error>
 #include <utility>
 
 #include "com.morvane.devicemanager/com.morvane.devicemanager.h"
@@ -157,22 +156,28 @@ void DeviceManagerServer::start(const Call& call) {
     calls_.remove_if([](const std::future<void>& each) {
         return each.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
     });
-    try {
-        calls_.push_back(std::async(std::launch::async, [this, call] { run(call); }));
-    } catch (const std::system_error& error) {
-        finish(call, DeviceManagerStatus::failed, {error.what()});
-    }
+    calls_.push_back(std::async(std::launch::async, [this, call] { run(call); }));
 }
 
 // Whatever happens, the call is answered: its client waits without a limit.
 void DeviceManagerServer::run(const Call& call) {
+    auto status = DeviceManagerStatus::done;
+    Outcome outcome;
     try {
-        finish(call, DeviceManagerStatus::done, workOn(call));
+        outcome = workOn(call);
     } catch (const DeviceError& error) {
-        finish(call, error.status, {error.what()});
+        status = error.status;
+        outcome.message = error.what();
     } catch (const std::exception& error) {
-        finish(call, DeviceManagerStatus::failed, {error.what()});
+        status = DeviceManagerStatus::failed;
+        outcome.message = error.what();
     }
+    const std::string text = printable(outcome.message);
+    const bool isDone = status == DeviceManagerStatus::done;
+    const std::string failed = "FAILED (status " + std::to_string(number(status)) + "): ";
+    logAction(call.action(), isDone ? text : failed + text);
+    g_dbus_method_invocation_return_value(
+        call.invocation, g_variant_new("(xst)", number(status), text.c_str(), outcome.bytes));
 }
 
 DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
@@ -195,15 +200,4 @@ DeviceManagerServer::Outcome DeviceManagerServer::workOn(const Call& call) {
         g_object_set_data(peer, kAccepted, GINT_TO_POINTER(1));
     }
     return outcome;
-}
-
-void DeviceManagerServer::finish(const Call& call, DeviceManagerStatus status,
-                                 const Outcome& outcome) {
-    const std::string text = printable(outcome.message);
-    logAction(call.action(),
-              status == DeviceManagerStatus::done
-                  ? text
-                  : "FAILED (status " + std::to_string(number(status)) + "): " + text);
-    g_dbus_method_invocation_return_value(
-        call.invocation, g_variant_new("(xst)", number(status), text.c_str(), outcome.bytes));
 }

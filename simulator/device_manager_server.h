@@ -53,7 +53,6 @@ private:
     void run(const Call& call);
     Outcome workOn(const Call& call);
     Outcome carryOut(const Call& call);
-    static void finish(const Call& call, DeviceManagerStatus status, const Outcome& outcome);
 
     SimulatedDevice& device_;
     LiveBehaviour behaviour_;

@@ -3,8 +3,6 @@
 
 #include <glib.h>
 
-#include <mutex>
-
 #include "simulator/device_folder.h"
 
 namespace {
@@ -12,7 +10,6 @@ namespace {
 constexpr int kSuccess = 0;
 constexpr int kFailure = -1;
 
-std::mutex mutex;  // guards what follows
 // What the open transaction reads: the settings as they were when it began. Null outside a
 // transaction.
 GKeyFile* settings = nullptr;
@@ -32,7 +29,6 @@ int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
     if (g_key_file_load_from_file(read, path, G_KEY_FILE_NONE, nullptr) == FALSE) {
         return kFailure;
     }
-    const std::lock_guard<std::mutex> lock(mutex);
     g_clear_pointer(&settings, g_key_file_unref);
     settings = g_steal_pointer(&read);
     return kSuccess;
@@ -40,7 +36,6 @@ int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
 
 int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
     const std::size_t separator = key.find('/');
-    const std::lock_guard<std::mutex> lock(mutex);
     if (separator == std::string::npos || settings == nullptr) {
         return kFailure;
     }
@@ -54,6 +49,5 @@ int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
 }
 
 void VeskServiceInterface::stopTransaction() {
-    const std::lock_guard<std::mutex> lock(mutex);
     g_clear_pointer(&settings, g_key_file_unref);
 }

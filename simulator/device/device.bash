@@ -57,8 +57,7 @@ waitUntil() {
 
 # note TEXT: a line in the device's log, of the form that device manager and applet control use.
 note() {
-    local now=$EPOCHREALTIME
-    printf '%(%F %T)T.%s  %s\n' "${now%[.,]*}" "${now:(-6):3}" "$1" >>"$kLogs/device"
+    printf '%s  %s\n' "$(date '+%F %T.%3N')" "$1" >>"$kLogs/device"
 }
 
 # logEnd LOG: how long LOG is; what logSays may begin with.
@@ -125,10 +124,7 @@ fillStick() {
     read -r _ memory _ < <(grep '^MemAvailable:' /proc/meminfo)
     left=$((blocks * size - kLeftBytes))
     ((left > 0)) || return 0
-    if ((left / 1024 > memory / 2)); then
-        echo "the machine has too little memory to fill a stick of this size" >&2
-        return 1
-    fi
+    ((left / 1024 <= memory / 2)) || { echo "too little memory to fill a stick of this size" >&2 && return 1; }
     filler=$(mktemp "$1/filler.XXXXXX") && fallocate -l "$left" "$filler"
 }
 

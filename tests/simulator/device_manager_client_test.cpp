@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "simulator/simulated_device.h"
 #include "tests/simulator/device_manager_fixture.h"
@@ -201,9 +203,51 @@ TEST_F(DeviceManagerClient, updatesFirmware) {
     controller->disconnect();
 }
 
-TEST_F(DeviceManagerClient, destroysNullUpdateController) {
-    FUDestroyController(nullptr);
-    EXPECT_NE(Update(FUCreateController()), nullptr);
+TEST_F(DeviceManagerClient, findsOneSimulatorOnPort) {
+    start();
+    const auto second = runCommand(
+        runnable(simulatorPath_, {"--state", folder_.path("second"), "--credential-record="}));
+    EXPECT_EQ(second.end, exited(1));
+    EXPECT_THAT(second.error,
+                testing::MatchesRegex("device-manager-simulator: [^\n]*5001[^\n]*\n"));
+    EXPECT_FALSE(exists(folder_.path("second")));
+}
+
+TEST_F(DeviceManagerClient, connectsToFreePortOfSimulator) {
+    const ChildProcess simulator(runnable(
+        simulatorPath_, {"--state", folder_.path("a"), "--credential-record=", "--port", "0"}));
+    ASSERT_TRUE(simulator.waitForOutput(", state in "));
+    const std::string output = simulator.standardOutput();
+    const std::size_t begin = output.find("127.0.0.1:");
+    const std::string endpoint = output.substr(begin, output.find(',', begin) - begin);
+    EXPECT_NE(endpoint, "127.0.0.1:0");
+    EXPECT_EQ(backupRestore()->connect(endpoint.c_str(), ""), 0) << endpoint;
+}
+
+TEST(DeviceManagerSimulator, refusesWrongOptions) {
+    const TemporaryDirectory folder;
+    writeFile(folder.path("file"), "");
+    const std::vector<std::pair<std::vector<std::string>, int>> cases = {
+        {{"--nonsense"}, 2},
+        {{"stray"}, 2},
+        {{"--port", "70000"}, 2},
+        {{"--job-seconds", "-1"}, 2},
+        {{"--make-update", "1.0"}, 2},
+        {{"--order", "delay", "soon"}, 2},
+        {{"--order", "delay", "1", "2"}, 2},
+        {{"--order", "status"}, 1},
+        {{"--set-name", "a\xFF", "--state", folder.path("state")}, 1},
+        {{"--print-name", "--state", folder.path("missing")}, 1},
+        {{"--make-update", "new", folder.path("a.fwf")}, 1},
+        {{"--make-update", "1.0", folder.path("missing/a.fwf")}, 1},
+        {{"--credential-record=", "--state", folder.path("file")}, 1},
+        {{"--credential-record", folder.path("file/record"), "--state", folder.path("state")}, 1},
+    };
+    for (const auto& [options, status] : cases) {
+        const auto result = runCommand(runnable(buildPath("device-manager-simulator"), options));
+        EXPECT_EQ(result.end, exited(status)) << testing::PrintToString(options);
+        EXPECT_THAT(result.error, testing::MatchesRegex("device-manager-simulator: [^\n]+\n"));
+    }
 }
 
 }  // namespace

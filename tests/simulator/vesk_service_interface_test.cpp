@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
-#include <vector>
 
 #include "simulator/device_folder.h"
 #include "simulator/simulated_device.h"
@@ -83,26 +81,6 @@ TEST_F(VeskServiceInterface, readsSettingsAsTransactionFoundThem) {
     EXPECT_EQ(service_.getValue(kName, value_), 0);
     EXPECT_EQ(value_, "Cellar");
     service_.stopTransaction();
-}
-
-TEST_F(VeskServiceInterface, worksOnSeveralThreads) {
-    writeSettings("[DEVICE_INFO]\ntransfername=Kitchen\n");
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([this] {
-            for (int round = 0; round < 50; ++round) {
-                std::string value;
-                EXPECT_EQ(service_.startTransaction(true, true), 0);
-                const int result = service_.getValue(kName, value);
-                EXPECT_TRUE(result != 0 || value == "Kitchen");
-                service_.stopTransaction();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 }  // namespace
