@@ -1,12 +1,35 @@
-// The commands of transferctl.
+// The command line of transferctl and its commands.
 #pragma once
 
+#include <glib.h>
+
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "transferctl/options.h"
+#include "transferctl/transfer_client.h"
 
 namespace transferctl {
+
+struct Options {
+    bool json = false;
+    bool wait = false;
+    bool force = false;
+    BackupKind kind = BackupKind::kFull;
+    std::optional<std::string> name;
+    std::chrono::milliseconds limit{};
+    std::vector<std::string> arguments;  // of the command
+};
+
+// Which commands take an option.
+enum OptionGroup : unsigned {
+    kProgramOptions = 1U << 0U,  // none: it replaces the command
+    kCommonOptions = 1U << 1U,
+    kJobOptions = 1U << 2U,
+    kBackupOptions = 1U << 3U,
+    kEveryOption = ~0U,
+};
 
 // What a command's arguments name.
 enum class Argument { kNothing, kAnything, kDirectory, kBackup, kUpdate };
@@ -23,6 +46,17 @@ struct Command {
     // Prints the result and returns when the command is done; otherwise throws Failure.
     void (*run)(const Options& options);
 };
+
+// The groups of options that a command takes, or the program without a command.
+unsigned optionGroups(const Command* command);
+
+// The options of these groups, an empty entry at the end. Where an option takes one of some words,
+// its value's description is these words with "|" between them.
+std::vector<GOptionEntry> optionEntries(unsigned groups);
+
+// Returns the command and fills in its options; null when nothing is left to do. With --help it
+// prints the help and ends the process with status 0. Throws Failure (usage).
+const Command* parseCommandLine(const std::vector<std::string>& arguments, Options* options);
 
 // Null for an unknown name.
 const Command* findCommand(const std::string& name);

@@ -5,7 +5,6 @@
 
 #include "transferctl/commands.h"
 #include "transferctl/output.h"
-#include "transferctl/safe_text.h"
 
 namespace transferctl {
 namespace {
@@ -174,7 +173,7 @@ void printCandidates(const Options& options) {
     try {
         offerCandidates(options);
     } catch (const Failure&) {
-        // No candidates then: a prompt is no place for messages.
+        // A prompt is no place for messages.
     }
 }
 

@@ -1,7 +1,6 @@
 // The commands that change a stick's directories, and the one that proposes a name.
 #include "transferctl/commands.h"
 #include "transferctl/output.h"
-#include "transferctl/safe_text.h"
 
 namespace transferctl {
 namespace {

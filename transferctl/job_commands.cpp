@@ -1,9 +1,7 @@
 // The commands that start a job: backup, restore, update.
 #include "transferctl/commands.h"
+#include "transferctl/jobs.h"
 #include "transferctl/output.h"
-#include "transferctl/safe_text.h"
-#include "transferctl/started_job.h"
-#include "transferctl/wait_for_backup.h"
 
 namespace transferctl {
 namespace {

@@ -3,9 +3,8 @@
 #include <iterator>
 
 #include "transferctl/commands.h"
+#include "transferctl/jobs.h"
 #include "transferctl/output.h"
-#include "transferctl/safe_text.h"
-#include "transferctl/started_job.h"
 
 namespace transferctl {
 namespace {
@@ -93,22 +92,20 @@ void listPackages(const Options& options, Listing listing) {
 void showStatus(const Options& options) {
     TransferClient client{Deadline(options.limit)};
     const std::string owner = client.owner();
-    const std::optional<unsigned> process = client.process();
+    const unsigned process = client.process();
     const std::size_t sticks = client.sticks().size();
     const std::optional<StartedJob> job = startedJob(client);
     if (options.json) {
-        GVariant* const pid = process ? g_variant_new_uint32(*process) : nullptr;
         GVariant* const jobJson = job ? g_variant_new_parsed("{'job': <%s>, 'file': <%s>}",
                                                              job->job.c_str(), job->file.c_str())
                                       : nullptr;
         printJson(g_variant_new_parsed(
-            "{'running': <true>, 'owner': <%s>, 'pid': <%@mu>, 'sticks': <%x>, 'job': <%@ma{sv}>}",
-            owner.c_str(), g_variant_new_maybe(G_VARIANT_TYPE_UINT32, pid), jsonNumber(sticks),
+            "{'running': <true>, 'owner': <%s>, 'pid': <%u>, 'sticks': <%x>, 'job': <%@ma{sv}>}",
+            owner.c_str(), process, jsonNumber(sticks),
             g_variant_new_maybe(G_VARIANT_TYPE_VARDICT, jobJson)));
         return;
     }
-    print("service  running as " + owner +
-          (process ? ", process " + std::to_string(*process) : "") + "\nsticks   " +
+    print("service  running as " + owner + ", process " + std::to_string(process) + "\nsticks   " +
           std::to_string(sticks) + "\njob      " +
           (job ? job->job + " of " + safeText(job->file) + ", started by you"
                : "none started by you") +

@@ -7,7 +7,6 @@
 
 #include "transferctl/commands.h"
 #include "transferctl/output.h"
-#include "transferctl/safe_text.h"
 
 namespace transferctl {
 namespace {

@@ -1,11 +1,10 @@
 // The command line of transferctl.
-#include "transferctl/options.h"
+#include "transferctl/commands.h"
 
 #include <algorithm>
 #include <array>
 #include <limits>
 
-#include "transferctl/commands.h"
 #include "transferctl/failure.h"
 #include "transferctl/output.h"
 
@@ -17,25 +16,7 @@ constexpr std::chrono::hours kLimitOfWaiting{1};
 constexpr double kLongestSeconds = 1e6;
 constexpr double kNotGiven = std::numeric_limits<double>::max();
 
-struct KindWord {
-    const char* word;
-    BackupKind kind;
-};
-constexpr std::array<KindWord, 3> kKindWords{{{"full", BackupKind::kFull},
-                                              {"recipes", BackupKind::kRecipes},
-                                              {"users", BackupKind::kUsers}}};
-
-// "full|recipes|users".
-const std::string& kindWords() {
-    static const std::string words = [] {
-        std::string list;
-        for (const KindWord& kind : kKindWords) {
-            list += (list.empty() ? "" : "|") + std::string(kind.word);
-        }
-        return list;
-    }();
-    return words;
-}
+constexpr const char* kKindWords = "full|recipes|users";  // of BackupKind, from 1
 
 // What GOption writes to; one parse, one object.
 struct Slots {
@@ -73,8 +54,7 @@ std::vector<GOptionEntry> entriesOf(unsigned groups, Slots* slots) {
          {"timeout", 0, 0, G_OPTION_ARG_DOUBLE, &slots->timeout,
           "Give up after so long (120, with --wait 3600)", "SECONDS"}},
         {kBackupOptions,
-         {"type", 't', 0, G_OPTION_ARG_FILENAME, &slots->type, "What to save (full)",
-          kindWords().c_str()}},
+         {"type", 't', 0, G_OPTION_ARG_FILENAME, &slots->type, "What to save (full)", kKindWords}},
         {kBackupOptions,
          {"name", 'n', 0, G_OPTION_ARG_FILENAME, &slots->name,
           "Name of the file (the service proposes one)", "NAME"}},
@@ -133,12 +113,13 @@ const Command* commandIn(const std::vector<std::string>& arguments) {
 }
 
 BackupKind kindNamed(const std::string& word) {
-    for (const KindWord& kind : kKindWords) {
-        if (word == kind.word) {
-            return kind.kind;
+    g_auto(GStrv) words = g_strsplit(kKindWords, "|", -1);
+    for (std::uint32_t i = 0; words[i] != nullptr; ++i) {
+        if (word == words[i]) {
+            return BackupKind{i + 1};
         }
     }
-    throw wrongUsage("'" + word + "' is no type of backup; --type is " + kindWords());
+    throw wrongUsage("'" + word + "' is no type of backup; --type is " + kKindWords);
 }
 
 std::chrono::milliseconds limitIn(const Slots& slots) {

@@ -2,15 +2,28 @@
 #pragma once
 
 #include <glib.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "transferctl/transfer_client.h"
 
 namespace transferctl {
+
+// The string with `\xNN` for each ASCII control and each byte that is not UTF-8, `\uNNNN` or
+// `\UNNNNNNNN` for other characters that a terminal acts on or hides, and `\\` for a backslash:
+// different strings stay different. Always valid UTF-8.
+std::string safeText(std::string_view bytes);
+
+// JSON with `\uNNNN` for each such character, which every reader turns back.
+std::string safeJson(const std::string& json);
+
+// Columns of a terminal that valid UTF-8 takes.
+std::size_t displayWidth(const std::string& text);
 
 // Writes and flushes. Throws Failure (refused) when standard output cannot be written.
 void print(const std::string& safeText);
@@ -37,10 +50,7 @@ std::string humanDuration(std::chrono::milliseconds time);
 // exact values between tabs for each row otherwise.
 class Table {
 public:
-    Table(std::vector<std::string> titles, bool isForPeople);
-
-    // For people when standard output is a terminal.
-    explicit Table(std::vector<std::string> titles);
+    explicit Table(std::vector<std::string> titles, bool isForPeople = isatty(STDOUT_FILENO) != 0);
 
     // A row of as many safe strings as there are titles.
     void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }

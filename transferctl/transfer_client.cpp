@@ -168,11 +168,12 @@ std::string TransferClient::identity() const {
     return g_dbus_connection_get_guid(connection_.get()) + owner_;
 }
 
-std::optional<unsigned> TransferClient::process() const {
+unsigned TransferClient::process() const {
+    g_autoptr(GError) error = nullptr;
     g_autoptr(GVariant) reply =
-        askBus(connection_.get(), "GetConnectionUnixProcessID", owner_, deadline_, nullptr);
+        askBus(connection_.get(), "GetConnectionUnixProcessID", owner_, deadline_, &error);
     if (reply == nullptr) {
-        return std::nullopt;
+        throw failureOf(error);
     }
     guint32 process = 0;
     g_variant_get(reply, "(u)", &process);

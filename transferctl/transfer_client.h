@@ -64,8 +64,8 @@ public:
     // Tells this process of the service from every other one, also after a restart of the bus.
     std::string identity() const;
 
-    // The service's process id; nothing when the bus does not tell.
-    std::optional<unsigned> process() const;
+    // The service's process id.
+    unsigned process() const;
 
     std::vector<Stick> sticks();
 
