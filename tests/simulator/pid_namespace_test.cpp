@@ -5,6 +5,7 @@
 #include <csignal>
 
 #include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
 #include "tests/support/files/paths.h"
 #include "tests/support/process/namespace_process.h"
 #include "tests/support/process/process_table.h"
