@@ -24,6 +24,9 @@ struct NamespaceEnd {
 class NamespaceProcess : public ChildProcess {
 public:
     explicit NamespaceProcess(const std::vector<std::string>& command, ChildOptions options = {});
+    ~NamespaceProcess() { kill(); }
+    NamespaceProcess(const NamespaceProcess&) = delete;
+    NamespaceProcess& operator=(const NamespaceProcess&) = delete;
 
     // Id of the command inside; nothing when it could not be started.
     std::optional<pid_t> commandInside() const;
