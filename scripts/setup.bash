@@ -83,17 +83,22 @@ prepareCrossBuild() {
     "$project/scripts/sysroot" "$architecture"
 }
 
-# build PRESET [TARGET...]: configures once and builds into build/PRESET, everything or these targets.
+# build PRESET [TARGET...]: configures once and builds into build/PRESET, everything or these targets. One at a time:
+# two builds of one folder damage each other.
 build() {
-    local preset=$1
+    local preset=$1 lock
     shift
     cd "$project"
+    mkdir -p build
+    exec {lock}>"build/$preset.lock"
+    flock "$lock"
     if [[ ! -e build/$preset/build.ninja ]]; then
         say "Configuring build/$preset"
         cmake --preset "$preset"
     fi
     say "Building build/$preset"
     cmake --build "build/$preset" --parallel "$(nproc)" ${1+--target "$@"}
+    exec {lock}>&-
 }
 
 # ownFiles [PATTERN...]: the files that belong to the project, each ended by a zero byte.
@@ -105,6 +110,28 @@ ownFiles() {
 testUnder() {
     build "$1"
     "${@:2}" ctest --test-dir "build/$1" --output-on-failure
+}
+
+# testInShares PRESET [COMMAND...]: the same, with many tests in one process. Says how many passed, and fails when
+# that and the failed and skipped ones are not all, as when a share has ended early.
+testInShares() {
+    local folder=$project/build/$1 status=0 passed failed skipped all
+    build "$1"
+    "${@:2}" ctest --test-dir "$folder" --output-on-failure --no-tests=error -LE single || status=$?
+    passed=$(countTests "$folder" PASSED) failed=$(countTests "$folder" FAILED) skipped=$(countTests "$folder" SKIPPED)
+    all=$(ctest --test-dir "$folder" -N -L single | sed -n 's/^Total Tests: //p')
+    say "Of $all tests in shares $passed passed, $failed failed, $skipped were left out"
+    ((all > 0 && passed + failed + skipped == all)) || {
+        say "FAILED: $((all - passed - failed - skipped)) tests have not come to an end"
+        status=1
+    }
+    return "$status"
+}
+
+# countTests FOLDER WORD: the sum of the numbers of tests that the shares give with WORD at their end.
+countTests() {
+    sed -nE "s/^\[  $2 +\] ([0-9]+) tests?[.,].*/\1/p" "$1/Testing/Temporary/LastTest.log" |
+        awk '{ sum += $1 } END { print sum + 0 }'
 }
 
 # takeState ARG...: sets state, the folder that a leading "--state FOLDER" names, which is made where it is
