@@ -91,9 +91,12 @@ TEST_F(PackageListing, listsOnlyAcceptedFiles) {
     EXPECT_THAT(namesOf(backup("")), UnorderedElementsAre("good.psb", "baddir.psb", "good"));
     device_.order("BR.checkBackupFile", "reject", "/baddir.psb");
     EXPECT_THAT(namesOf(backup("")), ElementsAre("good.psb"));
+    stick_.addFile("good.fwf");
     for (const std::int64_t status : {-1LL, 1LL, 1LL << 32U}) {
         device_.orderStatus("BR.checkBackupFile", status);
+        device_.orderStatus("FU.checkFirmwareFile", status);
         EXPECT_THAT(backup(""), IsEmpty()) << status;
+        EXPECT_THAT(update(""), IsEmpty()) << status;
     }
 }
 

@@ -4,9 +4,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
-#include <map>
 #include <memory>
-#include <regex>
 
 namespace test_support {
 
@@ -64,26 +62,6 @@ std::vector<std::string> offeredPaths(const DeviceDouble& device) {
         }
     }
     return paths;
-}
-
-std::vector<std::string> controllerCalls(const DeviceDouble& device) {
-    std::map<std::string, std::string> numbers;
-    std::vector<std::string> result;
-    const std::regex number("\\b(BR|FU)([0-9]+)\\b");
-    for (const std::string& call : device.calls()) {
-        std::smatch match;
-        if (!std::regex_search(call, match, number)) {
-            result.push_back(call);
-            continue;
-        }
-        const std::string kind = match[1];
-        const auto [known, fresh] = numbers.emplace(match[0], "");
-        if (fresh) {
-            known->second = kind + std::to_string(numbers.size());
-        }
-        result.push_back(match.prefix().str() + known->second + match.suffix().str());
-    }
-    return result;
 }
 
 }  // namespace test_support

@@ -47,8 +47,4 @@ std::vector<std::string> deliveredNames(const std::string& directory);
 // The paths that a record shows to have been offered to the device manager, in order.
 std::vector<std::string> offeredPaths(const DeviceDouble& device);
 
-// The record's calls of controllers, which are numbered from 1 in their order of appearance: the
-// doubles go on counting from test to test.
-std::vector<std::string> controllerCalls(const DeviceDouble& device);
-
 }  // namespace test_support
