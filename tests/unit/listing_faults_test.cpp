@@ -7,9 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <functional>
-#include <limits>
 #include <map>
-#include <memory>
+#include <tuple>
 
 #include "tests/support/process/process_table.h"
 #include "tests/unit/listing.h"
@@ -18,52 +17,51 @@
 namespace test_support {
 namespace {
 
-constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
-
-// What happens to the stick: told of every call, with its index and that of the call before which
-// the fault strikes. Returns as WatchedCalls::Before.
+// What happens before one call, and the errno of that and all further calls (0: none).
 struct Fault {
     const char* name;
-    std::function<int(Stick& stick, std::size_t index, std::size_t strike)> act;
+    void (*happen)(Stick& stick);
+    int error;
 };
 
-void pull(Stick& stick) {
-    stick.pull();
-}
-
-void pullAndRemoveTheFolder(Stick& stick) {
-    stick.pull();
-    rmdir(stick.path().c_str());
-}
-
-void replaceTheDirectoryByAFile(Stick& stick) {
-    std::rename(stick.path("a").c_str(), stick.path(".a").c_str());
-    stick.addFile("a");
-}
-
-Fault once(const char* name, void (*happen)(Stick&)) {
-    return {name, [happen](Stick& stick, std::size_t index, std::size_t strike) {
-                if (index == strike) {
-                    happen(stick);
-                }
-                return 0;
-            }};
-}
+const Fault kLastingFaults[] = {
+    {"Pulled", [](Stick& stick) { stick.pull(); }, 0},
+    {"PulledWithItsFolder",
+     [](Stick& stick) {
+         stick.pull();
+         rmdir(stick.path().c_str());
+     },
+     0},
+    {"WithAFileInPlaceOfTheDirectory",
+     [](Stick& stick) {
+         std::rename(stick.path("a").c_str(), stick.path(".a").c_str());
+         stick.addFile("a");
+     },
+     0},
+    {"AnsweringErrorsFromThenOn", [](Stick& /*stick*/) {}, EIO},
+};
 
 struct ManagerOperation {
     const char* name;
-    std::function<std::vector<FileEntry>(TfMngr&)> run;
+    std::vector<FileEntry> (*run)(TfMngr&);
+};
+
+const ManagerOperation kListings[] = {
+    {"RestoreListing", [](TfMngr& m) { return m.getRestoreFilesList("USB_X60.1", "a"); }},
+    {"BackupListing", [](TfMngr& m) { return m.getBackupFilesList("USB_X60.1", "a"); }},
+    {"UpdateListing", [](TfMngr& m) { return m.getUpdateFilesList("USB_X60.1", "a"); }},
 };
 
 class FaultyListing : public testing::Test {
 protected:
-    // One run on a fresh stick, with the fault before the call of index `strike`.
     struct Run {
         std::vector<FileEntry> list;
         std::vector<WatchedCall> calls;
     };
 
-    Run run(const ManagerOperation& operation, const Fault& fault, std::size_t strike) {
+    // One run on a fresh stick, on which `before` acts as in WatchedCalls.
+    Run run(const ManagerOperation& operation,
+            const std::function<int(Stick& stick, std::size_t index)>& before) {
         Stick stick(1);
         fill(stick);
         device_.clearRecord();
@@ -71,13 +69,16 @@ protected:
         Run result;
         {
             const WatchedCalls watched([&](const WatchedCall& /*call*/, std::size_t index) {
-                return fault.act(stick, index, strike);
+                return before(stick, index);
             });
             result = {operation.run(manager_), watched.calls()};
         }
         EXPECT_EQ(openDescriptorsOf(getpid()), open);
         EXPECT_EQ(controllersLeft(), 0);
         return result;
+    }
+    Run run(const ManagerOperation& operation) {
+        return run(operation, [](Stick& /*stick*/, std::size_t /*index*/) { return 0; });
     }
 
     static void fill(const Stick& stick) {
@@ -100,17 +101,14 @@ protected:
     TfMngr manager_;
 };
 
-std::string pathOf(const FileEntry& entry) {
-    return stickPath(1) + "/" + entry.location + "/" + entry.name;
-}
-
 // What of a whole list had been looked at before the call of index `strike`.
 std::vector<FileEntry> seenBefore(std::size_t strike, const std::vector<FileEntry>& whole,
                                   const std::vector<WatchedCall>& calls) {
     std::vector<FileEntry> seen;
     for (const FileEntry& entry : whole) {
+        const std::string path = stickPath(1) + "/" + entry.location + "/" + entry.name;
         const auto looked = std::find_if(calls.begin(), calls.end(), [&](const WatchedCall& call) {
-            return call.name == "stat64" && call.path == pathOf(entry);
+            return call.name == "stat64" && call.path == path;
         });
         if (static_cast<std::size_t>(looked - calls.begin()) < strike) {
             seen.push_back(entry);
@@ -119,42 +117,30 @@ std::vector<FileEntry> seenBefore(std::size_t strike, const std::vector<FileEntr
     return seen;
 }
 
-const std::vector<Fault>& faults() {
-    static const std::vector<Fault> all{
-        once("Pulled", pull), once("PulledWithItsFolder", pullAndRemoveTheFolder),
-        once("WithAFileInPlaceOfTheDirectory", replaceTheDirectoryByAFile),
-        Fault{"AnsweringErrorsFromThenOn", [](Stick&, std::size_t index, std::size_t strike) {
-                  return index >= strike ? EIO : 0;
-              }}};
-    return all;
-}
+class LastingFault : public FaultyListing,
+                     public testing::WithParamInterface<std::tuple<Fault, ManagerOperation>> {};
 
-const std::vector<ManagerOperation>& operations() {
-    static const std::vector<ManagerOperation> all{
-        {"RestoreListing", [](TfMngr& m) { return m.getRestoreFilesList("USB_X60.1", "a"); }},
-        {"BackupListing", [](TfMngr& m) { return m.getBackupFilesList("USB_X60.1", "a"); }},
-        {"UpdateListing", [](TfMngr& m) { return m.getUpdateFilesList("USB_X60.1", "a"); }}};
-    return all;
-}
-
-class PermanentFault : public FaultyListing,
-                       public testing::WithParamInterface<std::tuple<Fault, ManagerOperation>> {};
-
-TEST_P(PermanentFault, leavesWhatWasSeenBefore) {
-    const auto& [fault, operation] = GetParam();
-    const Run whole = run(operation, fault, kNever);
+TEST_P(LastingFault, leavesWhatWasSeenBefore) {
+    const Fault& fault = std::get<Fault>(GetParam());
+    const ManagerOperation& operation = std::get<ManagerOperation>(GetParam());
+    const Run whole = run(operation);
     ASSERT_GE(whole.list.size(), 3U);
     for (std::size_t strike = 0; strike < whole.calls.size(); ++strike) {
-        const Run faulty = run(operation, fault, strike);
+        const Run faulty = run(operation, [&](Stick& stick, std::size_t index) {
+            if (index == strike) {
+                fault.happen(stick);
+            }
+            return index < strike ? 0 : fault.error;
+        });
         EXPECT_EQ(placesOf(faulty.list), placesOf(seenBefore(strike, whole.list, whole.calls)))
             << "before call " << strike << ", " << whole.calls[strike].name << " "
             << whole.calls[strike].path;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(During, PermanentFault,
-                         testing::Combine(testing::ValuesIn(faults()),
-                                          testing::ValuesIn(operations())),
+INSTANTIATE_TEST_SUITE_P(During, LastingFault,
+                         testing::Combine(testing::ValuesIn(kLastingFaults),
+                                          testing::ValuesIn(kListings)),
                          [](const auto& one) {
                              return std::string(std::get<ManagerOperation>(one.param).name) +
                                     std::get<Fault>(one.param).name;
@@ -162,25 +148,15 @@ INSTANTIATE_TEST_SUITE_P(During, PermanentFault,
 
 class SingleFault : public FaultyListing, public testing::WithParamInterface<ManagerOperation> {};
 
-// In the order of the whole list.
-bool isPartOf(const std::vector<std::string>& part, const std::vector<std::string>& whole) {
-    auto from = whole.begin();
-    return std::all_of(part.begin(), part.end(), [&](const std::string& place) {
-        from = std::find(from, whole.end(), place);
-        return from != whole.end();
-    });
-}
-
 TEST_P(SingleFault, losesOnlyPartOfTheList) {
-    const Fault oneCall{"", [](Stick&, std::size_t index, std::size_t strike) {
-                            return index == strike ? EIO : 0;
-                        }};
-    const Run whole = run(GetParam(), oneCall, kNever);
+    const Run whole = run(GetParam());
     std::map<std::string, std::size_t> lost;
     for (std::size_t strike = 0; strike < whole.calls.size(); ++strike) {
-        const Run faulty = run(GetParam(), oneCall, strike);
-        EXPECT_TRUE(isPartOf(placesOf(faulty.list), placesOf(whole.list)))
-            << testing::PrintToString(placesOf(faulty.list)) << " before call " << strike;
+        const Run faulty = run(GetParam(), [&](Stick& /*stick*/, std::size_t index) {
+            return index == strike ? EIO : 0;
+        });
+        EXPECT_THAT(placesOf(faulty.list), testing::IsSubsetOf(placesOf(whole.list)))
+            << "before call " << strike;
         lost[whole.calls[strike].name] += whole.list.size() - faulty.list.size();
     }
     EXPECT_EQ(lost["closedir"], 0U);
@@ -190,7 +166,7 @@ TEST_P(SingleFault, losesOnlyPartOfTheList) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(During, SingleFault, testing::ValuesIn(operations()),
+INSTANTIATE_TEST_SUITE_P(During, SingleFault, testing::ValuesIn(kListings),
                          [](const auto& one) { return std::string(one.param.name); });
 
 }  // namespace
