@@ -242,6 +242,7 @@ TEST_F(CreateDirectory, returnsTrueAlsoWhenMkdirFails) {
     expectCreate("to-nothing", true);
     expectCreate("x/../file/y/z", true);
     EXPECT_EQ(readFile(stick_.path("file")), "content");
+    EXPECT_TRUE(std::filesystem::is_symlink(stick_.path("to-nothing")));
     EXPECT_FALSE(holds("missing"));
     stick_.makeReadOnly();
     expectCreate("a/b", true);
