@@ -44,6 +44,8 @@ TEST_F(StartUp, printsAndLogsItsSteps) {
     ASSERT_TRUE(service.waitForOutput(kLastStep));
     EXPECT_EQ(service.standardOutput(), asPrinted(startUpMessages()));
     EXPECT_EQ(service.standardError(), "");
+    EXPECT_EQ(innermostId(*service.processId()), service.commandInside());
+    EXPECT_FALSE(StartSemaphores::exists());
     ASSERT_TRUE(log_.waitFor("Init Main loop"));
     EXPECT_THAT(log_.messages(), ElementsAreArray(startUpMessages()));
     EXPECT_THAT(log_.messages(), Each(Field(&LogMessage::facility, LOG_USER)));
@@ -51,14 +53,6 @@ TEST_F(StartUp, printsAndLogsItsSteps) {
         EXPECT_THAT(log_.messages(),
                     Each(Field(&LogMessage::program, "com-morvane-transfer-service")));
     }
-}
-
-TEST_F(StartUp, staysInForegroundWithoutSemaphoreSet) {
-    ServiceProcess service;
-    ASSERT_TRUE(service.waitUntilAnswers());
-    EXPECT_EQ(innermostId(*service.processId()), service.commandInside());
-    EXPECT_FALSE(StartSemaphores::exists());
-    EXPECT_THAT(service.ends(), IsEmpty());
 }
 
 TEST_F(StartUp, locksMarksAndRunsScriptFirst) {
@@ -78,23 +72,6 @@ TEST_F(StartUp, locksMarksAndRunsScriptFirst) {
     EXPECT_EQ(service.standardOutput(), asPrinted(startUpMessages()));
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart)) << "the script runs once";
     unlink("/tmp/marked-first");
-}
-
-TEST_F(StartUp, goesOnWhenScriptFails) {
-    const TransferScript script("exit 7");
-    ServiceProcess service;
-    ASSERT_TRUE(service.waitUntilAnswers());
-    EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
-}
-
-TEST_F(StartUp, goesOnWithoutScriptAndMarker) {
-    ASSERT_EQ(symlink("/nowhere/marker", kTransferMarker), 0);
-    ASSERT_EQ(rename("/etc/morvane", "/etc/morvane-away"), 0);
-    ServiceProcess service;
-    EXPECT_TRUE(service.waitUntilAnswers());
-    EXPECT_EQ(rename("/etc/morvane-away", "/etc/morvane"), 0);
-    EXPECT_THAT(transferScriptRuns(), IsEmpty());
-    unlink(kTransferMarker);
 }
 
 TEST_F(StartUp, goesOnWithoutSystemLog) {

@@ -104,6 +104,33 @@ TEST_F(StartSemaphore, carriesTheHandshake) {
     EXPECT_TRUE(eventually([this] { return !set_.exists(); }, "the set is removed"));
 }
 
+// As an earlier start has left it, whose processes were killed.
+TEST_F(StartSemaphore, isResetAndRemovedWhenStale) {
+    const int id = set_.make({7, 3});
+    const CommandResult result = launch([&] {
+        if (set_.value(0) != 0 || set_.value(1) != 0) {
+            _exit(EXIT_FAILURE);
+        }
+        signalLauncher(id);
+        endHandshake(id);
+    });
+    EXPECT_EQ(result.end, exited(0)) << result.error;
+    EXPECT_EQ(result.output.find("Semaphor created"), std::string::npos);
+    EXPECT_TRUE(eventually([this] { return !set_.exists(); }, "the set is removed"));
+}
+
+TEST_F(StartSemaphore, exitsLauncherWith1WhenItIsGone) {
+    const CommandResult result = launch([this] {
+        const pid_t launcher = getppid();
+        set_.remove();
+        while (getppid() == launcher) {
+            usleep(1000);
+        }
+    });
+    EXPECT_EQ(result.end, exited(1));
+    EXPECT_EQ(result.error, "Error during semaphore operation!");
+}
+
 TEST_F(StartSemaphore, isReleasedByADaemonThatCannotRun) {
     const int id = set_.make({0, 0});
     ForkedProcess daemon([&] { releaseStarterAndExit(id); });
@@ -186,6 +213,25 @@ TEST_F(StartSemaphore, staysWhenForkFails) {
               "Error creating the child process\n: Resource temporarily unavailable\n");
     EXPECT_EQ(result.output.find(kLastLine), std::string::npos);
     EXPECT_TRUE(set_.exists());
+}
+
+using DetachedDaemon = StartSemaphore;
+
+// Making a set clears the umask as well, so here there is none to make.
+TEST_F(DetachedDaemon, hasNoUmask) {
+    set_.make({1, 1});
+    const CommandResult result = runForked([] {
+        umask(077);
+        daemonize();
+        _exit(static_cast<int>(umask(0)));
+    });
+    EXPECT_EQ(result.end, exited(0));
+}
+
+TEST_F(DetachedDaemon, flushesFirstLinesAsItsLauncherDoes) {
+    set_.make({1, 1});
+    const CommandResult result = launch([] {});
+    EXPECT_EQ(result.output, std::string(kFirstLine) + kFirstLine + kLastLine);
 }
 
 class Detaching : public testing::TestWithParam<const char*> {

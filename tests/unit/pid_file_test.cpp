@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -47,9 +48,13 @@ protected:
     ~PidFile() override { unlink(kPath); }
 };
 
-TEST_F(PidFile, holdsTheProcessIdAndALineEnd) {
-    ForkedProcess process(lockAndExit);
+TEST_F(PidFile, holdsTheProcessIdForItsOwnerOnly) {
+    ForkedProcess process([] {
+        umask(0);
+        lockAndExit();
+    });
     EXPECT_EQ(process.waitForEnd(), exited(kLocked));
+    EXPECT_EQ(std::filesystem::status(kPath).permissions(), std::filesystem::perms{0600});
     EXPECT_EQ(readFile(kPath), std::to_string(process.id()) + "\n");
     EXPECT_EQ(process.standardError(), "");
     EXPECT_EQ(process.standardOutput(), "");
