@@ -1,11 +1,14 @@
-// What an applet change does to the service and its neighbours.
+// What an applet change does to the service and its neighbours, and whose signals count as one.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/bus_daemon.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/transfer_script.h"
 #include "tests/support/files/files.h"
@@ -82,6 +85,118 @@ TEST_P(AppletChange, endsServiceWith0AndNeighboursWithSigterm) {
 // Beside the five, above 16 bits, negative.
 INSTANTIATE_TEST_SUITE_P(WithId, AppletChange,
                          testing::Values(0, 2, 256, 260, 261, 263, 65793, -257));
+
+// ---- whose signals count -----------------------------------------------------------------------
+
+constexpr const char* kSignal = "appletChanged";
+constexpr int kQuittingId = 0;
+constexpr int kIgnoredId = 258;
+
+class AppletClient : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(service_.waitUntilAnswers()); }
+
+    // Sends a signal that counts: only what is `expected` and its own trace are printed.
+    void expectOnlySignalFrom(const AppletControl& control, std::vector<LogMessage> expected = {}) {
+        control.emitAppletChanged(kIgnoredId);
+        expected.push_back(appletReceived(kIgnoredId));
+        const std::string printed = asPrinted(joined(startUpMessages(), expected));
+        EXPECT_TRUE(service_.waitForOutput(printed));
+        EXPECT_EQ(service_.standardOutput(), printed);
+        EXPECT_TRUE(service_.processId());
+    }
+
+    void emitAsStranger() const {
+        stranger_.emitSignal(kAppletControlPath, kAppletControlInterface, kSignal,
+                             g_variant_new("(i)", kQuittingId));
+    }
+
+    ServiceProcess service_;
+    const SystemBus stranger_;
+};
+
+// Signals that are no applet change, although they look like one.
+struct OtherSignal {
+    const char* path;
+    const char* interface;
+    const char* signal;
+    const char* arguments;
+};
+
+const OtherSignal kOtherSignals[] = {
+    {"/scctrlIntf2", kAppletControlInterface, kSignal, "(0,)"},
+    {"/scctrlIntf/below", kAppletControlInterface, kSignal, "(0,)"},
+    {kAppletControlPath, "com.morvane.scctrl2", kSignal, "(0,)"},
+    {kAppletControlPath, kAppletControlInterface, "appletChanging", "(0,)"},
+    {kAppletControlPath, kAppletControlInterface, kSignal, "('0',)"},
+    {kAppletControlPath, kAppletControlInterface, kSignal, "(uint32 0,)"},
+    {kAppletControlPath, kAppletControlInterface, kSignal, "()"},
+};
+
+TEST_F(AppletClient, ignoresOtherSignals) {
+    const SystemBus owner;
+    ASSERT_TRUE(owner.ownName(kAppletControlName));
+    for (const OtherSignal& other : kOtherSignals) {
+        owner.emitSignal(other.path, other.interface, other.signal,
+                         g_variant_new_parsed(other.arguments));
+    }
+    owner.releaseName(kAppletControlName);
+    expectOnlySignalFrom(AppletControl());
+}
+
+TEST_F(AppletClient, ignoresStrangers) {
+    emitAsStranger();  // nobody owns the name
+    ASSERT_TRUE(stranger_.ownName(kAppletControlName));
+    stranger_.releaseName(kAppletControlName);
+    const AppletControl control;
+    emitAsStranger();  // another owns it
+    expectOnlySignalFrom(control);
+}
+
+TEST_F(AppletClient, ignoresSignalSentToServiceAlone) {
+    const AppletControl control;
+    control.emitAppletChanged(1);
+    ASSERT_TRUE(service_.waitForOutput(appletReceived(1).text)) << "the owner is known";
+    g_dbus_connection_emit_signal(stranger_.connection(), kServiceName, kAppletControlPath,
+                                  kAppletControlInterface, kSignal,
+                                  g_variant_new("(i)", kQuittingId), nullptr);
+    EXPECT_EQ(stranger_.transfer("GetUSBStickDetails").error, "") << "sent after the signal";
+    expectOnlySignalFrom(control, {appletReceived(1)});
+}
+
+TEST_F(AppletClient, followsLaterAppletControls) {
+    std::vector<LogMessage> expected = startUpMessages();
+    for (const int id : {1, 257}) {
+        const AppletControl control;
+        control.emitAppletChanged(id);
+        expected.push_back(appletReceived(id));
+        ASSERT_TRUE(service_.waitForOutput(asPrinted(expected)));
+    }
+    const AppletControl last;
+    last.emitAppletChanged(kQuittingId);
+    EXPECT_EQ(service_.waitForEmpty(), exited(0));
+}
+
+// The bus refuses the first thing that a new proxy asks for.
+constexpr const char* kRefusedActivation =
+    R"(<policy context="mandatory"><deny send_type="method_call"
+       send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"
+       send_member="StartServiceByName"/></policy>)";
+
+TEST(ServiceWithoutAppletProxy, goesOnWithoutSignals) {
+    const BusPolicy refused(kRefusedActivation);
+    ServiceProcess service;
+    ASSERT_TRUE(service.waitUntilAnswers());
+    AppletControl().emitAppletChanged(kQuittingId);
+    const SystemBus bus;
+    EXPECT_EQ(bus.transfer("GetUSBStickDetails").error, "");
+    EXPECT_EQ(bus.call(kControlPath, kControlInterface, "Init").error, "");
+    const std::string printed = asPrinted(
+        joined(startUpMessages(), {infoMessage("Error creating proxy for signal applet-changed"),
+                                   infoMessage("Init() Method invoked by DBus\n")}));
+    EXPECT_TRUE(service.waitForOutput(printed));
+    EXPECT_EQ(service.standardOutput(), printed);
+}
 
 }  // namespace
 }  // namespace test_support

@@ -2,24 +2,25 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "tests/bus/steady_service.h"
+#include "tests/support/bus/interface_description.h"
 #include "tests/support/bus/system_bus.h"
-#include "tests/support/device/device_double.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/files/golden.h"
-#include "tests/support/process/service_process.h"
+#include "tests/support/files/paths.h"
 
 namespace test_support {
 namespace {
 
 // Asks the service and writes its answers down as the golden files hold them.
-class GoldenReplies : public testing::Test {
+class GoldenReplies : public SteadyServiceWithDouble {
 protected:
-    void SetUp() override { ASSERT_TRUE(service_.waitUntilAnswers()); }
-
     // `arguments` in GVariant's text form; `situation` is only part of the title.
     void ask(const std::string& method, const std::string& arguments,
              const std::string& situation = "") {
@@ -43,9 +44,6 @@ protected:
         }
     }
 
-    DeviceDouble device_;
-    ServiceProcess service_{{{}, device_.environment()}};
-    SystemBus bus_;
     std::string answers_;
 };
 
@@ -135,6 +133,19 @@ TEST_F(GoldenReplies, matchJobs) {
     ask("DoRestore", "('USB_X60.9', 'a.psb')");
     ask("DoRestore", "('USB_X60.1', 'a.psb')");
     EXPECT_EQ(answers_, goldenText("job_replies.txt"));
+}
+
+// A title of a golden reply begins with the method's name.
+TEST(TransferMethods, haveGoldenReplies) {
+    std::set<std::string> golden;
+    for (const auto& file : std::filesystem::directory_iterator(sourcePath("tests/golden"))) {
+        for (const auto& [title, reply] : goldenReplies(file.path().filename())) {
+            golden.insert(title.substr(0, title.find('(')));
+        }
+    }
+    for (const Method& method : transferMethods()) {
+        EXPECT_THAT(golden, testing::Contains(method.name));
+    }
 }
 
 }  // namespace

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/bus/steady_service.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/files/golden.h"
-#include "tests/support/process/service_process.h"
 
 namespace test_support {
 namespace {
@@ -36,10 +36,8 @@ std::vector<std::string> namesOf(Info** infos) {
     return names;
 }
 
-class Introspection : public testing::Test {
+class Introspection : public SteadyService {
 protected:
-    void SetUp() override { ASSERT_TRUE(service_.waitUntilAnswers()); }
-
     std::string xml(const std::string& path) const {
         const Reply reply = bus_.call(path, "org.freedesktop.DBus.Introspectable", "Introspect");
         const char* text = "";
@@ -62,9 +60,6 @@ protected:
     NodePtr node(const std::string& path) const {
         return NodePtr(g_dbus_node_info_new_for_xml(xml(path).c_str(), nullptr));
     }
-
-    ServiceProcess service_;
-    SystemBus bus_;
 };
 
 TEST_F(Introspection, showsTransferInterface) {

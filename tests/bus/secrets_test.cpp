@@ -6,17 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "tests/bus/job_calls.h"
+#include "tests/bus/steady_service.h"
 #include "tests/support/bus/interface_description.h"
 #include "tests/support/bus/system_bus.h"
-#include "tests/support/device/device_double.h"
 #include "tests/support/device/persistent_record.h"
-#include "tests/support/device/simulator.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/files/files.h"
-#include "tests/support/process/service_process.h"
 #include "tests/support/process/syslog_socket.h"
-#include "tests/support/process/waiting.h"
 
 namespace test_support {
 namespace {
@@ -28,7 +24,6 @@ using testing::Not;
 
 // No part of it is likely to stand anywhere by chance.
 constexpr std::size_t kTellingPart = 6;
-const std::vector<std::string> kNone;
 
 // 64 printable bytes of which each is different.
 std::string credential() {
@@ -49,22 +44,17 @@ testing::AssertionResult keepsSecret(const std::string& secret, const std::strin
     return testing::AssertionSuccess();
 }
 
-// Exist before the service.
-struct Surroundings {
-    SyslogSocket syslog_;
-    DeviceDouble device_;
+struct LogBeforeService {
+    SyslogSocket log_;
 };
 
-class Credential : protected Surroundings, public testing::Test {
+// A device library that asks for the credential in every call, and at which something fails.
+class Credential : protected LogBeforeService, public SteadyServiceWithDouble {
 protected:
-    enum class Library { kDouble, kStub };
-    explicit Credential(Library library)
-        : service_({{}, library == Library::kDouble ? device_.environment() : kNone}) {}
-
-    void SetUp() override {
-        stick_.addFile("a.psb");
-        stick_.addFile("u.fwf");
-        ASSERT_TRUE(service_.waitUntilAnswers());
+    void orderFault(const char* operation, const char* key, const char* value) {
+        device_.clearOrders();
+        device_.order("*", "log", "0123456");
+        device_.order(operation, key, value);
     }
 
     // Every method, and calls that cannot succeed.
@@ -86,36 +76,22 @@ protected:
         const std::string process = "/proc/" + std::to_string(*service_.processId());
         replies_ += readFile(process + "/cmdline") + readFile(process + "/environ");
         EXPECT_TRUE(service_.stop());
-        EXPECT_TRUE(syslog_.waitFor("Could not register servicename on bus"));
+        EXPECT_TRUE(log_.waitFor("Could not register servicename on bus"));
         std::string all = replies_ + service_.standardOutput() + service_.standardError();
-        for (const LogMessage& message : syslog_.messages()) {
+        for (const LogMessage& message : log_.messages()) {
             all += message.text + "\n";
         }
         return all;
     }
 
-    const Stick stick_{1};
-    ServiceProcess service_;
-    const SystemBus bus_;
-
-private:
-    void note(const Reply& reply) { replies_ += reply.text() + "\n" + reply.message + "\n"; }
-
-    std::string replies_;
-};
-
-// A device library that asks for the credential in every call, and at which something fails.
-class CredentialInDouble : public Credential {
-protected:
-    CredentialInDouble() : Credential(Library::kDouble) {}
-
-    void orderFault(const char* operation, const char* key, const char* value) {
-        device_.clearOrders();
-        device_.order("*", "log", "0123456");
-        device_.order(operation, key, value);
+    void SetUp() override {
+        SteadyServiceWithDouble::SetUp();
+        stick_.addFile("a.psb");
+        stick_.addFile("u.fwf");
     }
 
     void TearDown() override {
+        orderFault("*", "null", "");
         askEverything();
         EXPECT_THAT(device_.logAnswers(), Contains(HasSubstr(credential())))
             << "nobody has read what is to be kept";
@@ -126,58 +102,33 @@ protected:
     }
 
 private:
+    void note(const Reply& reply) { replies_ += reply.text() + "\n" + reply.message + "\n"; }
+
+    std::string replies_;
+    const Stick stick_{1};
     const PersistentRecord record_{recordWith(credential())};
 };
 
-TEST_F(CredentialInDouble, isKeptWhenQuestionsFail) {
+TEST_F(Credential, isKeptWhenQuestionsFail) {
     for (const char* operation : {"BR.connect", "BR.getBackupSize", "BR.checkBackupFile",
                                   "FU.connect", "FU.checkFirmwareFile", "Vesk.getValue"}) {
         orderFault(operation, "status", "5");
         askEverything();
-        orderFault("BR.connect", "status", "5");
-        EXPECT_EQ(doBackup(bus_, stick_.name(), 1, "a.psb"), 3) << operation;
     }
-    orderFault("*", "null", "");
+    orderFault("BR.getBackupSize", "status", "5");
+    EXPECT_EQ(ask("DoBackup", "('USB_X60.1', uint32 1, 'a.psb')"), "(3,)");
 }
 
-TEST_F(CredentialInDouble, isKeptWhenJobsFail) {
+TEST_F(Credential, isKeptWhenJobsFail) {
     orderFault("BR.backup", "status", "5");
-    EXPECT_EQ(doBackup(bus_, stick_.name(), 1, "a.psb"), 0);
+    EXPECT_EQ(ask("DoBackup", "('USB_X60.1', uint32 1, 'a.psb')"), "(0,)");
     EXPECT_TRUE(device_.waitForCall("BRDestroyController(BR2)"));
     orderFault("BR.restore", "status", "5");
-    EXPECT_EQ(doRestore(bus_, stick_.name(), "a.psb"), 0);
+    EXPECT_EQ(ask("DoRestore", "('USB_X60.1', 'a.psb')"), "(0,)");
     EXPECT_TRUE(device_.waitForCall("BRDestroyController(BR3)"));
     orderFault("FU.update", "status", "5");
-    EXPECT_EQ(doOsUpdate(bus_, stick_.name(), "u.fwf"), 0);
+    EXPECT_EQ(ask("DoOSUpdate", "('USB_X60.1', 'u.fwf')"), "(0,)");
     EXPECT_TRUE(device_.waitForCall("FUDestroyController(FU1)"));
-    orderFault("*", "null", "");
-}
-
-// The stub library hands the credential to the simulated device manager.
-class CredentialInStubLibrary : public Credential {
-protected:
-    CredentialInStubLibrary() : Credential(Library::kStub) {}
-    const TemporaryDirectory state_;
-};
-
-TEST_F(CredentialInStubLibrary, isKeptWhetherRightOrWrong) {
-    const std::string asked = state_.path("record");
-    Simulator simulator(state_.path("device"),
-                        {"--job-seconds", "0", "--credential-record", asked});
-    ASSERT_TRUE(eventually([&] { return readFile(asked).size() == 128; },
-                           "the simulator makes the record"));
-    {
-        const PersistentRecord wrong(recordWith(credential()));
-        EXPECT_EQ(doBackup(bus_, stick_.name(), 1, "b.psb"), 3);
-        askEverything();
-    }
-    const std::string record = readFile(asked);
-    const PersistentRecord right(record);
-    EXPECT_EQ(doBackup(bus_, stick_.name(), 1, "b.psb"), 0);
-    askEverything();
-    const std::string said = learnt();
-    EXPECT_TRUE(keepsSecret(credential(), said));
-    EXPECT_TRUE(keepsSecret(record.substr(64), said));
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 
 #include "com.morvane.dbus/com.morvane.dbus.h"
 #include "service/daemonize.h"
-#include "tests/support/bus/bus_daemon.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/process/child_process.h"
 #include "tests/support/process/service_messages.h"
@@ -20,8 +19,6 @@ using com::morvane::dbus::MorvaneSystemBus;
 
 namespace test_support {
 namespace {
-
-constexpr const char* kLostMessage = "Could not register servicename on bus";
 
 // Notes what the framework asks of it, and at which path it is exported at that moment. Quit is
 // answered with an error that tells the objects apart.
@@ -137,41 +134,6 @@ TEST(BusFramework, signalsTheLauncherBetweenExportAndStart) {
     ASSERT_TRUE(service.waitForNote("First starts with 7 word, at /b, set there"));
     ASSERT_TRUE(eventually([] { return !StartSemaphores::exists(); }, "the set is removed"));
     EXPECT_EQ(whoAnswersAt("/b"), "a.test.First");
-}
-
-TEST(BusFramework, signalsTheLauncherWhenTheNameIsLost) {
-    if (isFreshProcess()) {
-        MorvaneSystemBus().setSemaphoreId(createSemaphore(2));
-        serve("/b", "/a");
-    }
-    SyslogSocket log;
-    const StartSemaphores set;
-    set.make({0, 0});
-    const BusOutage outage;
-    FreshProcess service;
-    ASSERT_TRUE(eventually([&] { return set.waiting(1) == 1; }, "the acknowledgement is awaited"));
-    EXPECT_EQ(set.value(0), 1);
-    ASSERT_TRUE(log.waitFor(kLostMessage));
-    EXPECT_FALSE(service.hasEnded());
-    set.give(1);
-    EXPECT_EQ(service.waitForEnd(), exited(2));
-    EXPECT_FALSE(StartSemaphores::exists());
-    EXPECT_EQ(service.notes(), "");
-    EXPECT_THAT(log.messages(), testing::ElementsAre(errorMessage(kLostMessage)));
-}
-
-TEST(BusFramework, requestsAndAllowsReplacement) {
-    if (isFreshProcess()) {
-        serve("/b", "/a");
-    }
-    const SystemBus before;
-    ASSERT_TRUE(before.ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT));
-    FreshProcess service;
-    ASSERT_TRUE(service.waitForNote("First starts with 7 word, at /b, set gone"));
-    EXPECT_EQ(SystemBus::processOf(kServiceName), service.id());
-    const SystemBus after;
-    ASSERT_TRUE(after.ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_REPLACE));
-    EXPECT_EQ(service.waitForEnd(), exited(2));
 }
 
 }  // namespace
