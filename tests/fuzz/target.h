@@ -55,9 +55,6 @@ public:
     bool isEmpty() const { return at_ == end_; }
     std::uint8_t byte() { return isEmpty() ? std::uint8_t{0} : *at_++; }
 
-    // From 0 to `most`.
-    std::size_t upTo(std::uint8_t most) { return byte() % (most + 1U); }
-
     std::uint64_t number() {
         std::uint64_t value = 0;
         for (int i = 0; i < 8; ++i) {

@@ -53,7 +53,7 @@ private:
             ++links_;
             const std::vector<std::string> targets{seen_[input_.byte() % seen_.size()], path,
                                                    "missing", "..", "."};
-            fs::create_symlink(targets[input_.upTo(4)], path);
+            fs::create_symlink(targets[input_.byte() % targets.size()], path);
         } else {
             test_support::writeFile(path, std::string(input_.byte(), 'x'));
         }
@@ -121,7 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     TfMngr& tested = fuzz::manager();
     fuzz::Input input(data, size);
     const std::string rejected = std::to_string(input.byte());
-    const std::string directory = input.upTo(1) == 0 ? "" : "tree";
+    const std::string directory = input.byte() % 2 == 0 ? "" : "tree";
     const std::string root = directory.empty() ? kStick : std::string(kStick) + "/" + directory;
     Grower(input).grow(root, 0);
 
