@@ -1,47 +1,9 @@
-// time() and sleep() of the unit tests.
+// Takes the place of time() and sleep() in a test program.
 #include "tests/unit/controlled_clock.h"
 
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
-
-namespace test_support {
-namespace {
-
-thread_local ControlledClock* activeClock = nullptr;
-
-}  // namespace
-
-ControlledClock::ControlledClock() {
-    activeClock = this;
-}
-
-ControlledClock::~ControlledClock() {
-    activeClock = nullptr;
-}
-
-ControlledClock* ControlledClock::current() {
-    return activeClock;
-}
-
-void ControlledClock::sleep(unsigned seconds) {
-    sleeps_.push_back(seconds);
-    if (action_) {
-        action_();
-    }
-}
-
-TimeZone::TimeZone(const char* zone) {
-    setenv("TZ", zone, 1);
-}
-
-TimeZone::~TimeZone() {
-    unsetenv("TZ");
-    tzset();
-}
-
-}  // namespace test_support
+using test_support::ControlledClock;
 
 // A program's own definitions come before the C library's.
 extern "C" {
@@ -49,8 +11,8 @@ extern "C" {
 time_t time(time_t* out) noexcept {
     timespec real{};
     clock_gettime(CLOCK_REALTIME, &real);
-    const auto* clock = test_support::ControlledClock::current();
-    const time_t now = clock != nullptr && clock->now().has_value() ? *clock->now() : real.tv_sec;
+    const ControlledClock* clock = ControlledClock::active;
+    const time_t now = clock != nullptr ? clock->now().value_or(real.tv_sec) : real.tv_sec;
     if (out != nullptr) {
         *out = now;
     }
@@ -58,7 +20,7 @@ time_t time(time_t* out) noexcept {
 }
 
 unsigned sleep(unsigned seconds) {
-    if (auto* clock = test_support::ControlledClock::current()) {
+    if (ControlledClock* clock = ControlledClock::active) {
         clock->sleep(seconds);
         return 0;
     }

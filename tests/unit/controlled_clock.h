@@ -1,9 +1,11 @@
 // time() and sleep() of the unit tests, in a test's hands.
 #pragma once
 
+#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace test_support {
@@ -12,8 +14,8 @@ namespace test_support {
 // On other threads, and without one, both calls do what they always do.
 class ControlledClock {
 public:
-    ControlledClock();
-    ~ControlledClock();
+    ControlledClock() { active = this; }
+    ~ControlledClock() { active = nullptr; }
     ControlledClock(const ControlledClock&) = delete;
     ControlledClock& operator=(const ControlledClock&) = delete;
 
@@ -26,9 +28,14 @@ public:
     // The seconds of each sleep by now.
     const std::vector<unsigned>& sleeps() const { return sleeps_; }
 
-    // For the functions that stand in for the calls.
-    static ControlledClock* current();
-    void sleep(unsigned seconds);
+    // For the functions that take the place of the calls.
+    static inline thread_local ControlledClock* active = nullptr;
+    void sleep(unsigned seconds) {
+        sleeps_.push_back(seconds);
+        if (action_) {
+            action_();
+        }
+    }
     std::optional<std::time_t> now() const { return now_; }
 
 private:
@@ -40,8 +47,11 @@ private:
 // A time zone in the TZ variable's own form, in force while it exists.
 class TimeZone {
 public:
-    explicit TimeZone(const char* zone);
-    ~TimeZone();
+    explicit TimeZone(const char* zone) { setenv("TZ", zone, 1); }
+    ~TimeZone() {
+        unsetenv("TZ");
+        tzset();
+    }
     TimeZone(const TimeZone&) = delete;
     TimeZone& operator=(const TimeZone&) = delete;
 };

@@ -29,15 +29,12 @@ WatchedCalls::~WatchedCalls() {
     activeCalls = nullptr;
 }
 
-std::size_t WatchedCalls::count(const std::string& name) const {
-    return static_cast<std::size_t>(std::count_if(
-        calls_.begin(), calls_.end(), [&](const WatchedCall& call) { return call.name == name; }));
-}
-
-std::size_t WatchedCalls::count(const std::string& name, const std::string& path) const {
-    return static_cast<std::size_t>(std::count_if(
-        calls_.begin(), calls_.end(),
-        [&](const WatchedCall& call) { return call.name == name && call.path == path; }));
+std::size_t WatchedCalls::count(const std::string& name,
+                                const std::optional<std::string>& path) const {
+    return static_cast<std::size_t>(
+        std::count_if(calls_.begin(), calls_.end(), [&](const WatchedCall& call) {
+            return call.name == name && (!path || call.path == *path);
+        }));
 }
 
 int WatchedCalls::watch(const WatchedCall& call) {
@@ -78,9 +75,6 @@ int __real_closedir(DIR* directory);
 int __real_stat64(const char* path, struct stat64* status);
 int __real_fstat64(int fd, struct stat64* status);
 int __real_statfs64(const char* path, struct statfs64* fileSystem);
-int __real_mkdir(const char* path, mode_t mode);
-int __real_rmdir(const char* path);
-int __real_remove(const char* path);
 FILE* __real_setmntent(const char* path, const char* mode);
 struct mntent* __real_getmntent_r(FILE* table, struct mntent* entry, char* texts, int size);
 int __real_endmntent(FILE* table);
@@ -117,18 +111,6 @@ int __wrap_statfs64(const char* path, struct statfs64* fileSystem) {
     }
     WatchedCalls::replaceAnswer(fileSystem);
     return 0;
-}
-
-int __wrap_mkdir(const char* path, mode_t mode) {
-    return WatchedCalls::enter("mkdir", path) == 0 ? __real_mkdir(path, mode) : -1;
-}
-
-int __wrap_rmdir(const char* path) {
-    return WatchedCalls::enter("rmdir", path) == 0 ? __real_rmdir(path) : -1;
-}
-
-int __wrap_remove(const char* path) {
-    return WatchedCalls::enter("remove", path) == 0 ? __real_remove(path) : -1;
 }
 
 FILE* __wrap_setmntent(const char* path, const char* mode) {

@@ -36,8 +36,7 @@ public:
     void setFileSystem(const struct statfs64& fileSystem) { fileSystem_ = fileSystem; }
 
     const std::vector<WatchedCall>& calls() const { return calls_; }
-    std::size_t count(const std::string& name) const;
-    std::size_t count(const std::string& name, const std::string& path) const;
+    std::size_t count(const std::string& name, const std::optional<std::string>& path = {}) const;
 
     // For the functions that stand in for the calls. Returns the errno to fail with, or 0.
     static int enter(const char* name, const char* path = "");
