@@ -1,4 +1,5 @@
-// The proposed name of a backup file: device name and local time.
+// The device's name, read from the settings library, and the backup file name that it begins.
+#include <glib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,27 +14,69 @@
 namespace test_support {
 namespace {
 
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+class DeviceName : public testing::Test {
+protected:
+    DeviceDouble device_;
+    TfMngr manager_;
+};
+
+TEST_F(DeviceName, isReadInTransaction) {
+    EXPECT_EQ(manager_.getDeviceName(), "DEVICE");
+    EXPECT_THAT(device_.calls(), ElementsAreArray(nameReading()));
+    EXPECT_TRUE(device_.records().front().onMainThread);
+}
+
+TEST_F(DeviceName, isEmptyWithoutTransaction) {
+    device_.orderStatus("Vesk.startTransaction", 1);
+    EXPECT_EQ(manager_.getDeviceName(), "");
+    EXPECT_THAT(device_.calls(), ElementsAre(nameReading().front()));
+}
+
+TEST_F(DeviceName, isEmptyWithoutSettings) {
+    device_.order("Vesk.getSingleton", "absent");
+    EXPECT_EQ(manager_.getDeviceName(), "");
+    EXPECT_THAT(device_.calls(), IsEmpty());
+}
+
+TEST_F(DeviceName, leavesTransactionOpenWhenReadFails) {
+    device_.orderStatus("Vesk.getValue", -1);
+    device_.order("Vesk.getValue", "value", "");
+    EXPECT_EQ(manager_.getDeviceName(), "");
+    EXPECT_THAT(device_.calls(), ElementsAre(nameReading()[0], nameReading()[1]));
+}
+
+TEST_F(DeviceName, isWhatFailedReadHasWritten) {
+    device_.orderStatus("Vesk.getValue", -1);
+    device_.order("Vesk.getValue", "value", "half a na");
+    EXPECT_EQ(manager_.getDeviceName(), "half a na");
+}
+
+TEST_F(DeviceName, isPassedOnUnchanged) {
+    for (const std::string& name :
+         {std::string(), std::string(" "), std::string("two words"), std::string("%n%s%d"),
+          std::string("a/../b"), std::string("\xFF\xFE"), std::string("line\nend"),
+          std::string(10000, 'x')}) {
+        device_.order("Vesk.getValue", "value", name);
+        EXPECT_EQ(manager_.getDeviceName(), name);
+    }
+}
+
+// ---- backup file names -------------------------------------------------------------------------
+
 constexpr const char* kUtc = "UTC0";
 constexpr const char* kCentralEurope = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr const char* kNewYork = "EST5EDT,M3.2.0,M11.1.0";
 constexpr const char* kLordHowe = "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0";
 
-// The seconds since 1970 of a time in UTC.
-std::time_t utc(int year, int month, int day, int hour, int minute, int second) {
-    std::tm fields{};
-    fields.tm_year = year - 1900;
-    fields.tm_mon = month - 1;
-    fields.tm_mday = day;
-    fields.tm_hour = hour;
-    fields.tm_min = minute;
-    fields.tm_sec = second;
-    return timegm(&fields);
-}
-
 class BackupFileName : public testing::Test {
 protected:
-    std::string proposedAt(std::time_t now, std::uint32_t type = 1) {
-        clock_.standAt(now);
+    std::string proposedAt(const char* now, std::uint32_t type = 1) {
+        g_autoptr(GDateTime) moment = g_date_time_new_from_iso8601(now, nullptr);
+        clock_.standAt(static_cast<std::time_t>(g_date_time_to_unix(moment)));
         return manager_.GetBackupFileName(type);
     }
 
@@ -43,27 +86,24 @@ protected:
 };
 
 struct Moment {
-    const char* name;
     const char* zone;
-    std::time_t now;
+    const char* now;
     const char* stamp;
 };
 
 const Moment kMoments[] = {
-    {"a morning in January", kUtc, utc(2026, 1, 5, 9, 7, 3), "202615.9-7-3"},
-    {"the first second of a year", kUtc, utc(2026, 1, 1, 0, 0, 0), "202611.0-0-0"},
-    {"a leap day", kUtc, utc(2028, 2, 29, 12, 0, 9), "2028229.12-0-9"},
-    {"a new year ahead of UTC", kCentralEurope, utc(2026, 12, 31, 23, 0, 0), "202711.0-0-0"},
-    {"an old year behind UTC", kNewYork, utc(2027, 1, 1, 4, 59, 59), "20261231.23-59-59"},
-    {"the first second of summer time", kCentralEurope, utc(2026, 3, 29, 1, 0, 0), "2026329.3-0-0"},
-    {"the first second of winter time", kCentralEurope, utc(2026, 10, 25, 1, 0, 0),
-     "20261025.2-0-0"},
-    {"half an hour of summer time", kLordHowe, utc(2026, 10, 3, 15, 30, 0), "2026104.2-30-0"},
+    {kUtc, "2026-01-05T09:07:03Z", "202615.9-7-3"},
+    {kUtc, "2026-01-01T00:00:00Z", "202611.0-0-0"},
+    {kUtc, "2028-02-29T12:00:09Z", "2028229.12-0-9"},
+    {kCentralEurope, "2026-12-31T23:00:00Z", "202711.0-0-0"},
+    {kNewYork, "2027-01-01T04:59:59Z", "20261231.23-59-59"},
+    {kCentralEurope, "2026-03-29T01:00:00Z", "2026329.3-0-0"},  // summer time begins
+    {kCentralEurope, "2026-10-25T01:00:00Z", "20261025.2-0-0"},  // and ends
+    {kLordHowe, "2026-10-03T15:30:00Z", "2026104.2-30-0"},
 };
 
 TEST_F(BackupFileName, endsInLocalTimeWithoutZeros) {
     for (const Moment& moment : kMoments) {
-        SCOPED_TRACE(moment.name);
         const TimeZone zone(moment.zone);
         EXPECT_EQ(proposedAt(moment.now), std::string("DEVICE-") + moment.stamp + ".psb");
     }
@@ -72,25 +112,14 @@ TEST_F(BackupFileName, endsInLocalTimeWithoutZeros) {
 TEST_F(BackupFileName, isTheSameForEveryKind) {
     const TimeZone zone(kUtc);
     for (const std::uint32_t type : {0U, 1U, 2U, 3U, 4U, 0xFFFFFFFFU}) {
-        EXPECT_EQ(proposedAt(0, type), "DEVICE-197011.0-0-0.psb") << type;
+        EXPECT_EQ(proposedAt("1970-01-01T00:00:00Z", type), "DEVICE-197011.0-0-0.psb") << type;
     }
 }
 
 TEST_F(BackupFileName, isEmptyWithoutDeviceName) {
     device_.order("Vesk.getValue", "value", "");
-    EXPECT_EQ(proposedAt(0), "");
-    EXPECT_THAT(device_.calls(), testing::ElementsAreArray(nameReading()));
-}
-
-TEST_F(BackupFileName, takesDeviceNameAsItIs) {
-    const TimeZone zone(kUtc);
-    for (const std::string name : {"a/b", "%n", "x-y.psb", " "}) {
-        device_.order("Vesk.getValue", "value", name);
-        EXPECT_EQ(proposedAt(0), name + "-197011.0-0-0.psb");
-    }
-    const std::string longName(10000, 'x');
-    device_.order("Vesk.getValue", "value", longName);
-    EXPECT_EQ(proposedAt(0), longName + "-197011.0-0-0.psb");
+    EXPECT_EQ(proposedAt("1970-01-01T00:00:00Z"), "");
+    EXPECT_THAT(device_.calls(), ElementsAreArray(nameReading()));
 }
 
 TEST_F(BackupFileName, hasValidSizeAlways) {
@@ -99,7 +128,7 @@ TEST_F(BackupFileName, hasValidSizeAlways) {
             EXPECT_TRUE(manager_.ValidateBackupSize(type, mount)) << type << " " << mount;
         }
     }
-    EXPECT_THAT(device_.calls(), testing::IsEmpty()) << "the validation asked the device";
+    EXPECT_THAT(device_.calls(), IsEmpty()) << "the validation asked the device";
 }
 
 }  // namespace

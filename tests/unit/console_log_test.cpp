@@ -3,13 +3,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstddef>
 #include <filesystem>
-#include <functional>
-#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -97,60 +95,17 @@ TEST_F(Credential, isReadAgainOnEachDemand) {
     EXPECT_EQ(out_, std::string(64, 'b'));
 }
 
-// ---- what stays in memory ---------------------------------------------------------------------
-
-constexpr std::ptrdiff_t kSecretSize = 64;
-
-// The credential of this test, byte by byte: the test itself must not leave it in the heap.
-char byteOfSecret(std::size_t at) {
-    return static_cast<char>('0' + at * at % 61);
-}
-
-bool isSecret(const char* bytes) {
-    std::size_t at = 0;
-    while (at < kSecretSize && bytes[at] == byteOfSecret(at)) {
-        ++at;
-    }
-    return at == kSecretSize;
-}
-
-// Where the heap of this process begins; null when it has none.
-const char* beginOfHeap() {
-    for (const std::string& line : readLines("/proc/self/maps")) {
-        if (line.find("[heap]") != std::string::npos) {
-            // NOLINTNEXTLINE(performance-no-int-to-ptr): that is how the kernel names memory
-            return reinterpret_cast<const char*>(std::stoull(line, nullptr, 16));
-        }
-    }
-    return nullptr;
-}
-
-// How often the secret lies in the heap, in memory that was given back, too: takes none itself.
-int copiesInHeap(const char* begin, const char* end) {
-    int copies = 0;
-    for (const char* at = begin; at != nullptr && at + kSecretSize <= end; ++at) {
-        copies += isSecret(at) ? 1 : 0;
-    }
-    return copies;
-}
-
-TEST_F(Credential, hasNoOtherCopyInHeap) {
-    const PersistentRecord record(std::string(2 * kSecretSize, '-'));
-    std::array<char, kSecretSize> secret{};
-    for (std::size_t at = 0; at < secret.size(); ++at) {
-        secret[at] = byteOfSecret(at);
-    }
-    const UniqueFd file(open(PersistentRecord::kPath, O_WRONLY | O_CLOEXEC));
-    ASSERT_EQ(pwrite(file.get(), secret.data(), secret.size(), kSecretSize), kSecretSize);
-    const auto log = std::make_unique<CConsoleLog>();
-    const char* const heap = beginOfHeap();
-    const int result = log->readCredential(&out_);
-    const auto* const heapEnd = static_cast<const char*>(sbrk(0));
-    const int copies = copiesInHeap(heap, heapEnd);
-    ASSERT_EQ(result, kRead);
-    EXPECT_TRUE(isSecret(out_));
-    const bool logIsThere = std::less_equal<>()(heap, out_) && std::less<>()(out_, heapEnd);
-    EXPECT_EQ(copies, heap != nullptr && logIsThere ? 1 : 0);  // a sanitizer has another heap
+// A stream with a buffer would read on, and leave a copy in freed memory.
+TEST_F(Credential, isReadWithoutBuffer) {
+    const std::string record = recordWith(credential());
+    ASSERT_EQ(mkfifo(PersistentRecord::kPath, 0600), 0);
+    const UniqueFd pipe(open(PersistentRecord::kPath, O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    const std::string twice = record + record;
+    ASSERT_EQ(write(pipe.get(), twice.data(), twice.size()), 256);
+    EXPECT_EQ(read(), kRead);
+    std::array<char, 256> left{};
+    EXPECT_EQ(::read(pipe.get(), left.data(), left.size()), 128);
+    std::filesystem::remove(PersistentRecord::kPath);
 }
 
 TEST_F(Credential, isClearedWithLog) {
