@@ -68,16 +68,13 @@ TEST_F(PidFile, replacesALongerContent) {
 }
 
 TEST_F(PidFile, cutsTheIdAtNineCharacters) {
-    runForked([] {
-        pretendedId = 12345678;
-        lockAndExit();
-    });
-    EXPECT_EQ(readFile(kPath), "12345678\n");
-    runForked([] {
-        pretendedId = 123456789;
-        lockAndExit();
-    });
-    EXPECT_EQ(readFile(kPath), "123456789");
+    for (const pid_t id : {12345678, 123456789}) {
+        runForked([id] {
+            pretendedId = id;
+            lockAndExit();
+        });
+        EXPECT_EQ(readFile(kPath), (std::to_string(id) + "\n").substr(0, 9));
+    }
 }
 
 TEST_F(PidFile, staysLockedWhileTheProcessRuns) {
@@ -115,25 +112,13 @@ TEST_F(PidFile, failsWithoutItsDirectory) {
     EXPECT_EQ(result.error, "coudln't create lockfile.\n: No such file or directory\n");
 }
 
-// A file that can be opened and locked but neither shortened nor written.
-class SealedFile {
-public:
-    SealedFile() : file_(memfd_create("sealed", MFD_ALLOW_SEALING | MFD_CLOEXEC)) {
-        EXPECT_EQ(write(file_.get(), "old\n", 4), 4);
-        EXPECT_EQ(fcntl(file_.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_WRITE), 0);
-    }
-
-    std::string path() const {
-        return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(file_.get());
-    }
-
-private:
-    UniqueFd file_;
-};
-
 TEST_F(PidFile, isLockedAlsoWhenItCannotBeWritten) {
-    const SealedFile sealed;
-    std::filesystem::create_symlink(sealed.path(), kPath);
+    const UniqueFd sealed(memfd_create("sealed", MFD_ALLOW_SEALING | MFD_CLOEXEC));
+    EXPECT_EQ(write(sealed.get(), "old\n", 4), 4);
+    EXPECT_EQ(fcntl(sealed.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_WRITE), 0);
+    const std::string path =
+        "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(sealed.get());
+    std::filesystem::create_symlink(path, kPath);
     const CommandResult result = runForked(lockAndExit);
     EXPECT_EQ(result.end, exited(kLocked));
     EXPECT_EQ(result.error,

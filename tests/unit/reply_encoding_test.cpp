@@ -49,61 +49,44 @@ Files numberedFiles(std::size_t count) {
     return files;
 }
 
-TEST(StickArray, boxesFourElementsAStick) {
-    EXPECT_EQ(text(reply::stickArray(kSticks)),
-              "[<'USB_X60.1'>, <'mount'>, <uint64 8>, <uint64 7>,"
-              " <'USB_X60.3'>, <'other'>, <uint64 6>, <uint64 5>]");
+struct ReplyShape {
+    const char* name;
+    GVariant* (*encode)();
+    const char* text;
+};
+
+class ReplyValue : public testing::TestWithParam<ReplyShape> {};
+
+TEST_P(ReplyValue, hasItsShape) {
+    GVariant* const value = GetParam().encode();
+    EXPECT_TRUE(g_variant_is_floating(value));
+    EXPECT_EQ(text(value), GetParam().text);
 }
 
-TEST(StickArray, isEmptyWithoutStick) {
-    EXPECT_EQ(text(reply::stickArray({})), "@av []");
-}
+const ReplyShape kShapes[] = {
+    {"stickArray", [] { return reply::stickArray(kSticks); },
+     "[<'USB_X60.1'>, <'mount'>, <uint64 8>, <uint64 7>,"
+     " <'USB_X60.3'>, <'other'>, <uint64 6>, <uint64 5>]"},
+    {"emptyStickArray", [] { return reply::stickArray({}); }, "@av []"},
+    {"stickTuple", [] { return reply::stickTuple(kSticks); },
+     "('USB_X60.1', 'mount', uint64 8, uint64 7, 'USB_X60.3', 'other', uint64 6, uint64 5)"},
+    {"emptyStickTuple", [] { return reply::stickTuple({}); }, "('', '', uint64 0, uint64 0)"},
+    {"fileArray", [] { return reply::fileArray(kFiles).value; },
+     "[<uint32 0>, <'photos'>, <uint64 40>, <'/'>, <uint32 1>, <'a.psb'>, <uint64 7>, <'old'>,"
+     " <uint32 1>, <'b.psb'>, <uint64 9>, <'old'>]"},
+    {"emptyFileArray", [] { return reply::fileArray({}).value; }, "@av []"},
+    {"fileTuple", [] { return reply::fileTuple(kFiles, KindWord::Unsigned).value; },
+     "(uint32 0, 'photos', uint64 40, '/', uint32 1, 'a.psb', uint64 7, 'old',"
+     " uint32 1, 'b.psb', uint64 9, 'old')"},
+    {"emptyFileTuple", [] { return reply::fileTuple({}, KindWord::Unsigned).value; },
+     "(uint32 0, '', uint64 0, '')"},
+    // Clients of the update and backup lists rely on an unsigned kind in it.
+    {"emptySignedFileTuple", [] { return reply::fileTuple({}, KindWord::Signed).value; },
+     "(uint32 0, '', uint64 0, '')"},
+};
 
-TEST(StickTuple, holdsFourElementsAStick) {
-    EXPECT_EQ(text(reply::stickTuple(kSticks)),
-              "('USB_X60.1', 'mount', uint64 8, uint64 7,"
-              " 'USB_X60.3', 'other', uint64 6, uint64 5)");
-}
-
-TEST(StickTuple, isPlaceholderWithoutStick) {
-    EXPECT_EQ(text(reply::stickTuple({})), "('', '', uint64 0, uint64 0)");
-}
-
-TEST(FileArray, boxesFourElementsAnEntry) {
-    const EncodedFiles list = reply::fileArray(kFiles);
-    EXPECT_EQ(list.records, 3U);
-    EXPECT_EQ(text(list.value),
-              "[<uint32 0>, <'photos'>, <uint64 40>, <'/'>,"
-              " <uint32 1>, <'a.psb'>, <uint64 7>, <'old'>,"
-              " <uint32 1>, <'b.psb'>, <uint64 9>, <'old'>]");
-}
-
-TEST(FileArray, isEmptyWithoutEntry) {
-    EXPECT_EQ(text(reply::fileArray({}).value), "@av []");
-}
-
-TEST(FileArray, isFloating) {
-    const EncodedFiles list = reply::fileArray(kFiles);
-    EXPECT_TRUE(g_variant_is_floating(list.value));
-    g_variant_unref(g_variant_ref_sink(list.value));
-}
-
-TEST(FileTuple, holdsFourElementsAnEntry) {
-    const EncodedFiles list = reply::fileTuple(kFiles, KindWord::Unsigned);
-    EXPECT_EQ(list.records, 3U);
-    EXPECT_EQ(text(list.value),
-              "(uint32 0, 'photos', uint64 40, '/', uint32 1, 'a.psb', uint64 7, 'old',"
-              " uint32 1, 'b.psb', uint64 9, 'old')");
-}
-
-// Clients of the update and backup lists rely on an unsigned kind in it, too.
-TEST(FileTuple, isUnsignedPlaceholderWithoutEntry) {
-    for (const KindWord word : {KindWord::Unsigned, KindWord::Signed}) {
-        const EncodedFiles list = reply::fileTuple({}, word);
-        EXPECT_EQ(list.records, 0U);
-        EXPECT_EQ(text(list.value), "(uint32 0, '', uint64 0, '')");
-    }
-}
+INSTANTIATE_TEST_SUITE_P(Of, ReplyValue, testing::ValuesIn(kShapes),
+                         [](const auto& shape) { return std::string(shape.param.name); });
 
 TEST(FileKind, withTopBitIsLargeOrNegative) {
     const Files files = {{0xFFFFFFFFU, "a", 1, "/"}};
@@ -122,7 +105,7 @@ TEST(FileSize, isUnsigned) {
 }
 
 TEST(FileTuple, truncatesAfter63Records) {
-    for (const std::size_t count : {62U, 63U, 64U, 200U}) {
+    for (const std::size_t count : {0U, 1U, 62U, 63U, 64U, 200U}) {
         const Files files = numberedFiles(count);
         const Files carried = numberedFiles(std::min<std::size_t>(count, 63));
         const EncodedFiles list = reply::fileTuple(files, KindWord::Signed);

@@ -32,14 +32,6 @@ TEST(ServiceLog, printsTagMessageAndLineEnd) {
                                             debugMessage("no arguments")));
 }
 
-TEST(ServiceLog, usesTheDefaultFacilityAndIdentity) {
-    SyslogSocket log;
-    runForked([] { serviceLog(LOG_INFO, log_tag::kInfo, "who am I"); });
-    ASSERT_TRUE(log.waitFor("who am I"));
-    EXPECT_EQ(log.messages().front().facility, LOG_USER);
-    EXPECT_EQ(log.messages().front().program, program_invocation_short_name);
-}
-
 TEST(ServiceLog, keepsALineEndOfTheMessage) {
     SyslogSocket log;
     const CommandResult result =

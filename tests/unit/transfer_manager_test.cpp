@@ -18,7 +18,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr const char* kStop = "TF_STATE_SNC_STOP true true";
-constexpr const char* kExitUnlessMarked = "[ -e /tmp/transfer.enabled ] || exit 9";
 
 class TransferManager : public testing::Test {
 protected:
@@ -54,13 +53,6 @@ TEST_F(TransferManager, returnsStatusOfScript) {
     EXPECT_EQ(WEXITSTATUS(status), 7);
     EXPECT_TRUE(exists(kTransferMarker));
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart, kScriptStart));
-}
-
-TEST_F(TransferManager, createsMarkerBeforeScriptRuns) {
-    const TransferScript script(kExitUnlessMarked);
-    TfMngr manager;
-    unlink(kTransferMarker);
-    EXPECT_EQ(manager.announceStart(), 0);
 }
 
 TEST_F(TransferManager, goesOnWithoutMarkerAndScript) {
