@@ -128,35 +128,6 @@ fillStick() {
     filler=$(mktemp "$1/filler.XXXXXX") && fallocate -l "$left" "$filler"
 }
 
-# Why there cannot be a stick with a block device; nothing when there can.
-whyNoDisk() {
-    if ! grep -q 4294967295 /proc/self/uid_map; then
-        echo "only root may use loop devices"
-    elif ! losetup -f >/dev/null 2>&1; then
-        echo "this machine has no free loop device"
-    elif ! type -P mkfs.ext4 >/dev/null; then
-        echo "mkfs.ext4 is missing"
-    fi
-}
-
-# plugDiskStick NUMBER SIZE: a stick with ext4 on a block device, a loop device. When that fails it says why,
-# and no stick is plugged. The loop device is taken by a first mount, which gives it back by itself whatever
-# ends this script.
-plugDiskStick() {
-    local image=/mnt/stick-$1.image first=/mnt/stick-$1 device loop plugged=no
-    device=$(stickDevice "$1")
-    mkdir -p "$first" "$(stickPath "$1")"
-    truncate -s "$2" "$image"
-    mkfs.ext4 -q -F "$image" || return
-    loop=$(losetup -f) || return
-    [[ -b $loop ]] || mknod "$loop" b 7 "${loop#/dev/loop}" || return
-    mount -o loop "$image" "$first" || return
-    read -r loop < <(findmnt -n -o MAJ:MIN "$first")
-    mknod "$device" b "${loop%:*}" "${loop#*:}" && mount "$device" "$(stickPath "$1")" && plugged=yes
-    umount "$first"
-    [[ $plugged == yes ]]
-}
-
 # Whoever has a file open on it may use that on, but nobody finds the stick any more.
 pullStick() {
     umount --lazy "$(stickPath "$1")"
