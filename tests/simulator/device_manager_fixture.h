@@ -7,6 +7,7 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,9 +31,26 @@ inline constexpr std::int64_t kUnusable = number(DeviceManagerStatus::unusableFi
 // Keeps what the library says, and offers a credential.
 class RecordingLog final : public IBRLog {
 public:
-    G_GNUC_PRINTF(2, 3) void log(const char* format, ...) override;
-    G_GNUC_PRINTF(2, 3) void logError(const char* format, ...) override;
-    int readCredential(const char** out) override;
+    G_GNUC_PRINTF(2, 3) void log(const char* format, ...) override {
+        std::va_list arguments;
+        va_start(arguments, format);
+        record("log ", format, arguments);
+        va_end(arguments);
+    }
+    G_GNUC_PRINTF(2, 3) void logError(const char* format, ...) override {
+        std::va_list arguments;
+        va_start(arguments, format);
+        record("error ", format, arguments);
+        va_end(arguments);
+    }
+    int readCredential(const char** out) override {
+        ++asked;
+        if (!credential) {
+            return -1;
+        }
+        *out = credential->c_str();
+        return 0;
+    }
     void reserved1() override {}
     void reserved2() override {}
     void reserved3() override {}
@@ -41,33 +59,79 @@ public:
     std::optional<std::string> credential;
     std::string messages;
     int asked = 0;
+
+private:
+    G_GNUC_PRINTF(3, 0)
+    void record(const char* kind, const char* format, std::va_list arguments) {
+        g_autofree char* text = g_strdup_vprintf(format, arguments);
+        messages += std::string(kind) + text + "\n";
+    }
 };
 
-struct BackupRestoreDestroy {
+struct ControllerDestroy {
     void operator()(IBRController* controller) const { BRDestroyController(controller); }
-};
-struct UpdateDestroy {
     void operator()(IFUController* controller) const { FUDestroyController(controller); }
 };
-using BackupRestore = std::unique_ptr<IBRController, BackupRestoreDestroy>;
-using Update = std::unique_ptr<IFUController, UpdateDestroy>;
+using BackupRestore = std::unique_ptr<IBRController, ControllerDestroy>;
+using Update = std::unique_ptr<IFUController, ControllerDestroy>;
 
 class DeviceManagerClient : public testing::Test {
 protected:
     // Starts the simulator, with these options besides its own, and takes over its credential.
-    void start(const std::vector<std::string>& options = {});
+    void start(const std::vector<std::string>& options = {}) {
+        std::vector<std::string> all = {"--state", folder_.path("state"), "--credential-record",
+                                        record_,   "--job-seconds",       "0"};
+        all.insert(all.end(), options.begin(), options.end());
+        simulator_.emplace(runnable(simulatorPath_, all));
+        ASSERT_TRUE(simulator_->waitForOutput(std::string("listens on ") + kDeviceManagerEndpoint));
+        const std::string record = readFile(record_);
+        log_.credential = record.substr(record.size() / 2);
+    }
 
-    BackupRestore backupRestore();
-    BackupRestore connected();
-    Update connectedUpdate();
+    BackupRestore backupRestore() {
+        BackupRestore controller(BRCreateController());
+        controller->setWorkDirectory("/tmp");
+        controller->setLog(&log_);
+        return controller;
+    }
+    BackupRestore connected() {
+        BackupRestore controller = backupRestore();
+        EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0) << log_.messages;
+        return controller;
+    }
+    Update connectedUpdate() {
+        Update controller(FUCreateController());
+        controller->setWorkDirectory("/tmp");
+        controller->setLog(&log_);
+        EXPECT_EQ(controller->connect(kDeviceManagerEndpoint, ""), 0) << log_.messages;
+        return controller;
+    }
 
-    CommandResult give(const std::string& order, const std::string& value) const;
-    // Gives the running simulator an order; returns what it says about its behaviour.
-    std::string order(const std::string& order, const std::string& value = "") const;
+    // Gives the running simulator an order.
+    CommandResult give(const std::string& order, const std::string& value) const {
+        return runCommand(runnable(simulatorPath_, {"--order", order, value}));
+    }
+    // The same, but the order has to be taken; returns what it says about its behaviour.
+    std::string order(const std::string& order, const std::string& value = "") const {
+        const auto result = give(order, value);
+        EXPECT_EQ(result.end, exited(0)) << result.error;
+        return result.output;
+    }
 
     // Whether a backup has begun to write its file, or a restore to write beside the contents.
-    bool hasBackupBegun() const;
-    bool isUnpacking() const;
+    bool hasBackupBegun() const {
+        std::error_code missing;
+        const auto size = std::filesystem::file_size(file_, missing);
+        return !missing && size > 0;
+    }
+    bool isUnpacking() const {
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path("state"))) {
+            if (exists(entry.path() / "data/recipes")) {
+                return true;
+            }
+        }
+        return false;
+    }
 
     std::string recipe() const { return folder_.path("state/data/recipes/recipe-1.ini"); }
 

@@ -1,4 +1,4 @@
-// What takes the place of the device's libraries and its transfer script, as files.
+// What takes the place of the device's libraries, its transfer script and its applet control.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -40,6 +40,27 @@ TEST(TransferScript, writesItsArgumentsAsOneLine) {
     const std::string before = readFile("/run/log/transfer-script");
     EXPECT_EQ(runCommand({"/bin/sh", script, "TF_STATE_SNC_START", "true", "true"}).end, exited(0));
     EXPECT_EQ(readFile("/run/log/transfer-script"), before + "TF_STATE_SNC_START true true\n");
+}
+
+// Runs it with these lines, which printf makes, as its input.
+CommandResult follow(const std::string& lines) {
+    return runCommand(runnableAfter(
+        {"/bin/sh", "-c", "lines=$1; shift; printf -- \"$lines\" | \"$@\"", "sh", lines},
+        buildPath("applet-control")));
+}
+
+TEST(SimulatedAppletControl, takesLowestId) {
+    EXPECT_THAT(follow("-2147483648\\n").output, testing::HasSubstr(": applet -2147483648\n"));
+}
+
+TEST(SimulatedAppletControl, logsLinesThatMakeNoSense) {
+    const auto result = follow("x\\n\\n2147483648\\n1 \\nother=1\\norganizationName=\\377\\n");
+    EXPECT_EQ(result.end, exited(0));
+    for (const std::string line :
+         {"no applet id: x", "no applet id: ", "no applet id: 2147483648", "no applet id: 1 ",
+          "no applet id: other=1", "no text for a property: organizationName=\\377"}) {
+        EXPECT_THAT(result.output, testing::HasSubstr(": " + line + "\n"));
+    }
 }
 
 }  // namespace
