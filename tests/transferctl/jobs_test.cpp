@@ -8,7 +8,6 @@
 
 #include "tests/support/bus/fake_service.h"
 #include "tests/support/device/device_double.h"
-#include "tests/support/device/simulator.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/process/service_process.h"
 #include "tests/transferctl/client.h"
@@ -61,7 +60,9 @@ TEST_F(BackupCommand, replacesAFileOnlyWhenForced) {
     stick_.addFile("a.psb", "old");
     EXPECT_THAT(errorOf(1, {"backup", "1:a.psb"}), HasSubstr("exists already"));
     EXPECT_EQ(readFile(stick_.path("a.psb")), "old");
-    outputOf({"backup", "--force", "--wait", "1:a.psb"});
+    EXPECT_THAT(outputOf({"backup", "--json", "--force", "--wait", "1:a.psb"}),
+                StartsWith(R"({"job":"backup","file":"USB_X60.1:a.psb","started":true,)"
+                           R"("done":true,"size":100,"milliseconds":)"));
     EXPECT_EQ(readFile(stick_.path("a.psb")).size(), 100U);
 }
 
@@ -173,34 +174,33 @@ TEST_F(WaitForBackup, exits1WhenTheFileGoes) {
     EXPECT_TRUE(waiting_->waitForError("its file has gone again"));
 }
 
-TEST(SimulatedDevice, acceptsTheBackup) {
-    const TemporaryDirectory state;
-    const Stick stick(1);
-    Simulator simulator(state.path(), {"--job-seconds", "0"});
-    ASSERT_TRUE(simulator.waitUntilListens());
-    ServiceProcess service;
-    ASSERT_TRUE(service.waitUntilAnswers());
-    EXPECT_THAT(outputOf({"--json", "backup", "--type", "recipes", "--wait", "1:b/a b.psb"}),
-                StartsWith(R"({"job":"backup","file":"USB_X60.1:b/a b.psb","started":true,)"
-                           R"("done":true,"size":)"));
-    EXPECT_THAT(outputOf({"backups"}), StartsWith("USB_X60.1:b/a b.psb\t"));
-}
-
-// The replies of a service with one stick and a file of this size on it, or none.
-const std::string kSticks = "([<'USB_X60.1'>, <'USB_X60.1'>, <uint64 1>, <uint64 1>],)";
 const std::string kNoFile = "(@av [],)";
 std::string fileOfSize(int size) {
     return "([<uint32 1>, <'a.psb'>, <uint64 " + std::to_string(size) + ">, <'/'>],)";
 }
 
+// A service with one stick that starts every backup.
+class OneStickService : public FakeService {
+public:
+    // `looks` are the listings of the stick, one after another.
+    explicit OneStickService(const std::vector<std::string>& looks, Replies others = {})
+        : FakeService(kServiceName, repliesWith(looks, std::move(others))) {}
+
+private:
+    static Replies repliesWith(const std::vector<std::string>& looks, Replies replies) {
+        replies["GetUSBStickDetails"] = {
+            "([<'USB_X60.1'>, <'USB_X60.1'>, <uint64 1>, <uint64 1>],)"};
+        replies["GetDirectoryIndex"] = looks;
+        replies["DoBackup"] = {"(0,)"};
+        return replies;
+    }
+};
+
 // It reads the whole file for an answer.
 TEST(WaitingClient, asksTheDeviceManagerWhenTheFileStopsGrowing) {
-    const FakeService service(
-        kServiceName,
-        Replies{{"GetUSBStickDetails", {kSticks}},
-                {"DoBackup", {"(0,)"}},
-                {"GetDirectoryIndex", {kNoFile, fileOfSize(1), fileOfSize(2), fileOfSize(2)}},
-                {"GetDirectoryIndexForBackup", {kNoFile, fileOfSize(2)}}});
+    const OneStickService service(
+        {kNoFile, fileOfSize(1), fileOfSize(2), fileOfSize(2)},
+        Replies{{"GetDirectoryIndexForBackup", {kNoFile, fileOfSize(2)}}});
     outputOf({"backup", "--wait", "1:a.psb"});
     EXPECT_THAT(
         service.calls(),
@@ -211,12 +211,8 @@ TEST(WaitingClient, asksTheDeviceManagerWhenTheFileStopsGrowing) {
 }
 
 TEST(WaitingClient, givesUpAFileThatIsMissingThreeTimesInARow) {
-    const FakeService service(
-        kServiceName,
-        Replies{{"GetUSBStickDetails", {kSticks}},
-                {"DoBackup", {"(0,)"}},
-                {"GetDirectoryIndex",
-                 {kNoFile, kNoFile, fileOfSize(1), kNoFile, kNoFile, fileOfSize(2), kNoFile}}});
+    const OneStickService service(
+        {kNoFile, kNoFile, fileOfSize(1), kNoFile, kNoFile, fileOfSize(2), kNoFile});
     EXPECT_THAT(errorOf(1, {"backup", "--wait", "1:a.psb"}), HasSubstr("has gone again"));
     const std::vector<std::string> calls = service.calls();
     EXPECT_EQ(
@@ -233,9 +229,7 @@ INSTANTIATE_TEST_SUITE_P(Types, BackupKind,
                                          KindCase{"users", "uint32 3"}));
 
 TEST_P(BackupKind, isThatOfTheType) {
-    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
-                                                    {"DoBackup", {"(0,)"}},
-                                                    {"GetDirectoryIndex", {kNoFile}}});
+    const OneStickService service({kNoFile});
     outputOf({"backup", "--type", GetParam().first, "1:a.psb"});
     EXPECT_THAT(service.calls(),
                 Contains("DoBackup('USB_X60.1', " + GetParam().second + ", 'a.psb')"));
@@ -243,9 +237,7 @@ TEST_P(BackupKind, isThatOfTheType) {
 
 // The service takes kind 0 for a restore of the file.
 TEST(BackupType, isNoOtherThanTheThree) {
-    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
-                                                    {"DoBackup", {"(0,)"}},
-                                                    {"GetDirectoryIndex", {kNoFile}}});
+    const OneStickService service({kNoFile});
     for (const char* const type : {"", "0", "1", "4", "Full", "full ", "restore", "all"}) {
         EXPECT_THAT(errorOf(2, {"backup", "--type", type, "1:a.psb"}), HasSubstr("--type is"));
     }
@@ -266,9 +258,7 @@ INSTANTIATE_TEST_SUITE_P(Codes, ResultCode,
 // The service keeps the names of a job that it has taken and could not start.
 TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
     const auto& [code, words, record] = GetParam();
-    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
-                                                    {"DoRestore", {"(" + code + ",)"}},
-                                                    {"GetDirectoryIndex", {fileOfSize(1)}}});
+    const OneStickService service({fileOfSize(1)}, Replies{{"DoRestore", {"(" + code + ",)"}}});
     const CommandResult result = transferctl({"restore", "--json", "1:a.psb"});
     EXPECT_EQ(result.end, exited(1));
     EXPECT_THAT(result.output, HasSubstr(words));
@@ -278,17 +268,14 @@ TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
 
 // The call may have reached the service.
 TEST(UnansweredJob, staysOnRecord) {
-    const FakeService service(kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
-                                                    {"GetDirectoryIndex", {fileOfSize(1)}}});
+    const OneStickService service({fileOfSize(1)});
     errorOf(4, {"restore", "--timeout", "4", "1:a.psb"});
     EXPECT_THAT(outputOf({"status"}), HasSubstr("restore of USB_X60.1:a.psb"));
 }
 
 TEST(DeniedJob, isNotOnRecord) {
-    const FakeService service(
-        kServiceName, Replies{{"GetUSBStickDetails", {kSticks}},
-                              {"DoRestore", {"error org.freedesktop.DBus.Error.AccessDenied"}},
-                              {"GetDirectoryIndex", {fileOfSize(1)}}});
+    const OneStickService service(
+        {fileOfSize(1)}, Replies{{"DoRestore", {"error org.freedesktop.DBus.Error.AccessDenied"}}});
     errorOf(1, {"restore", "1:a.psb"});
     EXPECT_THAT(outputOf({"status"}), HasSubstr("none started"));
 }
