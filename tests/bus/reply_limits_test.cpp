@@ -9,18 +9,13 @@
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/process/service_messages.h"
-#include "tests/support/process/syslog_socket.h"
 
 namespace test_support {
 namespace {
 
 constexpr std::size_t kMebibyte = 1024 * 1024;
 
-struct LogBeforeService {
-    SyslogSocket log_;
-};
-
-class ReplyLimit : protected LogBeforeService, public SteadyServiceWithDouble {
+class ReplyLimit : protected WithLog, public SteadyServiceWithDouble {
 protected:
     // The first value of the reply: the array of an index, the box of a list.
     VariantPtr list(const std::string& method, const std::string& directory) const {
@@ -56,8 +51,8 @@ TEST_F(ReplyLimit, endsIndexAfterWholeRecord) {
         directory += std::string(249, 'd') + "/";
     }
     directory += "last";
-    constexpr std::size_t kFiles = 9'000;
-    for (std::size_t number = 0; number < kFiles; ++number) {
+    constexpr std::size_t kListed = 9'000;
+    for (std::size_t number = 0; number < kListed; ++number) {
         stick_.addFile(directory + "/" + std::to_string(number), "");
     }
     const VariantPtr index = list("GetDirectoryIndex", directory);
@@ -69,8 +64,8 @@ TEST_F(ReplyLimit, endsIndexAfterWholeRecord) {
     EXPECT_GT(records * directory.size(), 31 * kMebibyte);
     const VariantPtr last(g_variant_get_child_value(index.get(), elements - 1));
     EXPECT_EQ(asText(last.get()), "<'" + directory + "'>");
-    EXPECT_TRUE(log_.waitFor("GetDirectoryIndex: " + std::to_string(kFiles - records) + " of " +
-                             std::to_string(kFiles) + " entries left out of the reply"));
+    EXPECT_TRUE(log_.waitFor("GetDirectoryIndex: " + std::to_string(kListed - records) + " of " +
+                             std::to_string(kListed) + " entries left out of the reply"));
 }
 
 TEST_F(ReplyLimit, mendsDeviceNameThatIsNotUtf8) {

@@ -12,7 +12,6 @@
 #include "tests/support/device/persistent_record.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/files/files.h"
-#include "tests/support/process/syslog_socket.h"
 
 namespace test_support {
 namespace {
@@ -44,12 +43,8 @@ testing::AssertionResult keepsSecret(const std::string& secret, const std::strin
     return testing::AssertionSuccess();
 }
 
-struct LogBeforeService {
-    SyslogSocket log_;
-};
-
 // A device library that asks for the credential in every call, and at which something fails.
-class Credential : protected LogBeforeService, public SteadyServiceWithDouble {
+class Credential : protected WithLog, public SteadyServiceWithDouble {
 protected:
     void orderFault(const char* operation, const char* key, const char* value) {
         device_.clearOrders();

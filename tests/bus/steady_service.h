@@ -12,6 +12,7 @@
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/device_double.h"
 #include "tests/support/process/service_process.h"
+#include "tests/support/process/syslog_socket.h"
 #include "tests/support/process/waiting.h"
 
 namespace test_support {
@@ -57,7 +58,10 @@ private:
     std::vector<std::string> descriptors_;
 };
 
-// A base, because it has to exist before the service, which needs its environment.
+// Bases, because both have to exist before the service.
+struct WithLog {
+    SyslogSocket log_;
+};
 struct WithDouble {
     DeviceDouble device_;
 };
