@@ -45,70 +45,52 @@ struct Table<Interface, std::integer_sequence<int, N...>> {
 };
 
 template <typename Interface>
-using Calls = std::vector<std::function<std::int64_t(Interface&)>>;
+using Calls = std::vector<std::function<void(Interface&)>>;
 
-// Calls one operation a slot, in the order of the slots; a call without a status returns 0.
+// Calls one operation a slot, in the order of the slots.
 template <typename Interface, int kSlots>
 void expectOneCallPerSlot(const Calls<Interface>& calls) {
     static const Table<Interface, std::make_integer_sequence<int, kSlots>> kTable;
     ASSERT_EQ(calls.size(), static_cast<std::size_t>(kSlots));
     for (int slot = 0; slot < kSlots; ++slot) {
         FakeObject object{kTable.slots.data()};
-        const std::int64_t status = calls.at(slot)(*reinterpret_cast<Interface*>(&object));
+        calls.at(slot)(*reinterpret_cast<Interface*>(&object));
         EXPECT_EQ(object.called, slot);
-        if (status != 0) {
-            EXPECT_EQ(status, statusOfSlot(slot));
-        }
     }
-}
-
-// Marks operations without a status.
-template <typename Operation>
-auto plain(Operation operation) {
-    return [operation](auto& object) {
-        operation(object);
-        return std::int64_t{0};
-    };
-}
-
-template <typename Status>
-Status checked(Status status) {
-    EXPECT_NE(status, 0);
-    return status;
 }
 
 TEST(BackupController, hasItsOperationsInTheirSlots) {
     std::uint64_t bytes = 0;
     expectOneCallPerSlot<IBRController, 10>({
-        [](auto& it) { return checked(it.connect("", "")); },
-        plain([](auto& it) { it.disconnect(); }),
-        plain([](auto& it) { it.setLog(nullptr); }),
-        [](auto& it) { return checked(it.backup("", "")); },
-        [](auto& it) { return checked(it.restore("")); },
-        [&](auto& it) { return checked(it.getBackupSize("", &bytes)); },
-        [](auto& it) { return checked(it.checkBackupFile("")); },
-        plain([](auto& it) { it.reserved7(""); }),
-        plain([](auto& it) { it.reserved8(); }),
-        plain([](auto& it) { it.setWorkDirectory(""); }),
+        [](auto& it) { EXPECT_EQ(it.connect("", ""), statusOfSlot(0)); },
+        [](auto& it) { it.disconnect(); },
+        [](auto& it) { it.setLog(nullptr); },
+        [](auto& it) { EXPECT_EQ(it.backup("", ""), statusOfSlot(3)); },
+        [](auto& it) { EXPECT_EQ(it.restore(""), statusOfSlot(4)); },
+        [&](auto& it) { EXPECT_EQ(it.getBackupSize("", &bytes), statusOfSlot(5)); },
+        [](auto& it) { EXPECT_EQ(it.checkBackupFile(""), statusOfSlot(6)); },
+        [](auto& it) { it.reserved7(""); },
+        [](auto& it) { it.reserved8(); },
+        [](auto& it) { it.setWorkDirectory(""); },
     });
 }
 
 TEST(UpdateController, hasItsOperationsInTheirSlots) {
     expectOneCallPerSlot<IFUController, 14>({
-        [](auto& it) { return checked(it.connect("", "")); },
-        plain([](auto& it) { it.disconnect(); }),
-        [](auto& it) { return checked(it.update("")); },
-        plain([](auto& it) { it.reserved3(); }),
-        plain([](auto& it) { it.reserved4(); }),
-        plain([](auto& it) { it.setLog(nullptr); }),
-        plain([](auto& it) { it.reserved6(""); }),
-        plain([](auto& it) { it.reserved7(); }),
-        plain([](auto& it) { it.setWorkDirectory(""); }),
-        plain([](auto& it) { it.reserved9(); }),
-        plain([](auto& it) { it.reserved10(); }),
-        plain([](auto& it) { it.reserved11(); }),
-        plain([](auto& it) { it.reserved12(); }),
-        [](auto& it) { return checked(it.checkFirmwareFile("")); },
+        [](auto& it) { EXPECT_EQ(it.connect("", ""), statusOfSlot(0)); },
+        [](auto& it) { it.disconnect(); },
+        [](auto& it) { EXPECT_EQ(it.update(""), statusOfSlot(2)); },
+        [](auto& it) { it.reserved3(); },
+        [](auto& it) { it.reserved4(); },
+        [](auto& it) { it.setLog(nullptr); },
+        [](auto& it) { it.reserved6(""); },
+        [](auto& it) { it.reserved7(); },
+        [](auto& it) { it.setWorkDirectory(""); },
+        [](auto& it) { it.reserved9(); },
+        [](auto& it) { it.reserved10(); },
+        [](auto& it) { it.reserved11(); },
+        [](auto& it) { it.reserved12(); },
+        [](auto& it) { EXPECT_EQ(it.checkFirmwareFile(""), statusOfSlot(13)); },
     });
 }
 
