@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "tests/support/files/files.h"
 #include "transfer/tf_mngr.h"
@@ -50,10 +51,14 @@ inline void require(bool condition, const char* what) {
 // Reads choices and strings off an input; an input at its end gives zeros and empty strings.
 class Input {
 public:
-    Input(const std::uint8_t* data, std::size_t size) : at_(data), end_(data + size) {}
+    Input(const std::uint8_t* data, std::size_t size)
+        : left_(reinterpret_cast<const char*>(data), size) {}
 
-    bool isEmpty() const { return at_ == end_; }
-    std::uint8_t byte() { return isEmpty() ? std::uint8_t{0} : *at_++; }
+    bool isEmpty() const { return left_.empty(); }
+
+    std::uint8_t byte() {
+        return isEmpty() ? std::uint8_t{0} : static_cast<std::uint8_t>(take(1).front());
+    }
 
     std::uint64_t number() {
         std::uint64_t value = 0;
@@ -64,25 +69,19 @@ public:
     }
 
     // A length of one byte, then the string.
-    std::string string() {
-        std::string result;
-        for (std::size_t length = byte(); length > 0 && !isEmpty(); --length) {
-            result += static_cast<char>(byte());
-        }
-        return result;
-    }
+    std::string string() { return take(byte()); }
 
     // All that is left.
-    std::string rest() {
-        std::string result(reinterpret_cast<const char*>(at_),
-                           static_cast<std::size_t>(end_ - at_));
-        at_ = end_;
-        return result;
-    }
+    std::string rest() { return take(left_.size()); }
 
 private:
-    const std::uint8_t* at_;
-    const std::uint8_t* end_;
+    std::string take(std::size_t most) {
+        const std::string taken(left_.substr(0, most));
+        left_.remove_prefix(taken.size());
+        return taken;
+    }
+
+    std::string_view left_;
 };
 
 // As a C string ends: the interface takes these, whatever the input holds.
