@@ -1,23 +1,18 @@
-// Any device name at any time: the proposed file name, and formatted strings of any length.
-#include <glib.h>
-
+// Any device name at any time: the proposed file name.
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <ctime>
 #include <limits>
 
 #include "tests/doubles/plain_vesk.h"
 #include "tests/fuzz/target.h"
 #include "tests/unit/controlled_clock.h"
-#include "transfer/reply_encoding.h"
 
 namespace {
 
 // Up to the end of the year 9999, or as far as this machine's clock goes.
 constexpr std::int64_t kSeconds =
     std::min<std::int64_t>(253'402'300'800, std::numeric_limits<std::time_t>::max());
-constexpr std::size_t kFormatted = 1023;  // bytes at most
 
 // The time stamp, without the code under test.
 std::string modelOfStamp(std::time_t now) {
@@ -40,12 +35,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string name = fuzz::manager().GetBackupFileName(1);
     fuzz::require(name == (device.empty() ? "" : device + "-" + modelOfStamp(now) + ".psb"),
                   "device name, time and ending, or nothing");
-    const std::string shown = reply::validString(name);
-    fuzz::require(
-        g_utf8_validate(shown.data(), static_cast<gssize>(shown.size()), nullptr) != FALSE,
-        "the reply is UTF-8");
-    const std::string cString = fuzz::upToZero(device);
-    fuzz::require(TfMngr::formatString("%s", cString.c_str()) == cString.substr(0, kFormatted),
-                  "a formatted string is whole or cut");
     return 0;
 }

@@ -84,9 +84,4 @@ private:
     std::string_view left_;
 };
 
-// As a C string ends: the interface takes these, whatever the input holds.
-inline std::string upToZero(const std::string& bytes) {
-    return bytes.substr(0, bytes.find('\0'));
-}
-
 }  // namespace fuzz
