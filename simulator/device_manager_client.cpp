@@ -4,7 +4,6 @@
 
 #include <gio/gio.h>
 
-#include <array>
 #include <cstdint>
 #include <new>
 
@@ -65,13 +64,12 @@ protected:
         if (connection_ == nullptr) {
             return report(operation, number(DeviceManagerStatus::notConnected), "not connected");
         }
-        const std::array<const char*, 3> strings = {textOf(first), second, nullptr};
         g_autoptr(GError) error = nullptr;
         // A check or a job takes as long as it takes: no call has a time limit.
         g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
             connection_.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, "Request",
-            g_variant_new("(s^aay)", operation, strings.data()), G_VARIANT_TYPE("(xst)"),
-            G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr, &error);
+            g_variant_new("(s^ay^ay)", operation, textOf(first), textOf(second)),
+            G_VARIANT_TYPE("(xst)"), G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr, &error);
         if (reply == nullptr) {
             return report(operation, number(DeviceManagerStatus::unreachable), error->message);
         }
@@ -116,7 +114,7 @@ private:
 class BackupRestoreController final : public Controller<IBRController> {
 public:
     std::int64_t backup(const char* path, const char* kind) override {
-        return request("backup", path, textOf(kind));
+        return request("backup", path, kind);
     }
     std::int64_t restore(const char* path) override { return request("restore", path); }
     std::int64_t getBackupSize(const char* kind, std::uint64_t* bytes) override {

@@ -85,13 +85,10 @@ void DeviceManagerServer::onMethodCall(GDBusConnection* /*peer*/, const char* /*
         return;
     }
     const char* operation = nullptr;
-    g_autofree const char** strings = nullptr;
-    g_variant_get(parameters, "(&s^a&ay)", &operation, &strings);
-    const auto textAt = [&](guint index) {
-        return std::string(index < g_strv_length(const_cast<char**>(strings)) ? strings[index]
-                                                                              : "");
-    };
-    server.start({invocation, operation, textAt(0), textAt(1)});
+    const char* first = nullptr;
+    const char* second = nullptr;
+    g_variant_get(parameters, "(&s^&ay^&ay)", &operation, &first, &second);
+    server.start({invocation, operation, first, second});
 }
 
 // Without the credential of a connect.
@@ -118,10 +115,12 @@ DeviceManagerServer::Outcome DeviceManagerServer::carryOut(const Call& call) {
         return {std::to_string(bytes) + " bytes", bytes};
     }
     if (call.operation == "checkBackupFile") {
-        return {"acceptable, " + device_.checkBackupFile(call.first)};
+        device_.checkBackupFile(call.first);
+        return {"acceptable"};
     }
     if (call.operation == "checkFirmwareFile") {
-        return {"acceptable, " + device_.checkFirmwareFile(call.first)};
+        device_.checkFirmwareFile(call.first);
+        return {"acceptable"};
     }
     if (call.operation != "backup" && call.operation != "restore" && call.operation != "update") {
         throw DeviceError(DeviceManagerStatus::failed, "no such operation");

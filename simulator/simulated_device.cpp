@@ -66,11 +66,6 @@ void requireVersion(const std::string& text) {
     }
 }
 
-std::string summary(const Archive& content) {
-    return content.kind + " of " + content.device + ", " + content.time + ", firmware " +
-           content.firmware + ", " + std::to_string(content.members.size()) + " files";
-}
-
 std::unique_lock<std::mutex> beginJob(std::mutex& job) {
     std::unique_lock<std::mutex> lock(job, std::try_to_lock);
     if (!lock.owns_lock()) {
@@ -138,18 +133,14 @@ std::uint64_t SimulatedDevice::backupSize(const std::string& kind) const {
     return pack(kind).size() + kReserve;
 }
 
-std::string SimulatedDevice::checkBackupFile(const std::string& path) const {
+void SimulatedDevice::checkBackupFile(const std::string& path) const {
     const StagingFolder staging(state_);
-    const Archive content = unpackArchive(OpenFile(path, "rbe"), staging.path());
-    requireBackup(content);
-    return summary(content);
+    requireBackup(unpackArchive(OpenFile(path, "rbe"), staging.path()));
 }
 
-std::string SimulatedDevice::checkFirmwareFile(const std::string& path) const {
+void SimulatedDevice::checkFirmwareFile(const std::string& path) const {
     const StagingFolder staging(state_);
-    const Archive content = unpackArchive(OpenFile(path, "rbe"), staging.path());
-    requireInstallable(content);
-    return summary(content);
+    requireInstallable(unpackArchive(OpenFile(path, "rbe"), staging.path()));
 }
 
 std::string SimulatedDevice::firmwareVersion() const {

@@ -34,10 +34,9 @@ public:
     // The most bytes that a backup of this kind takes up now.
     std::uint64_t backupSize(const std::string& kind) const;
 
-    // Return a line about the contents of a file that restore or update would take; throw for any
-    // other.
-    std::string checkBackupFile(const std::string& path) const;
-    std::string checkFirmwareFile(const std::string& path) const;
+    // Throw for a file that restore or update would not take.
+    void checkBackupFile(const std::string& path) const;
+    void checkFirmwareFile(const std::string& path) const;
 
     // "unnamed" where the settings hold no name.
     std::string name() const;

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -122,10 +121,9 @@ TEST_F(DeviceManagerClient, isAnsweredAfterConnectOnly) {
     const auto peer = openConnection(kDeviceManagerEndpoint, nullptr);
     ASSERT_NE(peer, nullptr);
     g_autoptr(GError) error = nullptr;
-    const std::array<const char*, 3> strings = {file_.c_str(), "recipes", nullptr};
     g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
         peer.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface, "Request",
-        g_variant_new("(s^aay)", "backup", strings.data()), G_VARIANT_TYPE("(xst)"),
+        g_variant_new("(s^ay^ay)", "backup", file_.c_str(), "recipes"), G_VARIANT_TYPE("(xst)"),
         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
     ASSERT_NE(reply, nullptr) << error->message;
     gint64 status = 0;

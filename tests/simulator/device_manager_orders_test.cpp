@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -62,10 +61,10 @@ TEST_F(DeviceManagerClient, losesCallWhenItDisconnects) {
     const auto peer = openConnection(kDeviceManagerEndpoint, nullptr);
     ASSERT_NE(peer, nullptr);
     order("hang");
-    const std::array<const char*, 2> strings = {log_.credential->c_str(), nullptr};
     g_dbus_connection_call(peer.get(), nullptr, kDeviceManagerObject, kDeviceManagerInterface,
-                           "Request", g_variant_new("(s^aay)", "connect", strings.data()), nullptr,
-                           G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+                           "Request",
+                           g_variant_new("(s^ay^ay)", "connect", log_.credential->c_str(), ""),
+                           nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
     EXPECT_TRUE(simulator_->waitForOutput("connect: waits"));
     g_dbus_connection_close_sync(peer.get(), nullptr, nullptr);
     order("accept");
