@@ -3,8 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <future>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "simulator/device_error.h"
 
@@ -12,18 +16,25 @@ namespace {
 
 using std::chrono::milliseconds;
 
-SimulatorBehaviour after(const std::vector<std::pair<std::string, std::string>>& orders) {
+// "delay 1.5" as an order and its value.
+std::pair<std::string, std::string> split(const std::string& text) {
+    const std::size_t end = std::min(text.find(' '), text.size());
+    return {text.substr(0, end), text.substr(std::min(end + 1, text.size()))};
+}
+
+SimulatorBehaviour after(const std::vector<std::string>& orders) {
     SimulatorBehaviour behaviour;
-    for (const auto& [order, value] : orders) {
-        EXPECT_TRUE(carryOut(order, value, behaviour)) << order << " " << value;
+    for (const std::string& text : orders) {
+        const auto [order, value] = split(text);
+        EXPECT_TRUE(carryOut(order, value, behaviour)) << text;
     }
     return behaviour;
 }
 
-const std::vector<std::pair<std::string, std::string>> kEveryChange = {
-    {"refuse", ""},          {"hang", ""},
-    {"die-in-job", ""},      {"delay", "1.5"},
-    {"job-seconds", "0.25"}, {"report-size", "18446744073709551615"}};
+const std::vector<std::string> kEveryChange = {
+    "refuse",           "hang",
+    "die-in-job",       "delay 1.5",
+    "job-seconds 0.25", "report-size 18446744073709551615"};
 
 TEST(SimulatorOrder, acceptEndsFaultsOnly) {
     SimulatorBehaviour behaviour = after(kEveryChange);
@@ -34,72 +45,56 @@ TEST(SimulatorOrder, acceptEndsFaultsOnly) {
 }
 
 TEST(SimulatorOrder, realSizeEndsReportedSize) {
-    EXPECT_EQ(after({{"report-size", "3"}, {"real-size", ""}}).reportedSize, std::nullopt);
+    EXPECT_EQ(after({"report-size 3", "real-size"}).reportedSize, std::nullopt);
 }
 
 TEST(SimulatorOrder, changesNothingWhenWrong) {
-    const std::vector<std::pair<std::string, std::string>> orders = {
-        {"", ""},
-        {"nonsense", ""},
-        {"refuse", "1"},
-        {"status", "x"},
-        {"delay", ""},
-        {"delay", "-1"},
-        {"delay", "1s"},
-        {"delay", "nan"},
-        {"delay", "inf"},
-        {"delay", "86401"},
-        {"delay", " 1"},
-        {"job-seconds", "x"},
-        {"report-size", ""},
-        {"report-size", "-1"},
-        {"report-size", "1.5"},
-        {"report-size", "18446744073709551616"}};
-    for (const auto& [order, value] : orders) {
-        SimulatorBehaviour behaviour = after({{"delay", "3"}, {"report-size", "4"}});
+    for (const std::string text :
+         {"", "nonsense", "refuse 1", "status x", "delay", "delay -1", "delay 1s", "delay nan",
+          "delay inf", "delay 86401", "delay  1", "job-seconds x", "report-size", "report-size -1",
+          "report-size 1.5", "report-size 18446744073709551616"}) {
+        const auto [order, value] = split(text);
+        SimulatorBehaviour behaviour = after({"delay 3", "report-size 4"});
         const std::string before = describe(behaviour);
-        EXPECT_FALSE(carryOut(order, value, behaviour)) << order << " " << value;
+        EXPECT_FALSE(carryOut(order, value, behaviour)) << text;
         EXPECT_EQ(describe(behaviour), before);
     }
 }
 
 TEST(SimulatorOrder, changesWhatIsDescribed) {
-    EXPECT_EQ(describe(after({{"job-seconds", "3"}, {"status", ""}})),
+    EXPECT_EQ(describe(after({"job-seconds 3", "status"})),
               "accepts connections, acts at once, jobs take 3 s, reports the real backup size");
     EXPECT_EQ(describe(after(kEveryChange)),
               "refuses connections, hangs, dies in a job, acts after 1.5 s, jobs take 0.25 s, "
               "reports 18446744073709551615 bytes as backup size");
 }
 
-// Gives the orders that are expected to end a wait in another thread, and waits for its result.
+// Gives the order that is expected to end a wait in another thread, and waits for its result.
 template <typename Wait>
-auto resultOf(Wait wait, LiveBehaviour& behaviour,
-              const std::vector<std::pair<std::string, std::string>>& orders) {
+auto resultOf(Wait wait, LiveBehaviour& behaviour, const char* order, const char* value) {
     auto result = std::async(std::launch::async, wait);
-    for (const auto& [order, value] : orders) {
-        EXPECT_TRUE(behaviour.change(order, value));
-    }
+    EXPECT_TRUE(behaviour.change(order, value));
     return result.get();
 }
 
 TEST(LiveBehaviour, goesOnWhenHangEnds) {
-    LiveBehaviour behaviour(after({{"hang", ""}}));
-    EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, {{"accept", ""}}));
+    LiveBehaviour behaviour(after({"hang"}));
+    EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, "accept", ""));
 }
 
 TEST(LiveBehaviour, goesOnWhenWaitIsShortened) {
-    LiveBehaviour behaviour(after({{"delay", "86400"}, {"job-seconds", "86400"}}));
-    EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, {{"delay", "0"}}));
+    LiveBehaviour behaviour(after({"delay 86400", "job-seconds 86400"}));
+    EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, "delay", "0"));
     EXPECT_TRUE(resultOf(
         [&] {
             behaviour.pace()(1, 2);
             return true;
         },
-        behaviour, {{"job-seconds", "0"}}));
+        behaviour, "job-seconds", "0"));
 }
 
 TEST(LiveBehaviour, keepsPaceOfJob) {
-    LiveBehaviour behaviour(after({{"job-seconds", "0.2"}}));
+    LiveBehaviour behaviour(after({"job-seconds 0.2"}));
     const auto begin = std::chrono::steady_clock::now();
     const Pace pace = behaviour.pace();
     pace(1, 2);
@@ -111,7 +106,7 @@ TEST(LiveBehaviour, keepsPaceOfJob) {
 // What is left of a job takes its time, also after it has been held up for longer than all of it
 // takes.
 TEST(LiveBehaviour, doesNotHurryLateJob) {
-    LiveBehaviour behaviour(after({{"job-seconds", "0.2"}}));
+    LiveBehaviour behaviour(after({"job-seconds 0.2"}));
     const Pace pace = behaviour.pace();
     std::this_thread::sleep_for(milliseconds(250));
     const auto begin = std::chrono::steady_clock::now();
@@ -121,7 +116,7 @@ TEST(LiveBehaviour, doesNotHurryLateJob) {
 }
 
 TEST(LiveBehaviour, stopsWhatWaits) {
-    LiveBehaviour behaviour(after({{"hang", ""}}));
+    LiveBehaviour behaviour(after({"hang"}));
     auto act = std::async(std::launch::async, [&] { return behaviour.waitToAct(); });
     auto job = std::async(std::launch::async, [&] { behaviour.pace()(1, 1); });
     behaviour.stop();

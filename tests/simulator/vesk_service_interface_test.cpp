@@ -17,8 +17,7 @@ constexpr const char* kName = "DEVICE_INFO/transfername";
 // The sandbox has a /mnt of its own.
 class VeskServiceInterface : public testing::Test {
 protected:
-    void SetUp() override { std::filesystem::remove_all(kDefaultStateFolder); }
-    void TearDown() override { std::filesystem::remove_all(kDefaultStateFolder); }
+    VeskServiceInterface() { std::filesystem::remove_all(kDefaultStateFolder); }
 
     static void writeSettings(const std::string& text) {
         const std::string path = std::string(kDefaultStateFolder) + "/" + kSettingsFile;
