@@ -17,7 +17,6 @@ namespace test_support {
 namespace {
 
 using testing::Contains;
-using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -93,7 +92,9 @@ protected:
         const std::string said = learnt();
         EXPECT_THAT(said, HasSubstr("Disk size: "));
         EXPECT_TRUE(keepsSecret(credential(), said));
-        EXPECT_THAT(said, Not(ContainsRegex("from the double|%5.2f"))) << "the library's messages";
+        for (const char* message : {"from the double", "%5.2f"}) {
+            EXPECT_THAT(said, Not(HasSubstr(message))) << "of the library";
+        }
     }
 
 private:
