@@ -70,7 +70,8 @@ TEST_F(GoldenReplies, matchFileLists) {
     stick.addFile("tree/two/set.psb.fwf/a", "12345");
     stick.addFile("tree/many/x.psb.fwf/y/z/a", "");
     const std::vector<std::string> levels = {"level/none", "level/one", "level/two"};
-    const std::vector<std::string> trees = {"level/none", "tree/one", "tree/two", "tree/many"};
+    const std::vector<std::string> trees = {"level/none", "level/one", "tree/one", "tree/two",
+                                            "tree/many"};
 
     askForFiles({"GetDirectoryIndex"}, levels);
     askForFiles({"GetDirectoryIndexForUpdate", "GetDirectoryIndexForBackup"}, trees);
