@@ -66,8 +66,9 @@ bool runTar(std::vector<std::string> words) {
     std::transform(words.begin(), words.end(), std::back_inserter(arguments),
                    [](std::string& word) { return word.data(); });
     arguments.push_back(nullptr);
-    constexpr auto kFlags = static_cast<GSpawnFlags>(
-        G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL);
+    constexpr auto kFlags =
+        static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_LEAVE_DESCRIPTORS_OPEN |
+                                 G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL);
     int end = 0;
     return g_spawn_sync(nullptr, arguments.data(), nullptr, kFlags, nullptr, nullptr, nullptr,
                         nullptr, &end, nullptr) != FALSE &&
