@@ -8,7 +8,6 @@
 #include <string>
 
 #include "simulator/backup_archive.h"
-#include "simulator/device_error.h"
 
 // Writes an update file that installs `version`. Throws DeviceError.
 void writeUpdateFile(const std::string& path, const std::string& version);
