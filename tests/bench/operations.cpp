@@ -9,7 +9,8 @@
 
 #include "simulator/sandbox/inside_sandbox.h"
 #include "tests/bench/index_reply.h"
-#include "tests/support/device/mount_table.h"
+#include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
 
 // The linker leads the service's calls of time() here: the time stamp is always the same.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,readability-identifier-naming)
@@ -49,7 +50,7 @@ void countSticks(TfMngr& manager) {
         table += mountLine("tmpfs", "/run/service-" + std::to_string(i), "tmpfs");
     }
     table += mountLine("/dev/sda1", first.path()) + mountLine("/dev/sda1", third.path());
-    const test_support::HandMadeMountTable mounts(table);
+    const test_support::ReplacedFile mounts(test_support::kMountTable, table);
     count("stick-details", [&] {
         const std::vector<UsbStickInfo> sticks = manager.enumerateUsbSticks();
         return marshal(g_variant_new("(@av)", reply::stickArray(sticks))) > 0 && sticks.size() == 2;

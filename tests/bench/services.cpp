@@ -34,7 +34,7 @@ std::vector<std::string> onServiceCore(const std::vector<std::string>& command) 
     return words;
 }
 
-Daemon::Daemon() : process_({{"-d"}, {"G_SLICE=always-malloc"}, {}, {}, onServiceCore({})}) {
+Daemon::Daemon() : process_({{"-d"}, {"G_SLICE=always-malloc"}, onServiceCore({})}) {
     if (!process_.waitUntilAnswers()) {
         throw std::runtime_error("the service does not answer");
     }

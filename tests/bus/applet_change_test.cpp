@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/bus/applet_control.h"
 #include "tests/support/bus/bus_daemon.h"
+#include "tests/support/bus/fake_service.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/transfer_script.h"
 #include "tests/support/files/files.h"
@@ -27,7 +27,7 @@ class AppletChange : public testing::TestWithParam<int> {
 protected:
     AppletChange() { clearTransferScriptRuns(); }
 
-    const LogMessage quitting_ = infoMessage("Quitting com-morvane-transfer-service");
+    const std::string quitting_ = "[NFO] Quitting com-morvane-transfer-service";
     SyslogSocket log_;
     AppletControl appletControl_;
 };
@@ -36,14 +36,14 @@ TEST_F(AppletChange, toFiveAppletsIsOnlyLogged) {
     ServiceProcess service;
     ASSERT_TRUE(service.waitUntilAnswers());
     const std::unique_ptr<ChildProcess> witness = service.enterWitness();
-    std::vector<LogMessage> expected = startUpMessages();
+    std::vector<std::string> expected = startUpMessages();
     for (const int id : {1, 1, 257, 258, 259, 262}) {
         appletControl_.emitAppletChanged(id);
         expected.push_back(appletReceived(id));
     }
     ASSERT_TRUE(service.waitForOutput(asPrinted(expected)));
     EXPECT_EQ(service.standardOutput(), asPrinted(expected));
-    ASSERT_TRUE(log_.waitFor(appletReceived(262).text));
+    ASSERT_TRUE(log_.waitFor(appletReceived(262)));
     EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
     EXPECT_TRUE(service.processId());
     EXPECT_FALSE(witness->hasEnded());
@@ -56,7 +56,7 @@ TEST_F(AppletChange, endsDaemonWith0) {
     appletControl_.emitAppletChanged(0);
     EXPECT_EQ(witness->waitForEnd(), killedBy(SIGTERM));
     EXPECT_THAT(service.waitForAllEnds(), ElementsAre(exited(0), exited(0)));
-    ASSERT_TRUE(log_.waitFor(quitting_.text));
+    ASSERT_TRUE(log_.waitFor(quitting_));
     EXPECT_EQ(log_.messages().back(), quitting_);
 }
 
@@ -70,11 +70,11 @@ TEST_P(AppletChange, endsServiceWith0AndNeighboursWithSigterm) {
     EXPECT_THAT(service.waitForAllEnds(), ElementsAre(exited(0)));
     EXPECT_FALSE(outsider.hasEnded());
 
-    const std::vector<LogMessage> expected =
-        joined(startUpMessages(), {appletReceived(GetParam()), quitting_});
+    const std::vector<std::string> expected =
+        startUpMessages({appletReceived(GetParam()), quitting_});
     EXPECT_EQ(service.standardOutput(), asPrinted(expected));
     EXPECT_EQ(service.standardError(), "");
-    ASSERT_TRUE(log_.waitFor(quitting_.text));
+    ASSERT_TRUE(log_.waitFor(quitting_));
     EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
     // No destructor runs: the script does not get the stop command, and what the start left stays.
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
@@ -97,10 +97,11 @@ protected:
     void SetUp() override { ASSERT_TRUE(service_.waitUntilAnswers()); }
 
     // Sends a signal that counts: only what is `expected` and its own trace are printed.
-    void expectOnlySignalFrom(const AppletControl& control, std::vector<LogMessage> expected = {}) {
+    void expectOnlySignalFrom(const AppletControl& control,
+                              std::vector<std::string> expected = {}) {
         control.emitAppletChanged(kIgnoredId);
         expected.push_back(appletReceived(kIgnoredId));
-        const std::string printed = asPrinted(joined(startUpMessages(), expected));
+        const std::string printed = asPrinted(startUpMessages(expected));
         EXPECT_TRUE(service_.waitForOutput(printed));
         EXPECT_EQ(service_.standardOutput(), printed);
         EXPECT_TRUE(service_.processId());
@@ -156,7 +157,7 @@ TEST_F(AppletClient, ignoresStrangers) {
 TEST_F(AppletClient, ignoresSignalSentToServiceAlone) {
     const AppletControl control;
     control.emitAppletChanged(1);
-    ASSERT_TRUE(service_.waitForOutput(appletReceived(1).text)) << "the owner is known";
+    ASSERT_TRUE(service_.waitForOutput(appletReceived(1))) << "the owner is known";
     g_dbus_connection_emit_signal(stranger_.connection(), kServiceName, kAppletControlPath,
                                   kAppletControlInterface, kSignal,
                                   g_variant_new("(i)", kQuittingId), nullptr);
@@ -165,7 +166,7 @@ TEST_F(AppletClient, ignoresSignalSentToServiceAlone) {
 }
 
 TEST_F(AppletClient, followsLaterAppletControls) {
-    std::vector<LogMessage> expected = startUpMessages();
+    std::vector<std::string> expected = startUpMessages();
     for (const int id : {1, 257}) {
         const AppletControl control;
         control.emitAppletChanged(id);
@@ -174,7 +175,7 @@ TEST_F(AppletClient, followsLaterAppletControls) {
     }
     const AppletControl last;
     last.emitAppletChanged(kQuittingId);
-    EXPECT_EQ(service_.waitForEmpty(), exited(0));
+    EXPECT_EQ(service_.waitForEnd(), exited(0));
 }
 
 // The bus refuses the first thing that a new proxy asks for.
@@ -191,9 +192,9 @@ TEST(ServiceWithoutAppletProxy, goesOnWithoutSignals) {
     const SystemBus bus;
     EXPECT_EQ(bus.transfer("GetUSBStickDetails").error, "");
     EXPECT_EQ(bus.call(kControlPath, kControlInterface, "Init").error, "");
-    const std::string printed = asPrinted(
-        joined(startUpMessages(), {infoMessage("Error creating proxy for signal applet-changed"),
-                                   infoMessage("Init() Method invoked by DBus\n")}));
+    const std::string printed =
+        asPrinted(startUpMessages({"[NFO] Error creating proxy for signal applet-changed",
+                                   "[NFO] Init() Method invoked by DBus\n"}));
     EXPECT_TRUE(service.waitForOutput(printed));
     EXPECT_EQ(service.standardOutput(), printed);
 }

@@ -28,8 +28,8 @@ TEST_P(ControlMethod, isLoggedAndChangesNothing) {
     }
     EXPECT_EQ(bus_.transfer("GetUSBStickDetails").text(), "(@av [],)");
     // The line end is part of the message, so an empty line follows on standard output.
-    const LogMessage message = infoMessage(std::string(GetParam()) + "() Method invoked by DBus\n");
-    const std::vector<LogMessage> all = joined(startUpMessages(), {message, message});
+    const std::string message = std::string("[NFO] ") + GetParam() + "() Method invoked by DBus\n";
+    const std::vector<std::string> all = startUpMessages({message, message});
     ASSERT_TRUE(service_.waitForOutput(asPrinted(all)));
     EXPECT_EQ(service_.standardOutput(), asPrinted(all));
     EXPECT_EQ(service_.standardError(), "");

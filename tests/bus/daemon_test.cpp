@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/bus/applet_control.h"
+#include "tests/support/bus/fake_service.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/transfer_script.h"
 #include "tests/support/files/files.h"
@@ -33,10 +33,8 @@ using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr mode_t kStrictUmask = 077;
-
 std::string printedWithNewSet(int id) {
-    return asPrinted({launcherBegins()}) + "Semaphor created ID: " + std::to_string(id) + "\n";
+    return kLauncherBegins + "\n" + "Semaphor created ID: " + std::to_string(id) + "\n";
 }
 
 class Daemon : public testing::Test {
@@ -51,7 +49,7 @@ protected:
 
 TEST_F(Daemon, keepsLauncherWaitingUntilItAnswers) {
     const HeldTransferScript script;
-    ServiceProcess service{{{"-d"}, {}, {}, kStrictUmask}};
+    ServiceProcess service{{{"-d"}, {}, withUmask("077")}};
     ASSERT_TRUE(script.waitUntilEntered());
     ASSERT_TRUE(StartSemaphores::exists());
     const int id = StartSemaphores::id();
@@ -66,13 +64,13 @@ TEST_F(Daemon, keepsLauncherWaitingUntilItAnswers) {
     EXPECT_EQ(bus.transfer("GetUSBStickDetails").error, "");
     EXPECT_EQ(bus.call(kControlPath, kControlInterface, "Init").error, "");
     EXPECT_TRUE(setIsRemoved());
-    ASSERT_TRUE(service.waitForOutput(asPrinted({launcherEnds()})));
-    EXPECT_EQ(service.standardOutput(), printedWithNewSet(id) + asPrinted({launcherEnds()}));
+    ASSERT_TRUE(service.waitForOutput(kLauncherEnds + "\n"));
+    EXPECT_EQ(service.standardOutput(), printedWithNewSet(id) + kLauncherEnds + "\n");
     EXPECT_EQ(service.standardError(), "");
 }
 
 TEST_F(Daemon, isNotReadyWithoutItsObjects) {
-    auto silent = std::make_unique<AppletControl>(AppletControl::Answers::kNever);
+    auto silent = std::make_unique<FakeService>(kAppletControlName);
     ServiceProcess service(kAsDaemon);
     ASSERT_TRUE(eventually([&] { return service.processId().has_value(); }, "the name is owned"));
     EXPECT_TRUE(eventually([this] { return set_.waiting(0) == 1; }, "the launcher waits"));
@@ -85,11 +83,11 @@ TEST_F(Daemon, isNotReadyWithoutItsObjects) {
 TEST_F(Daemon, logsToSystemLogAlone) {
     ServiceProcess service(kAsDaemon);
     EXPECT_EQ(service.waitForCommandEnd(), exited(0));
-    ASSERT_TRUE(log_.waitFor(launcherEnds().text));
-    std::vector<LogMessage> expected = joined({launcherBegins()}, startUpMessages());
-    expected.push_back(launcherEnds());
+    ASSERT_TRUE(log_.waitFor(kLauncherEnds));
+    std::vector<std::string> expected = startUpMessages({kLauncherEnds});
+    expected.insert(expected.begin(), kLauncherBegins);
     EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
-    ASSERT_TRUE(service.waitForOutput(launcherEnds().text));
+    ASSERT_TRUE(service.waitForOutput(kLauncherEnds));
     EXPECT_EQ(service.standardOutput().find("Starting"), std::string::npos);
 }
 
@@ -97,7 +95,7 @@ TEST_F(Daemon, hasOwnSessionRootDirectoryAndNoStreams) {
     const TemporaryDirectory elsewhere;
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(elsewhere.path());
-    ServiceProcess service{{{"-d"}, {}, {}, kStrictUmask}};
+    ServiceProcess service{{{"-d"}, {}, withUmask("077")}};
     std::filesystem::current_path(before);
     ASSERT_TRUE(service.waitUntilAnswers());
     const pid_t daemon = *service.processId();
@@ -136,8 +134,8 @@ TEST_F(Daemon, isMadeOnceMoreByEachOption) {
     EXPECT_TRUE(setIsRemoved());
     EXPECT_TRUE(eventually(
         [this] {
-            const std::vector<LogMessage> all = log_.messages();
-            return std::count(all.begin(), all.end(), launcherBegins()) == 2;
+            const std::vector<std::string> all = log_.messages();
+            return std::count(all.begin(), all.end(), kLauncherBegins) == 2;
         },
         "both launchers log"));
 }
@@ -169,12 +167,11 @@ TEST_F(Daemon, releasesLauncherAsSecondInstance) {
         first.enter(runnable(buildPath("com-morvane-transfer-service"), {"-d"}));
     EXPECT_EQ(launcher->waitForEnd(), exited(0));
     ASSERT_TRUE(eventually([&] { return first.ends().size() == 1; }, "the second daemon ends"));
-    EXPECT_EQ(first.ends().front().end, exited(2));
+    EXPECT_EQ(first.ends().front().second, exited(2));
     EXPECT_FALSE(StartSemaphores::exists());
     ASSERT_TRUE(log_.waitFor("already started"));
-    EXPECT_THAT(
-        log_.messages(),
-        Contains(errorMessage("Service already started. Shutting down com.morvane.transfer")));
+    EXPECT_THAT(log_.messages(),
+                Contains("[ERR] Service already started. Shutting down com.morvane.transfer"));
     EXPECT_EQ(readFile(kLockFile), idBefore);
     EXPECT_TRUE(first.processId().has_value());
 }

@@ -27,7 +27,7 @@ protected:
         const Reply reply = bus_.transfer(method, g_variant_new_parsed(arguments.c_str()));
         EXPECT_EQ(reply.error, "") << method << arguments;
         answers_ += (answers_.empty() ? "" : "\n") + method + arguments + situation + "\n" +
-                    typeAndText(reply.value.get());
+                    reply.type() + "\n" + reply.text() + "\n";
     }
 
     void askForSticks(const std::string& situation) {
@@ -140,8 +140,8 @@ TEST_F(GoldenReplies, matchJobs) {
 TEST(TransferMethods, haveGoldenReplies) {
     std::set<std::string> golden;
     for (const auto& file : std::filesystem::directory_iterator(sourcePath("tests/golden"))) {
-        for (const auto& [title, reply] : goldenReplies(file.path().filename())) {
-            golden.insert(title.substr(0, title.find('(')));
+        for (const std::string& line : readLines(file.path())) {
+            golden.insert(line.substr(0, line.find('(')));
         }
     }
     for (const Method& method : transferMethods()) {

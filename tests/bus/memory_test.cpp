@@ -53,7 +53,7 @@ protected:
 
     Stick stick_{1, {"64m", "/dev/sda1"}};
     // As unit and boot script start it.
-    ServiceProcess service_{{{}, {"G_SLICE=always-malloc"}, {}, {}, {}}};
+    ServiceProcess service_{{{}, {"G_SLICE=always-malloc"}}};
     SystemBus bus_;
 };
 

@@ -72,8 +72,8 @@ protected:
         EXPECT_TRUE(service_.stop());
         EXPECT_TRUE(log_.waitFor("Could not register servicename on bus"));
         std::string all = replies_ + service_.standardOutput() + service_.standardError();
-        for (const LogMessage& message : log_.messages()) {
-            all += message.text + "\n";
+        for (const std::string& message : log_.messages()) {
+            all += message + "\n";
         }
         return all;
     }

@@ -9,10 +9,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <map>
+#include <fstream>
 #include <mutex>
-#include <new>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -38,7 +36,8 @@ struct Table {
 struct Controller {
     const Slot* table = nullptr;
     std::string kind;  // "BR" or "FU"
-    int number = 0;
+    std::string record;  // the place of the record that it is in
+    std::ptrdiff_t number = 0;  // from 1 for each kind in each record
     void* log = nullptr;
     const Slot* logTable = nullptr;
     bool destroyed = false;
@@ -60,29 +59,19 @@ std::string nameOf(const Controller* controller) {
     return controller != nullptr ? controller->kind + std::to_string(controller->number) : "null";
 }
 
-// ---- the log object that the service hands over -----------------------------------------------
-
-constexpr std::size_t kReadCredentialSlot = 6;
-
-void readCredential(const Controller& controller) {
-    static const char* const kUntouched = "untouched";
-    const char* out = kUntouched;
-    const auto read =
-        reinterpret_cast<int (*)(void*, const char**)>(controller.logTable[kReadCredentialSlot]);
-    const int result = read(controller.log, &out);
-    record("log", nameOf(&controller) + ".readCredential() = " + std::to_string(result) + " " +
-                      (out == kUntouched ? kUntouched : quoted(out)));
-}
-
 void callLogSlot(const Controller& controller, std::size_t index) {
-    if (index == kReadCredentialSlot) {
-        readCredential(controller);
+    const Slot called = controller.logTable[index];
+    if (index == 6) {
+        const char* out = nullptr;
+        const int result =
+            reinterpret_cast<int (*)(void*, const char**)>(called)(controller.log, &out);
+        record("log", nameOf(&controller) + ".readCredential() = " + std::to_string(result) + " " +
+                          quoted(out));
     } else if (index == 0 || index == 4) {
-        const auto print =
-            reinterpret_cast<void (*)(void*, const char*, ...)>(controller.logTable[index]);
+        const auto print = reinterpret_cast<void (*)(void*, const char*, ...)>(called);
         print(controller.log, "%s %d %5.2f %lld", "from the double", 4711, 3.14, 1LL << 40U);
     } else {
-        reinterpret_cast<void (*)(void*)>(controller.logTable[index])(controller.log);
+        reinterpret_cast<void (*)(void*)>(called)(controller.log);
     }
 }
 
@@ -96,13 +85,9 @@ void useLog(const Controller& controller, const std::string& slots) {
         return;
     }
     for (const char digit : slots) {
-        if (digit >= '0' && digit <= '6') {
-            callLogSlot(controller, static_cast<std::size_t>(digit - '0'));
-        }
+        callLogSlot(controller, static_cast<std::size_t>(digit - '0'));
     }
 }
-
-// ---- one call ---------------------------------------------------------------------------------
 
 constexpr const char* kHarmlessLogSlots = "012345";
 
@@ -121,21 +106,17 @@ Orders enter(const Controller* controller, const std::string& operation,
     return orders;
 }
 
-std::int64_t statusOf(const Orders& orders) {
-    return orders.number("status");
-}
-
 std::int64_t checkStatus(const Orders& orders, const std::string& path) {
     for (const std::string& part : orders.all("reject")) {
         if (path.find(part) != std::string::npos) {
             return 1;
         }
     }
-    return statusOf(orders);
+    return orders.number("status");
 }
 
 std::int64_t connect(Controller* self, const char* endpoint, const char* credential) {
-    return statusOf(enter(self, "connect", quoted(endpoint) + ", " + quoted(credential)));
+    return enter(self, "connect", quoted(endpoint) + ", " + quoted(credential)).number("status");
 }
 
 void disconnect(Controller* self) {
@@ -152,29 +133,16 @@ void setWorkDirectory(Controller* self, const char* path) {
     enter(self, "setWorkDirectory", quoted(path));
 }
 
-// ---- backup and restore -----------------------------------------------------------------------
-
-void writeTarget(const char* path, std::size_t size) {
-    std::FILE* file = std::fopen(path, "wbe");
-    if (file == nullptr) {
-        record("log", "cannot write " + quoted(path));
-        return;
-    }
-    const std::string bytes(size, 'b');
-    std::fwrite(bytes.data(), 1, bytes.size(), file);
-    std::fclose(file);
-}
-
 std::int64_t backup(Controller* self, const char* path, const char* kind) {
     const Orders orders = enter(self, "backup", quoted(path) + ", " + quoted(kind));
     if (orders.has("write")) {
-        writeTarget(path, static_cast<std::size_t>(orders.size("write")));
+        std::ofstream(path) << std::string(static_cast<std::size_t>(orders.number("write")), 'b');
     }
-    return statusOf(orders);
+    return orders.number("status");
 }
 
 std::int64_t restore(Controller* self, const char* path) {
-    return statusOf(enter(self, "restore", quoted(path)));
+    return enter(self, "restore", quoted(path)).number("status");
 }
 
 std::int64_t getBackupSize(Controller* self, const char* kind, std::uint64_t* bytes) {
@@ -182,26 +150,22 @@ std::int64_t getBackupSize(Controller* self, const char* kind, std::uint64_t* by
         enter(self, "getBackupSize",
               quoted(kind) + ", " + (bytes != nullptr ? std::to_string(*bytes) : "null"));
     if (orders.has("bytes")) {
-        *bytes = orders.size("bytes");
+        *bytes = static_cast<std::uint64_t>(orders.number("bytes"));
     }
-    return statusOf(orders);
+    return orders.number("status");
 }
 
 std::int64_t checkBackupFile(Controller* self, const char* path) {
     return checkStatus(enter(self, "checkBackupFile", quoted(path)), path);
 }
 
-// ---- update -----------------------------------------------------------------------------------
-
 std::int64_t update(Controller* self, const char* path) {
-    return statusOf(enter(self, "update", quoted(path)));
+    return enter(self, "update", quoted(path)).number("status");
 }
 
 std::int64_t checkFirmwareFile(Controller* self, const char* path) {
     return checkStatus(enter(self, "checkFirmwareFile", quoted(path)), path);
 }
-
-// ---- the tables -------------------------------------------------------------------------------
 
 template <int N>
 std::int64_t forbidden(Controller* self) {
@@ -226,60 +190,35 @@ const Table<14> kUpdateTable{
      slot(forbidden<9>), slot(forbidden<10>), slot(forbidden<11>), slot(forbidden<12>),
      slot(checkFirmwareFile)}};
 
-// ---- the factories ----------------------------------------------------------------------------
-
-// Controllers are numbered from 1 in each record, also when one process fills several in turn.
-int nextNumber(const std::string& kind) {
-    // Never freed: a worker of the service may still come here while the process ends.
-    static auto* const numbers = new std::map<std::string, int>;
-    const std::lock_guard lock(controllersMutex);
-    return ++(*numbers)[kind + device_double::recordPath()];
-}
-
 Controller* create(const std::string& kind, const Slot* table) {
     const Orders orders(kind + ".create");
-    if (orders.has("null")) {
-        record("call", kind + "CreateController() = null");
-        orders.misuseOrWait();
-        return nullptr;
-    }
-    auto* controller = new Controller;
-    controller->table = table;
-    controller->kind = kind;
-    controller->number = nextNumber(kind);
-    {
+    Controller* controller = nullptr;
+    if (!orders.has("null")) {
+        controller = new Controller{table, kind, device_double::recordPath()};
         const std::lock_guard lock(controllersMutex);
-        controllers().push_back(controller);
+        std::vector<Controller*>& all = controllers();
+        all.push_back(controller);
+        controller->number = std::count_if(all.begin(), all.end(), [&](const Controller* other) {
+            return other->kind == kind && other->record == controller->record;
+        });
     }
     record("call", kind + "CreateController() = " + nameOf(controller));
     orders.misuseOrWait();
     return controller;
 }
 
-bool isKnown(const Controller* controller) {
-    const std::lock_guard lock(controllersMutex);
-    const std::vector<Controller*>& all = controllers();
-    return std::find(all.begin(), all.end(), controller) != all.end();
-}
-
 void destroy(Controller* controller, const std::string& kind) {
     const std::string name = kind + "DestroyController";
-    if (controller != nullptr && !isKnown(controller)) {
-        record("violation", name + " of something that is no controller");
-        return;
-    }
     record("call", name + "(" + nameOf(controller) + ")");
     const Orders orders(kind + ".destroy");
-    if (controller == nullptr) {
-        orders.misuseOrWait();
-        return;
+    if (controller != nullptr) {
+        if (controller->kind != kind || controller->destroyed) {
+            record("violation", name + " of a controller of another kind or already destroyed");
+            return;
+        }
+        useLog(*controller, orders.text("log", kHarmlessLogSlots));
+        controller->destroyed = true;
     }
-    if (controller->kind != kind || controller->destroyed) {
-        record("violation", name + " of a controller of another kind or already destroyed");
-        return;
-    }
-    useLog(*controller, orders.text("log", kHarmlessLogSlots));
-    controller->destroyed = true;
     orders.misuseOrWait();
 }
 

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 namespace device_double {
@@ -28,39 +27,7 @@ void misuseMemory() {
     [[maybe_unused]] const volatile char lost = *memory;  // NOLINT: the point of it
 }
 
-bool exists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
-}
-
 }  // namespace
-
-std::string escaped(const std::string& text) {
-    std::string result;
-    for (const char c : text) {
-        if (c == '\n') {
-            result += "\\n";
-        } else if (c == '\\') {
-            result += "\\\\";
-        } else {
-            result += c;
-        }
-    }
-    return result;
-}
-
-std::string unescaped(const std::string& text) {
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool pair = text[i] == '\\' && i + 1 < text.size();
-        if (!pair) {
-            result += text[i];
-            continue;
-        }
-        ++i;
-        result += text[i] == 'n' ? '\n' : text[i];
-    }
-    return result;
-}
 
 std::string quoted(const char* text) {
     return text != nullptr ? "\"" + std::string(text) + "\"" : "null";
@@ -68,16 +35,12 @@ std::string quoted(const char* text) {
 
 Orders::Orders(const std::string& operation) {
     std::ifstream script(pathIn(kScriptVariable));
-    for (std::string line; std::getline(script, line);) {
-        std::istringstream words(line);
-        std::string target;
-        Order order;
-        words >> target >> order.key;
-        words.get();  // the blank before the value, which may hold blanks itself
-        std::getline(words, order.value);
-        order.value = unescaped(order.value);
+    std::string target;
+    std::string key;
+    std::string value;
+    while (script >> target >> key && script.get() == ' ' && std::getline(script, value, '\0')) {
         if (target == "*" || target == operation) {
-            orders_.push_back(order);
+            orders_.emplace_back(key, value);
         }
     }
 }
@@ -88,9 +51,9 @@ bool Orders::has(const std::string& key) const {
 
 std::vector<std::string> Orders::all(const std::string& key) const {
     std::vector<std::string> values;
-    for (const Order& order : orders_) {
-        if (order.key == key) {
-            values.push_back(order.value);
+    for (const auto& [name, value] : orders_) {
+        if (name == key) {
+            values.push_back(value);
         }
     }
     return values;
@@ -101,12 +64,9 @@ std::string Orders::text(const std::string& key, const std::string& otherwise) c
     return values.empty() ? otherwise : values.back();
 }
 
-std::int64_t Orders::number(const std::string& key, std::int64_t otherwise) const {
-    return has(key) ? std::strtoll(text(key).c_str(), nullptr, 10) : otherwise;
-}
-
-std::uint64_t Orders::size(const std::string& key, std::uint64_t otherwise) const {
-    return has(key) ? std::strtoull(text(key).c_str(), nullptr, 10) : otherwise;
+std::int64_t Orders::number(const std::string& key) const {
+    // It takes a sign as well, and sizes of 64 bits.
+    return static_cast<std::int64_t>(std::strtoull(text(key).c_str(), nullptr, 10));
 }
 
 void Orders::misuseOrWait() const {
@@ -114,7 +74,7 @@ void Orders::misuseOrWait() const {
         misuseMemory();
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(number("delay")));
-    while (has("hang") && !exists(text("hang"))) {
+    while (has("hang") && access(text("hang").c_str(), F_OK) != 0) {
         std::this_thread::sleep_for(5ms);
     }
 }
@@ -126,7 +86,7 @@ std::string recordPath() {
 void record(const std::string& kind, const std::string& text) {
     const auto thread = static_cast<pid_t>(syscall(SYS_gettid));
     const std::string line = kind + " " + std::to_string(thread) +
-                             (thread == getpid() ? " main " : " worker ") + escaped(text) + "\n";
+                             (thread == getpid() ? " main " : " worker ") + text + '\0';
     const int fd = open(recordPath().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (fd < 0 || write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
         abort();  // a double that cannot record proves nothing

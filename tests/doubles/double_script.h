@@ -2,21 +2,19 @@
 //
 // Script: lines "OPERATION KEY VALUE", read again at every call, so that a test may change it while
 // the service runs. OPERATION is as in the record ("BR.connect") or "*" for all; the last line that
-// fits wins. Record: lines "KIND THREAD main|worker TEXT", each written at once. In values and
-// strings "\n" and "\\" stand for a line end and a backslash.
+// fits wins. Record: lines "KIND THREAD main|worker TEXT", each written at once. Lines of both end
+// with a zero byte, as values and strings may hold line ends.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace device_double {
 
 inline constexpr const char* kScriptVariable = "MORVANE_DOUBLE_SCRIPT";
 inline constexpr const char* kRecordVariable = "MORVANE_DOUBLE_RECORD";
-
-std::string escaped(const std::string& text);
-std::string unescaped(const std::string& text);
 
 // "text" in quotes, or null.
 std::string quoted(const char* text);
@@ -28,8 +26,7 @@ public:
 
     bool has(const std::string& key) const;
     std::string text(const std::string& key, const std::string& otherwise = "") const;
-    std::int64_t number(const std::string& key, std::int64_t otherwise = 0) const;
-    std::uint64_t size(const std::string& key, std::uint64_t otherwise = 0) const;
+    std::int64_t number(const std::string& key) const;  // 0 without
 
     // All values of a key that may stand several times.
     std::vector<std::string> all(const std::string& key) const;
@@ -38,11 +35,7 @@ public:
     void misuseOrWait() const;
 
 private:
-    struct Order {
-        std::string key;
-        std::string value;
-    };
-    std::vector<Order> orders_;
+    std::vector<std::pair<std::string, std::string>> orders_;  // keys and values
 };
 
 // Where the record is written; another place means that a new record has begun.

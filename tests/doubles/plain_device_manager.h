@@ -1,6 +1,8 @@
-// The device manager's library at its plainest: it answers at once and records nothing.
+// The device manager's library at its plainest: every operation succeeds at once, without a system
+// call, and nothing is recorded.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 
@@ -10,6 +12,9 @@ namespace plain_device_manager {
 extern std::function<bool(const std::string& path)> accepts;
 
 // Controllers that are created and not destroyed.
-extern int controllers;
+extern std::atomic<int> controllers;
+
+// Whether connecting reads the credential, as the library may.
+extern bool readsCredential;
 
 }  // namespace plain_device_manager

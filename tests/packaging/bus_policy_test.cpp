@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/bus/applet_control.h"
 #include "tests/support/bus/bus_daemon.h"
+#include "tests/support/bus/fake_service.h"
 #include "tests/support/bus/interface_description.h"
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/device_double.h"
@@ -170,7 +170,7 @@ protected:
 
     // Starts the service, with doubles of the device libraries.
     testing::AssertionResult startService() {
-        service_.emplace(ServiceOptions{{}, device_.environment(), {}, {}, {}});
+        service_.emplace(ServiceOptions{{}, device_.environment()});
         return service_->waitUntilAnswers();
     }
 

@@ -25,7 +25,7 @@ CommandResult runProgram(const std::vector<std::string>& arguments) {
 TEST(PidNamespace, endsWith128PlusSignal) {
     NamespaceProcess process(sh("kill -KILL $$"));
     EXPECT_EQ(process.waitForCommandEnd(), killedBy(SIGKILL));
-    EXPECT_EQ(process.waitForEmpty(), exited(128 + SIGKILL));
+    EXPECT_EQ(process.waitForEnd(), exited(128 + SIGKILL));
 }
 
 TEST(PidNamespace, passesTerminalOutputUnchanged) {
@@ -69,11 +69,11 @@ TEST(PidNamespace, refusesOutsideSandbox) {
 
 TEST(PidNamespace, reportsEndOfDaemon) {
     NamespaceProcess process(sh("(sleep 0.05; exit 9) & exit 4"));
-    EXPECT_EQ(process.waitForEmpty(), exited(4));
+    EXPECT_EQ(process.waitForEnd(), exited(4));
     ASSERT_EQ(process.ends().size(), 2U);
-    EXPECT_EQ(process.ends()[0].end, exited(4));
-    EXPECT_EQ(process.ends()[1].end, exited(9));
-    EXPECT_EQ(process.ends()[0].insideId, process.commandInside());
+    EXPECT_EQ(process.ends()[0].second, exited(4));
+    EXPECT_EQ(process.ends()[1].second, exited(9));
+    EXPECT_EQ(process.ends()[0].first, process.commandInside());
 }
 
 TEST(PidNamespace, survivesSignalToEveryProcess) {
@@ -126,7 +126,7 @@ TEST(PidNamespace, waitsForWitness) {
     EXPECT_EQ(process.processesOutside().size(), 1U);
     ::kill(process.processesOutside().at(0), SIGTERM);
     EXPECT_EQ(witness->waitForEnd(), killedBy(SIGTERM));
-    EXPECT_EQ(process.waitForEmpty(), exited(128 + SIGTERM));
+    EXPECT_EQ(process.waitForEnd(), exited(128 + SIGTERM));
 }
 
 TEST(PidNamespace, diesWhole) {

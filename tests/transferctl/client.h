@@ -17,8 +17,8 @@ inline Words transferctlCommand(const Words& arguments) {
     return runnable(buildPath("transferctl"), arguments);
 }
 
-inline CommandResult transferctl(const Words& arguments, const ChildOptions& options = {}) {
-    return runCommand(transferctlCommand(arguments), options);
+inline CommandResult transferctl(const Words& arguments, const Words& environment = {}) {
+    return runCommand(transferctlCommand(arguments), environment);
 }
 
 // Runs a command that has to succeed, and returns what it prints.
@@ -36,20 +36,18 @@ inline std::string errorOf(int status, const Words& arguments) {
     return result.error;
 }
 
-// Runs a command whose outputs a shell redirects, such as ">/dev/full".
+// Runs a command whose outputs a shell redirects, such as ">/dev/full", behind a `prefix`.
 inline CommandResult redirected(const Words& arguments, const std::string& redirection,
-                                const ChildOptions& options = {}) {
-    Words command{"sh", "-c", "exec \"$@\" " + redirection, "sh"};
-    const Words client = transferctlCommand(arguments);
-    command.insert(command.end(), client.begin(), client.end());
-    return runCommand(command, options);
+                                Words prefix = {}) {
+    const Words shell{"sh", "-c", "exec \"$@\" " + redirection, "sh"};
+    prefix.insert(prefix.end(), shell.begin(), shell.end());
+    return runCommand(runnableAfter(prefix, buildPath("transferctl"), arguments));
 }
 
 // What a command writes to the raw terminal that is its standard output and standard error.
 inline std::string shownOnTerminal(const Words& arguments) {
-    ChildOptions options;
-    options.terminal = true;
-    return redirected(arguments, "2>&1", options).output;
+    return redirected(arguments, "2>&1", runnable(buildPath("pid-namespace"), {"--terminal", "--"}))
+        .output;
 }
 
 }  // namespace test_support

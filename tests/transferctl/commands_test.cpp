@@ -19,7 +19,7 @@ protected:
 
     Stick stick_{1, {"16m", "/dev/sda1"}};
     DeviceDouble device_;
-    ServiceProcess service_{{{}, device_.environment(), {}, {}, {}}};
+    ServiceProcess service_{{{}, device_.environment()}};
 };
 using SticksCommand = Command;
 using LsCommand = Command;

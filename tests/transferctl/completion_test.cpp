@@ -27,7 +27,7 @@ protected:
     const TemporaryDirectory folder_;
     const Stick stick_{1};
     DeviceDouble device_;
-    ServiceProcess service_{{{}, device_.environment(), {}, {}, {}}};
+    ServiceProcess service_{{{}, device_.environment()}};
 
 private:
     std::string completed(const std::string& keys) const {
@@ -42,12 +42,10 @@ private:
                   ". " +
                       sourcePath("transferctl/completion/transferctl.bash") + "\n" + function +
                       "transferctl " + keys + "\n");
-        ChildOptions options;
-        options.environment = {"INPUTRC=/dev/null", "PS1=", "TERM=dumb", "LC_ALL=C.UTF-8",
-                               "TRANSFERCTL_PATIENCE=60"};
         const CommandResult result = runCommand(
             {"sh", "-c", "exec bash --norc --noprofile -i <\"$1\"", "sh", folder_.path("keys")},
-            options);
+            {"INPUTRC=/dev/null", "PS1=", "TERM=dumb", "LC_ALL=C.UTF-8",
+             "TRANSFERCTL_PATIENCE=60"});
         // bash shows on standard error what is typed and completed.
         return result.output.empty() ? result.error : result.output;
     }

@@ -41,9 +41,10 @@ TEST(HangingBus, makesCommandsExit4) {
     ASSERT_TRUE(g_socket_listener_add_address(listener, address, G_SOCKET_TYPE_STREAM,
                                               G_SOCKET_PROTOCOL_DEFAULT, nullptr, nullptr,
                                               nullptr));
-    ChildOptions options;
-    options.environment = {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + folder.path("bus")};
-    EXPECT_EQ(transferctl({"--timeout", "0.1", "sticks"}, options).end, exited(4));
+    const CommandResult result =
+        transferctl({"--timeout", "0.1", "sticks"},
+                    {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + folder.path("bus")});
+    EXPECT_EQ(result.end, exited(4));
 }
 
 TEST(SlowService, makesCommandsExit4) {

@@ -31,8 +31,7 @@ protected:
     }
 
     void startService() {
-        service_ =
-            std::make_unique<ServiceProcess>(ServiceOptions{{}, device_.environment(), {}, {}, {}});
+        service_ = std::make_unique<ServiceProcess>(ServiceOptions{{}, device_.environment()});
         ASSERT_TRUE(service_->waitUntilAnswers());
     }
 

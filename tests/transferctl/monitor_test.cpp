@@ -5,7 +5,6 @@
 #include <csignal>
 #include <optional>
 
-#include "tests/support/bus/applet_control.h"
 #include "tests/support/bus/bus_daemon.h"
 #include "tests/support/bus/fake_service.h"
 #include "tests/support/device/device_double.h"
@@ -21,7 +20,7 @@ TEST(MonitorCommand, printsALineForEachEventUntilSigint) {
     const AppletControl applets;
     ChildProcess monitor(transferctlCommand({"monitor"}));
     ASSERT_TRUE(monitor.waitForOutput("  service is not there\n"));
-    ServiceProcess service({{}, device.environment(), {}, {}, {}});
+    ServiceProcess service({{}, device.environment()});
     ASSERT_TRUE(monitor.waitForOutput("  service runs as :1."));
     {
         const Stick stick(2, {"8m", "/dev/sdb1"});
@@ -39,7 +38,7 @@ TEST(MonitorCommand, printsJsonForEachEventUntilTheBusGoes) {
     std::optional<BusOutage> outage;
     const DeviceDouble device;
     const Stick stick(1, {"8m", "/dev/sda1"});
-    ServiceProcess service({{}, device.environment(), {}, {}, {}});
+    ServiceProcess service({{}, device.environment()});
     ASSERT_TRUE(service.waitUntilAnswers());
     ChildProcess monitor(transferctlCommand({"--json", "monitor"}));
     ASSERT_TRUE(monitor.waitForOutput(",\"event\":\"service-appeared\",\"owner\":\":1."));

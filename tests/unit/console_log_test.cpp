@@ -98,6 +98,7 @@ TEST_F(Credential, isReadAgainOnEachDemand) {
 // A stream with a buffer would read on, and leave a copy in freed memory.
 TEST_F(Credential, isReadWithoutBuffer) {
     const std::string record = recordWith(credential());
+    const ReplacedFile place(PersistentRecord::kPath);
     ASSERT_EQ(mkfifo(PersistentRecord::kPath, 0600), 0);
     const UniqueFd pipe(open(PersistentRecord::kPath, O_RDWR | O_NONBLOCK | O_CLOEXEC));
     const std::string twice = record + record;
@@ -105,7 +106,6 @@ TEST_F(Credential, isReadWithoutBuffer) {
     EXPECT_EQ(read(), kRead);
     std::array<char, 256> left{};
     EXPECT_EQ(::read(pipe.get(), left.data(), left.size()), 128);
-    std::filesystem::remove(PersistentRecord::kPath);
 }
 
 TEST_F(Credential, isClearedWithLog) {

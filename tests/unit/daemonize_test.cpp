@@ -50,8 +50,8 @@ TEST_F(StartSemaphore, hasTwoSemaphoresForEveryone) {
     EXPECT_EQ(result.end, exited(0));
     ASSERT_TRUE(set_.exists());
     EXPECT_EQ(result.output, createdLine(std::to_string(set_.id())) + "umask 0\n");
-    EXPECT_EQ(set_.count(), 2U);
-    EXPECT_EQ(set_.permissions(), 0666U);
+    EXPECT_EQ(set_.status().sem_nsems, 2U);
+    EXPECT_EQ(set_.status().sem_perm.mode, 0666U);
 }
 
 TEST_F(StartSemaphore, isReusedAsItIs) {
@@ -59,7 +59,7 @@ TEST_F(StartSemaphore, isReusedAsItIs) {
     const CommandResult result = runForked([&] { std::exit(createSemaphore(2) == made ? 0 : 1); });
     EXPECT_EQ(result.end, exited(0));
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(set_.count(), 3U);
+    EXPECT_EQ(set_.status().sem_nsems, 3U);
     EXPECT_EQ(set_.value(0), 5);
 }
 

@@ -85,16 +85,16 @@ TEST(BusFramework, exits3WithoutRegisteredObjects) {
     EXPECT_EQ(result.output, "[ERR] No Interfaces Registered\n");
     EXPECT_EQ(result.error, "");
     ASSERT_TRUE(log.waitFor("No Interfaces"));
-    EXPECT_THAT(log.messages(), testing::ElementsAre(errorMessage("No Interfaces Registered")));
+    EXPECT_THAT(log.messages(), testing::ElementsAre("[ERR] No Interfaces Registered"));
 }
 
 TEST(BusFramework, connectsAndExportsBeforeItStarts) {
     if (isFreshProcess()) {
         serve("/b", "/a");
     }
-    const FreshProcess service;
-    ASSERT_TRUE(service.waitForNote("First starts with 7 word, at /b, set gone"));
-    EXPECT_EQ(service.notes(),
+    const ChildProcess service = freshProcess();
+    ASSERT_TRUE(service.waitForReport("First starts with 7 word, at /b, set gone"));
+    EXPECT_EQ(service.report(),
               "First connects, not exported\n"
               "Second connects, not exported\n"
               "Second starts with 1 word, at /a, set gone\n"
@@ -107,9 +107,9 @@ TEST(BusFramework, ignoresAFailedExport) {
     if (isFreshProcess()) {
         serve("/same", "/same");
     }
-    const FreshProcess service;
-    ASSERT_TRUE(service.waitForNote("First starts with 7 word, at /same, set gone"));
-    EXPECT_EQ(service.notes(),
+    const ChildProcess service = freshProcess();
+    ASSERT_TRUE(service.waitForReport("First starts with 7 word, at /same, set gone"));
+    EXPECT_EQ(service.report(),
               "First connects, not exported\n"
               "Second connects, not exported\n"
               "Second starts with 1 word, not exported, set gone\n"
@@ -125,13 +125,13 @@ TEST(BusFramework, signalsTheLauncherBetweenExportAndStart) {
     }
     const StartSemaphores set;
     set.make({0, 0});
-    const FreshProcess service;
+    const ChildProcess service = freshProcess();
     ASSERT_TRUE(eventually([&] { return set.waiting(1) == 1; }, "the acknowledgement is awaited"));
     EXPECT_EQ(set.value(0), 1);
-    ASSERT_TRUE(service.waitForNote("Second connects, not exported"));  // the note travels
-    EXPECT_EQ(service.notes(), "First connects, not exported\nSecond connects, not exported\n");
+    ASSERT_TRUE(service.waitForReport("Second connects, not exported"));  // the note travels
+    EXPECT_EQ(service.report(), "First connects, not exported\nSecond connects, not exported\n");
     set.give(1);
-    ASSERT_TRUE(service.waitForNote("First starts with 7 word, at /b, set there"));
+    ASSERT_TRUE(service.waitForReport("First starts with 7 word, at /b, set there"));
     ASSERT_TRUE(eventually([] { return !StartSemaphores::exists(); }, "the set is removed"));
     EXPECT_EQ(whoAnswersAt("/b"), "a.test.First");
 }

@@ -8,7 +8,6 @@
 #include <cinttypes>
 #include <memory>
 
-#include "tests/support/device/mount_table.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/files/files.h"
 #include "tests/support/process/printed_text.h"
@@ -110,8 +109,8 @@ TEST_F(StickEnumeration, includesEveryDirectoryBelowAMountedParent) {
 
 TEST_F(StickEnumeration, skipsAStickWhoseStatfsFails) {
     const Stick second(2);
-    const HandMadeMountTable table(mountLine("/dev/sda1", "/media/usb/USB_X60.1") +
-                                   mountLine("/dev/sdb1", "/media/usb/USB_X60.2"));
+    const ReplacedFile table(kMountTable, mountLine("/dev/sda1", "/media/usb/USB_X60.1") +
+                                              mountLine("/dev/sdb1", "/media/usb/USB_X60.2"));
     const std::string printed = printedBy([&] { EXPECT_THAT(names(), ElementsAre("USB_X60.2")); });
     EXPECT_EQ(printed, "Disk size: 16777216 Byte\nFree size: 16777216 Byte\n");
 }
@@ -124,21 +123,22 @@ TEST_F(StickEnumeration, isEmptyWithoutAReadableMountTable) {
         EXPECT_FALSE(manager_.isMountedUsbDevice(stick.path())) << which;
     };
     {
-        const HandMadeMountTable table(HandMadeMountTable::Form::kMissing);
+        const ReplacedFile table(kMountTable);
         expectNone("missing");
     }
     {
-        const HandMadeMountTable table(HandMadeMountTable::Form::kDirectory);
+        const ReplacedFile table(kMountTable);
+        makeDirectories(kMountTable);
         expectNone("a directory");
     }
     {
-        const HandMadeMountTable table(mountLine("/dev/sda1", stick.path()));
+        const ReplacedFile table(kMountTable, mountLine("/dev/sda1", stick.path()));
         const WatchedCalls watched(
             [](auto& call, auto /*index*/) { return call.name == "setmntent" ? EACCES : 0; });
         expectNone("not permitted");
     }
     {
-        const HandMadeMountTable table("");
+        const ReplacedFile table(kMountTable, "");
         expectNone("empty");
     }
     EXPECT_THAT(names(), ElementsAre("USB_X60.1"));
@@ -148,8 +148,8 @@ TEST_F(StickEnumeration, isEmptyWithoutAReadableMountTable) {
 TEST_F(StickEnumeration, readsTheMountTableOnce) {
     const Stick first(1);
     const Stick fourth(4);
-    const HandMadeMountTable table(mountLine("/dev/sda1", first.path()) +
-                                   mountLine("/dev/sdb1", fourth.path()));
+    const ReplacedFile table(
+        kMountTable, mountLine("/dev/sda1", first.path()) + mountLine("/dev/sdb1", fourth.path()));
     const WatchedCalls watched;
     EXPECT_THAT(names(), ElementsAre("USB_X60.1", "USB_X60.4"));
     EXPECT_EQ(watched.count("setmntent", "/etc/mtab"), 1U);
@@ -220,7 +220,7 @@ TEST(MountCheck, followsTheMountTable) {
     };
     TfMngr manager;
     for (const MountCase& check : checks) {
-        const HandMadeMountTable table(check.table);
+        const ReplacedFile table(kMountTable, check.table);
         EXPECT_EQ(manager.isMountedUsbDevice(check.path), check.mounted)
             << check.path << " in\n"
             << check.table.substr(0, 200);

@@ -2,7 +2,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
+
+#include "tests/support/files/files.h"
 
 namespace test_support {
 
@@ -19,7 +20,9 @@ public:
     void start();
 
 private:
-    std::vector<std::string> command_;
+    std::string command() const { return folder_.path("command"); }
+
+    const TemporaryDirectory folder_;
 };
 
 // Makes the bus read its policy files and the user database again. Throws std::runtime_error when

@@ -1,6 +1,5 @@
 #include "tests/support/bus/fake_service.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 #include "tests/support/process/waiting.h"
@@ -34,14 +33,8 @@ std::vector<std::string> FakeService::calls() const {
     return calls_;
 }
 
-testing::AssertionResult FakeService::waitForCall(const std::string& begin) const {
-    return eventually(
-        [&] {
-            const std::vector<std::string> now = calls();
-            return std::any_of(now.begin(), now.end(),
-                               [&](auto& call) { return call.rfind(begin, 0) == 0; });
-        },
-        begin + " is called");
+testing::AssertionResult FakeService::waitForCall(const std::string& part) const {
+    return eventuallyHolds([this] { return calls(); }, part);
 }
 
 void FakeService::leave() {

@@ -29,8 +29,8 @@ public:
     // Methods called by now with their arguments, in order: "DeleteFile('USB_X60.1', 'a')".
     std::vector<std::string> calls() const;
 
-    // Waits until a call begins with this.
-    testing::AssertionResult waitForCall(const std::string& begin) const;
+    // Waits until a call holds `part`.
+    testing::AssertionResult waitForCall(const std::string& part) const;
 
     // Sends a signal; returns once the bus has it.
     void emitSignal(const std::string& path, const std::string& interface,
@@ -53,6 +53,19 @@ private:
     std::vector<std::string> calls_;
     SystemBus bus_;
     guint filter_ = 0;
+};
+
+// The device's applet control as a fake service.
+class AppletControl {
+public:
+    // Sends the signal; returns once the bus has it.
+    void emitAppletChanged(int id) const {
+        service_.emitSignal(kAppletControlPath, kAppletControlInterface, "appletChanged",
+                            g_variant_new("(i)", id));
+    }
+
+private:
+    FakeService service_{kAppletControlName, {{"GetAll", {"(@a{sv} {},)"}}, {"Ping", {"()"}}}};
 };
 
 }  // namespace test_support

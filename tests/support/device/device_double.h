@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/files/files.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 
@@ -63,8 +64,10 @@ public:
     std::vector<DoubleRecord> records() const;
     void clearRecord();
 
-    // Waits until a call's text begins with `text`; says on failure what was called instead.
-    testing::AssertionResult waitForCall(const std::string& text) const;
+    // Waits until a call holds `part`; says on failure what was called instead.
+    testing::AssertionResult waitForCall(const std::string& part) const {
+        return eventuallyHolds([this] { return calls(); }, part);
+    }
 
     // A path that an order "hang" can name; release() makes it exist.
     std::string gate() const { return folder_.path("gate"); }
@@ -76,6 +79,8 @@ private:
     std::vector<std::string> textsOf(const std::string& kind) const;
 
     TemporaryDirectory folder_;
+    const std::string scriptPath_ = folder_.path("script");
+    const std::string recordPath_ = folder_.path("record");
     std::string script_;
     bool violationsExpected_ = false;
 };

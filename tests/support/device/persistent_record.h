@@ -4,20 +4,20 @@
 #include <string>
 #include <string_view>
 
+#include "tests/support/files/files.h"
+
 namespace test_support {
 
 // Lies at its fixed place for as long as the object lives.
-class PersistentRecord {
-public:
+struct PersistentRecord : ReplacedFile {
     static constexpr const char* kPath = "/mnt/usrdata/persistent/pdata.rt_file.ESAT";
 
-    explicit PersistentRecord(std::string_view bytes);
-    ~PersistentRecord();
-    PersistentRecord(const PersistentRecord&) = delete;
-    PersistentRecord& operator=(const PersistentRecord&) = delete;
+    explicit PersistentRecord(std::string_view bytes) : ReplacedFile(kPath, bytes) {}
 };
 
 // The 128 bytes of a record with this credential of 64 bytes.
-std::string recordWith(const std::string& credential);
+inline std::string recordWith(const std::string& credential) {
+    return std::string(64, '-') + credential;
+}
 
 }  // namespace test_support

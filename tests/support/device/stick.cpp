@@ -1,7 +1,6 @@
 // USB sticks for tests: file systems mounted where the device mounts its sticks.
 #include "tests/support/device/stick.h"
 
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -33,24 +32,17 @@ Mount::Mount(std::string directory, const std::string& device, const std::string
 }
 
 Mount::~Mount() {
-    unmountLazily();
+    unmount(MNT_DETACH);
     if (madeDirectory_) {
         rmdir(directory_.c_str());
     }
 }
 
-bool Mount::unmount() {
-    if (mounted_ && umount2(directory_.c_str(), 0) == 0) {
+bool Mount::unmount(int flags) {
+    if (mounted_ && umount2(directory_.c_str(), flags) == 0) {
         mounted_ = false;
     }
     return !mounted_;
-}
-
-void Mount::unmountLazily() {
-    if (mounted_) {
-        umount2(directory_.c_str(), MNT_DETACH);
-        mounted_ = false;
-    }
 }
 
 Stick::Stick(int number, const StickOptions& options)
@@ -62,8 +54,8 @@ void Stick::addFile(const std::string& relative, std::string_view bytes) const {
 }
 
 void Stick::addSparseFile(const std::string& relative, std::uint64_t size) const {
-    makeDirectories(std::filesystem::path(path(relative)).parent_path());
-    writeSparseFile(path(relative), size);
+    addFile(relative, "");
+    std::filesystem::resize_file(path(relative), size);
 }
 
 void Stick::addDirectory(const std::string& relative) const {
@@ -74,6 +66,11 @@ void Stick::makeReadOnly() const {
     if (mount("none", path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
         throwErrno("remount " + path());
     }
+}
+
+std::string mountLine(const std::string& source, const std::string& directory,
+                      const std::string& type) {
+    return source + " " + directory + " " + type + " rw,relatime 0 0\n";
 }
 
 }  // namespace test_support

@@ -1,6 +1,8 @@
 // USB sticks for tests: file systems mounted where the device mounts its sticks.
 #pragma once
 
+#include <sys/mount.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -20,10 +22,8 @@ public:
     Mount(const Mount&) = delete;
     Mount& operator=(const Mount&) = delete;
 
-    // Returns whether it could be unmounted; false while a file on it is open.
-    bool unmount();
-    // What pulling the stick does: gone at once, open files live on until they are closed.
-    void unmountLazily();
+    // Returns whether it is unmounted; without MNT_DETACH it is not while a file on it is open.
+    bool unmount(int flags = 0);
 
 private:
     std::string directory_;
@@ -51,12 +51,19 @@ public:
     void addDirectory(const std::string& relative) const;
 
     bool unmount() { return mount_.unmount(); }
-    void pull() { mount_.unmountLazily(); }
+    // Gone at once; open files live on until they are closed.
+    void pull() { mount_.unmount(MNT_DETACH); }
     void makeReadOnly() const;
 
 private:
     int number_;
     Mount mount_;
 };
+
+inline constexpr const char* kMountTable = "/etc/mtab";
+
+// One line of a mount table.
+std::string mountLine(const std::string& source, const std::string& directory,
+                      const std::string& type = "vfat");
 
 }  // namespace test_support

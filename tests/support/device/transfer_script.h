@@ -2,11 +2,13 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
 
 #include "tests/support/files/files.h"
+#include "tests/support/process/waiting.h"
 
 namespace test_support {
 
@@ -15,22 +17,24 @@ constexpr const char* kTransferMarker = "/tmp/transfer.enabled";
 // The arguments of the script's run at a start.
 constexpr const char* kScriptStart = "TF_STATE_SNC_START true true";
 
+inline constexpr const char* kScriptRuns = "/run/log/transfer-script";
+
 // The arguments of every run of the sandbox's transfer script by now, one line a run.
-std::vector<std::string> transferScriptRuns();
-void clearTransferScriptRuns();
+inline std::vector<std::string> transferScriptRuns() {
+    return readLines(kScriptRuns);
+}
 
-// Puts other commands in the place of the transfer script and, at its end, the old script back. The
-// runs are noted as ever.
-class TransferScript {
-public:
+inline void clearTransferScriptRuns() {
+    unlink(kScriptRuns);
+}
+
+// Puts other commands in the place of the transfer script. The runs are noted as ever.
+struct TransferScript : ReplacedFile {
     // `commands` are lines for the shell, run after the arguments ("$@") have been noted.
-    explicit TransferScript(const std::string& commands);
-    ~TransferScript();
-    TransferScript(const TransferScript&) = delete;
-    TransferScript& operator=(const TransferScript&) = delete;
-
-private:
-    std::string before_;
+    explicit TransferScript(const std::string& commands)
+        : ReplacedFile(
+              "/etc/morvane/transfer/transfer.sh",
+              std::string("printf '%s\\n' \"$*\" >>") + kScriptRuns + "\n" + commands + "\n") {}
 };
 
 // A script that returns on release(): until then the service stands still in its start, before it
@@ -38,14 +42,19 @@ private:
 class HeldTransferScript {
 public:
     // `commands` are run first.
-    explicit HeldTransferScript(const std::string& commands = "");
+    explicit HeldTransferScript(const std::string& commands = "")
+        : script_(commands + "\ntouch " + folder_.path("entered") + "\nwhile [ ! -e " +
+                  folder_.path("released") + " ]; do sleep 0.01; done") {}
     ~HeldTransferScript() { release(); }
     HeldTransferScript(const HeldTransferScript&) = delete;
     HeldTransferScript& operator=(const HeldTransferScript&) = delete;
 
     // Waits until a service has come to the script.
-    testing::AssertionResult waitUntilEntered() const;
-    void release() const;
+    testing::AssertionResult waitUntilEntered() const {
+        return eventually([this] { return exists(folder_.path("entered")); },
+                          "the service runs the transfer script");
+    }
+    void release() const { writeFile(folder_.path("released"), ""); }
 
 private:
     TemporaryDirectory folder_;

@@ -1,7 +1,6 @@
 // Small file helpers.
 #include "tests/support/files/files.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,13 +45,6 @@ void writeFile(const std::string& path, std::string_view bytes) {
     }
 }
 
-void writeSparseFile(const std::string& path, std::uint64_t size) {
-    const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!fd || ftruncate64(fd.get(), static_cast<off64_t>(size)) != 0) {
-        throwErrno(path);
-    }
-}
-
 void makeDirectories(const std::string& path) {
     std::filesystem::create_directories(path);
 }
@@ -60,6 +52,25 @@ void makeDirectories(const std::string& path) {
 bool exists(const std::string& path) {
     struct stat64 status {};
     return lstat64(path.c_str(), &status) == 0;
+}
+
+ReplacedFile::ReplacedFile(const std::string& path) : path_(path) {
+    static int count = 0;
+    kept_ = path + ".kept" + std::to_string(++count);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    if (std::rename(path.c_str(), kept_.c_str()) != 0 && errno != ENOENT) {
+        throwErrno(path);
+    }
+}
+
+ReplacedFile::ReplacedFile(const std::string& path, std::string_view bytes) : ReplacedFile(path) {
+    writeFile(path, bytes);
+}
+
+ReplacedFile::~ReplacedFile() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::rename(kept_, path_, ignored);
 }
 
 TemporaryDirectory::TemporaryDirectory() : path_("/tmp/test-XXXXXX") {

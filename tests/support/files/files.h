@@ -1,7 +1,6 @@
 // Small file helpers; a failure to write throws std::system_error and so fails the test.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,14 +16,26 @@ std::vector<std::string> readLines(const std::string& path);
 // Replaces the file in one step: a reader sees the old or the new bytes, never a part.
 void writeFile(const std::string& path, std::string_view bytes);
 
-// Creates a file of `size` bytes that takes no space.
-void writeSparseFile(const std::string& path, std::uint64_t size);
-
 // Creates a directory and its missing parents.
 void makeDirectories(const std::string& path);
 
 // Whether something of that name exists; a link counts even when its target is missing.
 bool exists(const std::string& path);
+
+// Takes what is at a path out of the way while it exists; then it is back. Its owner may put
+// something else there. Throws std::system_error when that cannot be moved.
+class ReplacedFile {
+public:
+    explicit ReplacedFile(const std::string& path);
+    ReplacedFile(const std::string& path, std::string_view bytes);
+    ~ReplacedFile();
+    ReplacedFile(const ReplacedFile&) = delete;
+    ReplacedFile& operator=(const ReplacedFile&) = delete;
+
+private:
+    std::string path_;
+    std::string kept_;
+};
 
 // A fresh directory, removed with all that it holds when its owner ends.
 class TemporaryDirectory {

@@ -1,20 +1,20 @@
 // The committed replies and descriptions of tests/golden.
 #pragma once
 
-#include <gio/gio.h>
+#include <gtest/gtest.h>
 
-#include <map>
 #include <string>
+
+#include "tests/support/files/files.h"
+#include "tests/support/files/paths.h"
 
 namespace test_support {
 
 // The text of tests/golden/<file>; fails the test and is empty when it cannot be read.
-std::string goldenText(const std::string& file);
-
-// A reply as golden files hold it: its type and its value, each a line. Null gives "".
-std::string typeAndText(GVariant* reply);
-
-// A golden file of replies by title: blocks of a title, then typeAndText(), then an empty line.
-std::map<std::string, std::string> goldenReplies(const std::string& file);
+inline std::string goldenText(const std::string& file) {
+    std::string text = readFile(sourcePath("tests/golden/" + file));
+    EXPECT_NE(text, "") << "no golden text " << file;
+    return text;
+}
 
 }  // namespace test_support

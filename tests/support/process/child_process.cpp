@@ -48,45 +48,11 @@ namespace {
 constexpr int kCannotRun = 127;  // as shells have it
 constexpr const char* kFreshMark = "MORVANE_TEST_FRESH_PROCESS";
 
-struct Preparation {
-    const ChildOptions& options;
-    pid_t parent;
-};
-
-void dieWith(pid_t parent) {
+void dieWithParent(gpointer parent) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) {  // it ended before the line above took effect
+    if (getppid() != *static_cast<pid_t*>(parent)) {  // it ended before the line above took effect
         _exit(kCannotRun);
     }
-}
-
-// Between fork and exec: other threads may hold the allocator's locks, so nothing is allocated.
-void prepareChild(gpointer data) {
-    const auto& [options, parent] = *static_cast<Preparation*>(data);
-    dieWith(parent);
-    for (const ResourceLimit& limit : options.limits) {
-        const rlimit both{limit.value, limit.value};
-        setrlimit(static_cast<__rlimit_resource_t>(limit.resource), &both);
-    }
-    if (options.umask) {
-        umask(*options.umask);
-    }
-}
-
-GStrv environmentWith(const std::vector<std::string>& additions) {
-    GStrv environment = g_get_environ();
-    for (const std::string& entry : additions) {
-        const std::size_t equals = entry.find('=');
-        environment = g_environ_setenv(environment, entry.substr(0, equals).c_str(),
-                                       entry.substr(equals + 1).c_str(), TRUE);
-    }
-    return environment;
-}
-
-std::vector<std::string> currentTestAlone() {
-    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
-    const std::string name = std::string(test->test_suite_name()) + "." + test->name();
-    return runnable(ownExecutable(), {"--gtest_filter=" + name});
 }
 
 // By reopening, because the parent's output may have another buffering than a file's.
@@ -98,10 +64,6 @@ void sendTo(const CollectedStream& target, std::FILE* stream) {
 }
 
 }  // namespace
-
-std::ostream& operator<<(std::ostream& out, const ProcessEnd& end) {
-    return out << (end.bySignal ? "killed by signal " : "exited with status ") << end.number;
-}
 
 CollectedStream::CollectedStream() : file_(memfd_create("stream", MFD_CLOEXEC)) {
     if (!file_) {
@@ -118,28 +80,27 @@ std::string CollectedStream::text() const {
     return bytes;
 }
 
-ChildProcess::ChildProcess(const std::vector<std::string>& command, const ChildOptions& options) {
-    std::vector<std::string> words = command;
-    if (options.terminal) {
-        words = runnable(buildPath("pid-namespace"), {"--terminal", "--"});
-        words.insert(words.end(), command.begin(), command.end());
+ChildProcess::ChildProcess(const std::vector<std::string>& command,
+                           const std::vector<std::string>& environment) {
+    std::vector<std::string> words = environment;
+    if (!words.empty()) {
+        words.insert(words.begin(), "env");
     }
+    words.insert(words.end(), command.begin(), command.end());
     std::vector<const char*> arguments;
     for (const std::string& word : words) {
         arguments.push_back(word.c_str());
     }
     arguments.push_back(nullptr);
-    g_auto(GStrv) environment = environmentWith(options.environment);
-    Preparation preparation{options, getpid()};
+    pid_t parent = getpid();
     const int source = report_.fd();
     const int target = kReportFd;
     const auto flags = static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH |
                                                 G_SPAWN_LEAVE_DESCRIPTORS_OPEN);
     g_autoptr(GError) error = nullptr;
-    if (g_spawn_async_with_pipes_and_fds(nullptr, arguments.data(), environment, flags,
-                                         prepareChild, &preparation, -1, output_.fd(), error_.fd(),
-                                         &source, &target, 1, &pid_, nullptr, nullptr, nullptr,
-                                         &error) == FALSE) {
+    if (g_spawn_async_with_pipes_and_fds(nullptr, arguments.data(), nullptr, flags, dieWithParent,
+                                         &parent, -1, output_.fd(), error_.fd(), &source, &target,
+                                         1, &pid_, nullptr, nullptr, nullptr, &error) == FALSE) {
         throw std::runtime_error(error->message);
     }
 }
@@ -194,7 +155,7 @@ testing::AssertionResult ChildProcess::waitFor(const CollectedStream& stream,
 }
 
 ForkedProcess::ForkedProcess(const std::function<void()>& body) {
-    const pid_t parent = getpid();
+    pid_t parent = getpid();
     const bool threads = threadsOf(parent) > 1;
     std::fflush(nullptr);
     pid_ = fork();
@@ -205,7 +166,7 @@ ForkedProcess::ForkedProcess(const std::function<void()>& body) {
         return;
     }
     copiedFromThreads = threads;
-    dieWith(parent);
+    dieWithParent(&parent);
     sendTo(output_, stdout);
     sendTo(error_, stderr);
     std::setvbuf(stderr, nullptr, _IONBF, 0);
@@ -214,10 +175,14 @@ ForkedProcess::ForkedProcess(const std::function<void()>& body) {
     _exit(EXIT_SUCCESS);
 }
 
-// Where this process runs a share of the tests, the test may be none of the new one's share.
-FreshProcess::FreshProcess()
-    : ChildProcess(currentTestAlone(), {{std::string(kFreshMark) + "=1", "GTEST_TOTAL_SHARDS=1",
-                                         "GTEST_SHARD_INDEX=0"}}) {}
+ChildProcess freshProcess() {
+    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    // Where this process runs a share of the tests, the test may be none of the new one's share.
+    return ChildProcess(
+        runnable(ownExecutable(), {"--gtest_filter=" + name}),
+        {std::string(kFreshMark) + "=1", "GTEST_TOTAL_SHARDS=1", "GTEST_SHARD_INDEX=0"});
+}
 
 bool isFreshProcess() {
     return std::getenv(kFreshMark) != nullptr;
@@ -230,17 +195,14 @@ void note(const std::string& line) {
     }
 }
 
-namespace {
-
-CommandResult resultOf(const ChildProcess& process) {
+static CommandResult resultOf(const ChildProcess& process) {
     const std::optional<ProcessEnd> end = process.waitForEnd();
     return {end, process.standardOutput(), process.standardError()};
 }
 
-}  // namespace
-
-CommandResult runCommand(const std::vector<std::string>& command, const ChildOptions& options) {
-    return resultOf(ChildProcess(command, options));
+CommandResult runCommand(const std::vector<std::string>& command,
+                         const std::vector<std::string>& environment) {
+    return resultOf(ChildProcess(command, environment));
 }
 
 CommandResult runForked(const std::function<void()>& body) {

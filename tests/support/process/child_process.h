@@ -2,12 +2,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <functional>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -15,36 +13,15 @@
 
 namespace test_support {
 
-// How a process ended: by exit with a status, or by a signal.
-struct ProcessEnd {
-    bool bySignal = false;
-    int number = 0;
-
-    bool operator==(const ProcessEnd& other) const {
-        return bySignal == other.bySignal && number == other.number;
-    }
-    bool operator!=(const ProcessEnd& other) const { return !(*this == other); }
-};
+// How a process ended, as failing tests show it.
+using ProcessEnd = std::string;
 
 inline ProcessEnd exited(int status) {
-    return {false, status};
+    return "exited with status " + std::to_string(status);
 }
 inline ProcessEnd killedBy(int signal) {
-    return {true, signal};
+    return "killed by signal " + std::to_string(signal);
 }
-std::ostream& operator<<(std::ostream& out, const ProcessEnd& end);
-
-struct ResourceLimit {
-    int resource = 0;  // RLIMIT_NOFILE and so on
-    rlim_t value = 0;  // soft and hard
-};
-
-struct ChildOptions {
-    std::vector<std::string> environment{};  // "NAME=value", added to the test's own
-    std::vector<ResourceLimit> limits{};
-    std::optional<mode_t> umask{};
-    bool terminal = false;  // standard output is a raw pseudo-terminal; takes the sandbox
-};
 
 // One stream of a process, as a file in memory that grows as it writes.
 class CollectedStream {
@@ -58,14 +35,15 @@ private:
 };
 
 // The process's standard input is /dev/null. It is killed when the thread that started it ends, so
-// start processes from the main thread. Throws std::runtime_error when it cannot be started.
+// start processes from the main thread. `environment` is added to the test's own, as "NAME=value".
+// Throws std::runtime_error when the process cannot be started.
 class ChildProcess {
 public:
     // Where the child finds the stream that is read as report().
     static constexpr int kReportFd = 3;
 
     explicit ChildProcess(const std::vector<std::string>& command,
-                          const ChildOptions& options = {});
+                          const std::vector<std::string>& environment = {});
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -82,6 +60,7 @@ public:
     // What the process and everything that it started have written by now.
     std::string standardOutput() const { return output_.text(); }
     std::string standardError() const { return error_.text(); }
+    // What it has written to kReportFd.
     std::string report() const { return report_.text(); }
 
     // Waits until the stream holds `text`, and says on failure what it holds instead.
@@ -114,23 +93,12 @@ public:
 
 // Starts this test executable again with the current test alone: for code that needs a process
 // which has used neither threads nor the bus. The test asks isFreshProcess() at its beginning to
-// know which part it has. The other part sees its notes, its output (next to GoogleTest's own) and
-// its end.
-class FreshProcess : public ChildProcess {
-public:
-    FreshProcess();
-
-    // All lines by now, each with its line end.
-    std::string notes() const { return report(); }
-    testing::AssertionResult waitForNote(const std::string& line) const {
-        return waitForReport(line + "\n");
-    }
-};
-
-// Whether a FreshProcess has started this process.
+// know which part it has. The other part sees its notes as the report, its output (next to
+// GoogleTest's own) and its end.
+ChildProcess freshProcess();
 bool isFreshProcess();
 
-// In a fresh process: a line for FreshProcess::notes() of the test that started it.
+// In a fresh process: a line of the report.
 void note(const std::string& line);
 
 // How a process ended, and all that it wrote.
@@ -139,7 +107,8 @@ struct CommandResult {
     std::string output;
     std::string error;
 };
-CommandResult runCommand(const std::vector<std::string>& command, const ChildOptions& options = {});
+CommandResult runCommand(const std::vector<std::string>& command,
+                         const std::vector<std::string>& environment = {});
 CommandResult runForked(const std::function<void()>& body);
 
 }  // namespace test_support

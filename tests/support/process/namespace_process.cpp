@@ -20,40 +20,26 @@ std::vector<std::string> insideNamespace(const std::vector<std::string>& command
     return runnable(buildPath("pid-namespace"), arguments);
 }
 
-ChildOptions withoutTerminal(ChildOptions options) {
-    options.terminal = false;
-    return options;
-}
-
-struct ReportLine {
-    std::string what;  // "start", "exit" or "signal"
-    pid_t pid = 0;
-    int number = 0;
-};
-
-// A line that is still being written has no line end yet and is left out.
-std::vector<ReportLine> parseReport(const std::string& report) {
-    std::istringstream text(report.substr(0, report.rfind('\n') + 1));
-    std::vector<ReportLine> lines;
-    for (std::string line; std::getline(text, line);) {
-        std::istringstream words(line);
-        ReportLine parsed;
-        words >> parsed.what >> parsed.pid >> parsed.number;
-        lines.push_back(parsed);
-    }
-    return lines;
+// The words of the lines "start PID", "exit PID STATUS" and "signal PID NUMBER". A line that is
+// still being written has no line end yet and is left out.
+std::istringstream wordsOf(const std::string& report) {
+    return std::istringstream(report.substr(0, report.rfind('\n') + 1));
 }
 
 }  // namespace
 
-NamespaceProcess::NamespaceProcess(const std::vector<std::string>& command, ChildOptions options)
-    : ChildProcess(insideNamespace(command, options.terminal),
-                   withoutTerminal(std::move(options))) {}
+NamespaceProcess::NamespaceProcess(const std::vector<std::string>& command,
+                                   const std::vector<std::string>& environment, bool terminal)
+    : ChildProcess(insideNamespace(command, terminal), environment) {}
 
 std::optional<pid_t> NamespaceProcess::commandInside() const {
-    waitUntil([this] { return !parseReport(report()).empty() || hasEnded(); });
-    const std::vector<ReportLine> lines = parseReport(report());
-    return lines.empty() ? std::nullopt : std::optional(lines.front().pid);
+    std::string start;
+    pid_t pid = 0;
+    waitUntil([&] {
+        const bool last = hasEnded();
+        return wordsOf(report()) >> start >> pid || last;
+    });
+    return pid != 0 ? std::optional(pid) : std::nullopt;
 }
 
 std::optional<pid_t> NamespaceProcess::init() const {
@@ -80,12 +66,14 @@ std::optional<pid_t> NamespaceProcess::outsideId(pid_t inside) const {
     return std::nullopt;
 }
 
-std::vector<NamespaceEnd> NamespaceProcess::ends() const {
-    std::vector<NamespaceEnd> ends;
-    for (const ReportLine& line : parseReport(report())) {
-        if (line.what != "start") {
-            ends.push_back({line.pid, {line.what == "signal", line.number}});
-        }
+std::vector<std::pair<pid_t, ProcessEnd>> NamespaceProcess::ends() const {
+    std::istringstream words = wordsOf(report());
+    std::string what;
+    pid_t pid = 0;
+    words >> what >> pid;  // the start
+    std::vector<std::pair<pid_t, ProcessEnd>> ends;
+    for (int number = 0; words >> what >> pid >> number;) {
+        ends.emplace_back(pid, what == "signal" ? killedBy(number) : exited(number));
     }
     return ends;
 }
@@ -94,9 +82,9 @@ std::optional<ProcessEnd> NamespaceProcess::waitForEndOf(pid_t inside) const {
     std::optional<ProcessEnd> result;
     waitUntil([&] {
         const bool last = hasEnded();
-        for (const NamespaceEnd& one : ends()) {
-            if (one.insideId == inside) {
-                result = one.end;
+        for (const auto& [pid, end] : ends()) {
+            if (pid == inside) {
+                result = end;
             }
         }
         return result || last;
@@ -119,10 +107,10 @@ void NamespaceProcess::kill() {
 }
 
 std::vector<ProcessEnd> NamespaceProcess::waitForAllEnds() const {
-    EXPECT_TRUE(waitForEmpty().has_value()) << "some process goes on";
+    EXPECT_TRUE(waitForEnd().has_value()) << "some process goes on";
     std::vector<ProcessEnd> result;
-    for (const NamespaceEnd& one : ends()) {
-        result.push_back(one.end);
+    for (const auto& [pid, end] : ends()) {
+        result.push_back(end);
     }
     return result;
 }

@@ -7,23 +7,21 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/process/child_process.h"
 
 namespace test_support {
 
-// The end of one process of the namespace.
-struct NamespaceEnd {
-    pid_t insideId = 0;
-    ProcessEnd end;
-};
-
 // Whatever may reach kill(-1) is run this way. Ids "inside" are those of the namespace, ids
 // "outside" those that the test and the message bus see.
 class NamespaceProcess : public ChildProcess {
 public:
-    explicit NamespaceProcess(const std::vector<std::string>& command, ChildOptions options = {});
+    // With `terminal` its standard output is a raw pseudo-terminal.
+    explicit NamespaceProcess(const std::vector<std::string>& command,
+                              const std::vector<std::string>& environment = {},
+                              bool terminal = false);
     ~NamespaceProcess() { kill(); }
     NamespaceProcess(const NamespaceProcess&) = delete;
     NamespaceProcess& operator=(const NamespaceProcess&) = delete;
@@ -37,18 +35,15 @@ public:
     // The id outside of the process that has the id `inside`.
     std::optional<pid_t> outsideId(pid_t inside) const;
 
-    // The ends that the init has reported by now, in order.
-    std::vector<NamespaceEnd> ends() const;
+    // The processes that have ended by now, in order: the id inside, and how.
+    std::vector<std::pair<pid_t, ProcessEnd>> ends() const;
 
     // How one process ended, the command by default; nothing when it still runs after patience().
     std::optional<ProcessEnd> waitForEndOf(pid_t inside) const;
     std::optional<ProcessEnd> waitForCommandEnd() const;
 
-    // Waits until every process has ended and all output is there. Returns the command's status as
-    // a shell has it.
-    std::optional<ProcessEnd> waitForEmpty() const { return waitForEnd(); }
-
-    // The same, but returns every end, in order. Fails the test when some process goes on.
+    // Waits until every process has ended and all output is there. Returns every end, in order.
+    // Fails the test when some process goes on. waitForEnd() waits for the same.
     std::vector<ProcessEnd> waitForAllEnds() const;
 
     // Another process in the same namespace. Its end is waited for here and not reported there.

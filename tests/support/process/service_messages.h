@@ -1,32 +1,38 @@
-// The service's messages, as it sends them to the system log and as it prints them.
+// The service's messages as it prints them, without the line end. SyslogSocket gives them so.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "tests/support/process/syslog_socket.h"
-
 namespace test_support {
 
-LogMessage errorMessage(const std::string& text);
-LogMessage infoMessage(const std::string& text);
-LogMessage debugMessage(const std::string& text);
-
-// What every start prints and logs, up to the main loop.
-std::vector<LogMessage> startUpMessages();
-
 // What a launcher says first, before the id of a new semaphore set, and last, when it succeeds.
-LogMessage launcherBegins();
-LogMessage launcherEnds();
+inline const std::string kLauncherBegins = "[NFO] DBus service will be started as daemon";
+inline const std::string kLauncherEnds = "[NFO] Exiting parent process";
+
+// What every start prints and logs up to the main loop, then `more`.
+inline std::vector<std::string> startUpMessages(const std::vector<std::string>& more = {}) {
+    std::vector<std::string> messages{
+        "[NFO] Starting DBUS Service com.morvane.transfer",
+        "[DEB] Register default Interface com.morvane.dbus under Path: /ctrl",
+        "[NFO] Register Interface: com.morvane.transfer under Path: /sacIntf",
+        "[NFO] Register as DBUS Service com.morvane.transfer", "[DEB] Init Main loop"};
+    messages.insert(messages.end(), more.begin(), more.end());
+    return messages;
+}
 
 // What the service says of an applet that has changed.
-LogMessage appletReceived(int id);
+inline std::string appletReceived(int id) {
+    return "[NFO] appletHasChanged() Signal received with ID " + std::to_string(id);
+}
 
-// The messages on standard output: each with its tag and a line end.
-std::string asPrinted(const std::vector<LogMessage>& messages);
-
-// One list after the other.
-std::vector<LogMessage> joined(std::vector<LogMessage> first,
-                               const std::vector<LogMessage>& second);
+// The messages on standard output.
+inline std::string asPrinted(const std::vector<std::string>& messages) {
+    std::string output;
+    for (const std::string& message : messages) {
+        output += message + "\n";
+    }
+    return output;
+}
 
 }  // namespace test_support

@@ -1,5 +1,7 @@
 #include "tests/support/process/service_process.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -29,8 +31,8 @@ std::vector<std::string> commandFor(const ServiceOptions& options) {
 }
 
 // Sanitizers write their reports to files that begin with `reports`; other settings stay.
-std::vector<std::string> sanitizerSettings(const std::string& reports) {
-    std::vector<std::string> result;
+std::vector<std::string> environmentFor(const ServiceOptions& options, const std::string& reports) {
+    std::vector<std::string> result = options.environment;
     if (!sanitized()) {
         return result;
     }
@@ -40,13 +42,6 @@ std::vector<std::string> sanitizerSettings(const std::string& reports) {
                          (inherited != nullptr ? std::string(inherited) + ":" : "") +
                          "log_path=" + reports);
     }
-    return result;
-}
-
-ChildOptions childOptionsFor(const ServiceOptions& options, const std::string& reports) {
-    ChildOptions result{sanitizerSettings(reports), options.limits, options.umask, true};
-    result.environment.insert(result.environment.end(), options.environment.begin(),
-                              options.environment.end());
     return result;
 }
 
@@ -80,16 +75,14 @@ testing::AssertionResult limitAddressSpace(pid_t pid, rlim_t limit) {
 
 }  // namespace
 
-const std::vector<std::string> kWithoutPowers{"setpriv", "--bounding-set=-all", "--inh-caps=-all",
-                                              "--"};
-
 std::string whyMemoryIsNotItsOwn() {
     return emulated() ? std::string(kEmulatorCannot) + "be told from the program by its memory"
                       : "";
 }
 
 ServiceProcess::ServiceProcess(const ServiceOptions& options)
-    : NamespaceProcess(commandFor(options), childOptionsFor(options, reports_.path("report"))) {}
+    : NamespaceProcess(commandFor(options), environmentFor(options, reports_.path("report")),
+                       true) {}
 
 ServiceProcess::~ServiceProcess() {
     // Killed, a process has no chance to look for its leaks or to write what it has counted.
@@ -154,7 +147,7 @@ std::optional<ProcessEnd> ServiceProcess::stop() const {
     if (!bus.ownName(kServiceName, G_BUS_NAME_OWNER_FLAGS_REPLACE)) {
         return std::nullopt;
     }
-    return waitForEmpty();
+    return waitForEnd();
 }
 
 }  // namespace test_support

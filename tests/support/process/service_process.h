@@ -16,15 +16,15 @@ namespace test_support {
 struct ServiceOptions {
     std::vector<std::string> arguments{};  // of the service, such as "-d"
     std::vector<std::string> environment{};  // "NAME=value"; see DeviceDouble::environment()
-    std::vector<ResourceLimit> limits{};  // in force from the start
-    std::optional<mode_t> umask{};
-    std::vector<std::string> prefix{};  // a command that runs the service, such as kWithoutPowers
+    std::vector<std::string> prefix{};  // a command that runs the service, such as withUmask()
 };
 
 inline const ServiceOptions kAsDaemon{{"-d"}};
 
-// A prefix under which the service is root without root's powers, so that file modes count.
-extern const std::vector<std::string> kWithoutPowers;
+// A prefix under which the service has an umask.
+inline std::vector<std::string> withUmask(const std::string& mask) {
+    return {"sh", "-c", "umask " + mask + " && exec \"$@\"", "sh"};
+}
 
 // Empty when the service's process has the memory and address space of the service alone, which
 // forbidThreads() needs, too; else the reason why not.

@@ -3,28 +3,16 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
+#include <atomic>
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/files/files.h"
 #include "tests/support/process/unique_fd.h"
 
 namespace test_support {
-
-struct LogMessage {
-    int priority = 0;  // 0 to 7, LOG_EMERG to LOG_DEBUG
-    int facility = 0;  // LOG_USER and so on, as in <syslog.h>
-    std::string text;  // without time and program name, otherwise byte for byte
-    std::string program{};  // the sender's name for itself
-
-    bool operator==(const LogMessage& other) const {
-        return priority == other.priority && text == other.text;
-    }
-};
-std::ostream& operator<<(std::ostream& out, const LogMessage& message);
 
 // Owns /dev/log for as long as it lives; then the socket that was there before is back. Create it
 // before what it shall listen to. Throws std::system_error when /dev/log cannot be taken.
@@ -35,8 +23,12 @@ public:
     SyslogSocket(const SyslogSocket&) = delete;
     SyslogSocket& operator=(const SyslogSocket&) = delete;
 
-    // All messages by now, of every process, in order of arrival.
-    std::vector<LogMessage> messages() const;
+    // All by now, of every process, in order of arrival: "<14>Nov 21 03:30:00 program: message".
+    std::vector<std::string> datagrams() const;
+
+    // The same as the service prints its messages: "[NFO] message". What has another facility or
+    // priority than the service's stays as it was sent.
+    std::vector<std::string> messages() const;
 
     // Waits until a message holds `text`; says on failure what has come instead.
     testing::AssertionResult waitFor(const std::string& text) const;
@@ -44,11 +36,11 @@ public:
 private:
     void run();
 
+    const ReplacedFile before_;
     UniqueFd socket_;
-    UniqueFd stop_;
     mutable std::mutex mutex_;
-    mutable std::condition_variable changed_;
-    std::vector<LogMessage> messages_;
+    std::vector<std::string> datagrams_;
+    std::atomic<bool> started_{false};
     std::thread thread_;
 };
 

@@ -1,6 +1,7 @@
 // Waiting for a condition instead of for a time.
 #include "tests/support/process/waiting.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <thread>
 
@@ -33,6 +34,21 @@ testing::AssertionResult eventually(const std::function<bool()>& holds, const st
         return testing::AssertionSuccess();
     }
     return testing::AssertionFailure() << "waited in vain: " << what;
+}
+
+testing::AssertionResult eventuallyHolds(const std::function<std::vector<std::string>()>& strings,
+                                         const std::string& part) {
+    const bool found = waitUntil([&] {
+        const std::vector<std::string> all = strings();
+        return std::any_of(all.begin(), all.end(), [&](const std::string& string) {
+            return string.find(part) != std::string::npos;
+        });
+    });
+    if (found) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure()
+           << "waited for " << part << "\nbut got " << testing::PrintToString(strings());
 }
 
 }  // namespace test_support

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace test_support {
 
@@ -17,5 +18,9 @@ bool waitUntil(const std::function<bool()>& holds, std::chrono::milliseconds lim
 
 // waitUntil for ASSERT_TRUE and EXPECT_TRUE: `what` says what was waited for.
 testing::AssertionResult eventually(const std::function<bool()>& holds, const std::string& what);
+
+// Waits until one of the strings holds `part`, and says on failure what they are instead.
+testing::AssertionResult eventuallyHolds(const std::function<std::vector<std::string>()>& strings,
+                                         const std::string& part);
 
 }  // namespace test_support
