@@ -4,7 +4,6 @@
 #include <sys/resource.h>
 
 #include <chrono>
-#include <functional>
 #include <set>
 #include <string>
 #include <thread>

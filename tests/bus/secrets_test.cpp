@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "tests/bus/steady_service.h"
 #include "tests/support/bus/interface_description.h"

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
 #include "tests/support/bus/system_bus.h"
 #include "tests/support/device/transfer_script.h"

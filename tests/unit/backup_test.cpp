@@ -6,7 +6,6 @@
 #include <sys/statfs.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <string>

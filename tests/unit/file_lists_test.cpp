@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <stdexcept>
 
 #include "tests/support/process/printed_text.h"

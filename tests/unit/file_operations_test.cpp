@@ -1,12 +1,10 @@
 // Deleting files and creating directories on a stick.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
-#include <system_error>
 
 #include "tests/support/device/stick.h"
 #include "tests/support/files/files.h"

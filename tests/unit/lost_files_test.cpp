@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "tests/support/files/file_snapshot.h"
-#include "tests/support/files/files.h"
 #include "tests/support/files/odd_sticks.h"
 #include "tests/unit/job_fixture.h"
 

@@ -1,14 +1,11 @@
 // The controllers that a listing keeps while it has packages checked.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
 
 #include "tests/support/device/device_calls.h"
-#include "tests/support/device/persistent_record.h"
-#include "tests/support/process/process_table.h"
 #include "tests/unit/listing.h"
 #include "tests/unit/watched_calls.h"
 
@@ -130,21 +127,6 @@ TEST_F(PackageCheck, goesOnWhenDeviceManagerIsBack) {
     EXPECT_EQ(device_.calls(),
               (opened("BR1") + destroyed("BR1") + opened("BR2") +
                Calls{check("BR2", order[1]), check("BR2", order[2])} + released("BR2")));
-}
-
-// The library may use the log object it was given until the controller is destroyed; the doubles
-// do, and tell when it has gone.
-TEST_F(PackageCheck, lendsLogThatOutlivesController) {
-    device_.order("*", "log", "0123456");
-    stick_.addFile("1.psb");
-    stick_.addFile("2.psb");
-    stick_.addFile("3.fwf");
-    EXPECT_EQ(backup("").size(), 2U);
-    EXPECT_EQ(update("").size(), 1U);
-    device_.orderStatus("*", 1);
-    EXPECT_THAT(backup(""), IsEmpty());
-    EXPECT_GT(device_.logAnswers().size(), 10U);
-    EXPECT_THAT(device_.violations(), IsEmpty());
 }
 
 TEST_F(PackageCheck, choosesControllerByMarker) {

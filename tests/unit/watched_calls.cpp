@@ -2,7 +2,6 @@
 #include "tests/unit/watched_calls.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <mntent.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
