@@ -55,7 +55,9 @@ void Stick::addFile(const std::string& relative, std::string_view bytes) const {
 
 void Stick::addSparseFile(const std::string& relative, std::uint64_t size) const {
     addFile(relative, "");
-    std::filesystem::resize_file(path(relative), size);
+    if (truncate(path(relative).c_str(), static_cast<off_t>(size)) != 0) {
+        throwErrno(path(relative));
+    }
 }
 
 void Stick::addDirectory(const std::string& relative) const {
