@@ -199,6 +199,7 @@ TEST(MountCheck, followsTheMountTable) {
         {mountLine("dev/sda1", one), one, false},
         {mountLine("/DEV/SDA1", one), one, false},
         {mountLine("/dev/sd" + std::string(3000, 'a'), one), one, true},
+        {mountLine("/dev/sd" + std::string(3000, 'a'), one), "/media/usb/USB_X60.2", false},
         // What does not count does not end the search.
         {mountLine("rootfs", "/") + mountLine("/dev/mmcblk0p1", one) + mountLine("/dev/sda1", one),
          one, true},
