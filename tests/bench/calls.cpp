@@ -11,7 +11,7 @@
 namespace bench {
 namespace {
 
-constexpr int kSmallCalls = 1'000;
+constexpr int kCalls = 1'000;
 
 Row measureIndex(const SystemBus& bus, const Stick& stick, int files, int rounds) {
     Row row{"GetDirectoryIndex for a client, " + counted(files), "floor service, from memory", "us",
@@ -40,7 +40,7 @@ Row measureStickDetails(const SystemBus& bus, pid_t service, int rounds) {
             "us", 1.4};
     for (int round = 0; round < rounds; ++round) {
         addRound(
-            row, kSmallCalls, CLOCK_MONOTONIC, [&] { call(bus, kFloor, "Nothing"); },
+            row, kCalls, CLOCK_MONOTONIC, [&] { call(bus, kFloor, "Nothing"); },
             [&] { call(bus, kService, "GetUSBStickDetails"); });
     }
     return row;
