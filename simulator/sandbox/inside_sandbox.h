@@ -22,7 +22,7 @@ inline std::string whyOutsideSandbox() {
         std::error_code ignored;
         const auto link = std::filesystem::read_symlink("/proc/self/ns/" + kind, ignored);
         if (link.empty() || mark.find(link.string()) == std::string::npos) {
-            return path + " names another " + kind + " namespace";
+            return std::string(path).append(" names another ").append(kind).append(" namespace");
         }
     }
     return {};

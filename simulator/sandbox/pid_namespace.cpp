@@ -65,7 +65,7 @@ Arguments parse(int argc, char** argv) {
             result.terminal = true;
             continue;
         }
-        result.reportFd = letter == 'r' ? std::atoi(optarg) : -1;
+        result.reportFd = letter == 'r' ? static_cast<int>(std::strtol(optarg, nullptr, 10)) : -1;
         if (result.reportFd <= STDERR_FILENO || fcntl(result.reportFd, F_SETFD, FD_CLOEXEC) != 0) {
             refuse("the options are --report with an open descriptor, and --terminal");
         }

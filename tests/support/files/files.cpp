@@ -15,6 +15,12 @@
 #include "tests/support/process/unique_fd.h"
 
 namespace test_support {
+namespace {
+
+int replacedFiles = 0;  // a file may be replaced again while it is
+
+}  // namespace
+
 std::string readFile(const std::string& path) {
     // Through the stream and not its buffer: a read that fails, as of a process that has just gone,
     // ends the text instead of throwing.
@@ -38,7 +44,7 @@ void writeFile(const std::string& path, std::string_view bytes) {
     const std::filesystem::path target(path);
     const std::string fresh = target.parent_path() / ".being-written";
     std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file << bytes;
     file.close();
     if (!file || std::rename(fresh.c_str(), path.c_str()) != 0) {
         throwErrno(path);
@@ -54,9 +60,8 @@ bool exists(const std::string& path) {
     return lstat64(path.c_str(), &status) == 0;
 }
 
-ReplacedFile::ReplacedFile(const std::string& path) : path_(path) {
-    static int count = 0;
-    kept_ = path + ".kept" + std::to_string(++count);
+ReplacedFile::ReplacedFile(const std::string& path)
+    : path_(path), kept_(path + ".kept" + std::to_string(++replacedFiles)) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     if (std::rename(path.c_str(), kept_.c_str()) != 0 && errno != ENOENT) {
         throwErrno(path);

@@ -18,13 +18,13 @@ std::chrono::milliseconds patience() {
 
 bool waitUntil(const std::function<bool()>& holds, std::chrono::milliseconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    auto pause = 1ms;
+    std::chrono::milliseconds pause(1);
     while (!holds()) {
         if (std::chrono::steady_clock::now() >= end) {
             return false;
         }
         std::this_thread::sleep_for(pause);
-        pause = std::min<std::chrono::milliseconds>(pause * 2, 20ms);
+        pause = std::min(pause * 2, std::chrono::milliseconds(20));
     }
     return true;
 }
