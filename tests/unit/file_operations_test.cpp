@@ -9,6 +9,7 @@
 #include "tests/support/device/stick.h"
 #include "tests/support/files/files.h"
 #include "tests/support/process/printed_text.h"
+#include "tests/unit/watched_calls.h"
 #include "transfer/tf_mngr.h"
 
 namespace test_support {
@@ -305,6 +306,14 @@ TEST(MakeDirectoryPath, returnsTheLastMkdir) {
     for (const char* made : {"a/b/c", "a/b/d", "e"}) {
         EXPECT_EQ(directoryMode(folder.path(made)), mode_t{0700}) << made;
     }
+}
+
+TEST(MakeDirectoryPath, makesNothingBeforeTheFirstSlash) {
+    const TemporaryDirectory folder;
+    const WatchedCalls watched;
+    TfMngr::makeDirectoryPath(folder.path("a").c_str());
+    EXPECT_EQ(watched.count("mkdir", ""), 0U);
+    EXPECT_EQ(watched.count("mkdir", folder.path("a")), 1U);
 }
 
 }  // namespace

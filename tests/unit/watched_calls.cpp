@@ -78,6 +78,7 @@ FILE* __real_setmntent(const char* path, const char* mode);
 struct mntent* __real_getmntent_r(FILE* table, struct mntent* entry, char* texts, int size);
 int __real_endmntent(FILE* table);
 int __real_fcntl64(int fd, int command, ...);
+int __real_mkdir(const char* path, mode_t mode);
 int __real_semget(key_t key, int count, int flags);
 pid_t __real_fork();
 pid_t __real_setsid();
@@ -133,6 +134,10 @@ int __wrap_fcntl64(int fd, int command, ...) {
     va_end(list);
     const int error = WatchedCalls::enter("fcntl64", std::to_string(command).c_str());
     return error == 0 ? __real_fcntl64(fd, command, argument) : -1;
+}
+
+int __wrap_mkdir(const char* path, mode_t mode) {
+    return WatchedCalls::enter("mkdir", path) == 0 ? __real_mkdir(path, mode) : -1;
 }
 
 int __wrap_semget(key_t key, int count, int flags) {
