@@ -4,7 +4,7 @@ set -euo pipefail
 
 readonly kCannotInstall=2
 # Tests at once: most wait for most of their time, for a bus, a process, the second of a job.
-CTEST_PARALLEL_LEVEL=$((2 * $(nproc)))
+CTEST_PARALLEL_LEVEL=$((4 * $(nproc)))
 export CTEST_PARALLEL_LEVEL
 project=$(cd -P -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
 readonly project
