@@ -119,6 +119,7 @@ testInShares() {
     build "$1"
     "${@:2}" ctest --test-dir "$folder" --output-on-failure --no-tests=error -LE single || status=$?
     passed=$(countTests "$folder" PASSED) failed=$(countTests "$folder" FAILED) skipped=$(countTests "$folder" SKIPPED)
+    ((skipped == 0)) || reportSkipped "$folder" # before ctest lists the tests, which empties its log
     all=$(ctest --test-dir "$folder" -N -L single | sed -n 's/^Total Tests: //p')
     say "Of $all tests in shares $passed passed, $failed failed, $skipped were left out"
     ((all > 0 && passed + failed + skipped == all)) || {
@@ -126,6 +127,12 @@ testInShares() {
         status=1
     }
     return "$status"
+}
+
+# reportSkipped FOLDER: one line for each reason, with the number of tests.
+reportSkipped() {
+    say "Left out"
+    sed -n '/: Skipped$/{n;p}' "$1/Testing/Temporary/LastTest.log" | sort | uniq -c
 }
 
 # countTests FOLDER WORD: the sum of the numbers of tests that the shares give with WORD at their end.
