@@ -57,8 +57,9 @@ constexpr std::array<Command, 13> kCommands{{
     {"update", "STICK:FILE", "start an update of the operating system",
      "Starts an update of the device's operating system.", kJobOptions, Argument::kUpdate, 1, 1,
      startUpdate},
-    {"monitor", "", "show the service, sticks and applets come and go",
-     "Prints a line whenever the service, a stick or an applet comes or goes. Ctrl-C ends it.", 0,
+    {"monitor", "", "show changes of the service, the sticks and the applet",
+     "Prints a line when the service starts or ends, a stick is plugged or pulled, or the "
+     "applet changes. Ctrl-C ends it.", 0,
      Argument::kNothing, 0, 0, watchService},
     {"__complete", "WORD...", nullptr, "", 0, Argument::kNothing, 1, kAnyNumber, printCandidates},
 }};

@@ -1,4 +1,4 @@
-// The command that shows the service, the sticks and the applets come and go.
+// The command that prints changes of the service, the sticks and the applet.
 #include <unistd.h>
 
 #include <algorithm>

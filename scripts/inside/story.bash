@@ -1,5 +1,4 @@
-# Sourced inside the sandbox by what shows something step by step: the words of such a story, beside the device's parts.
-# The caller sets `build`, the build folder.
+# Sourced by scripts/inside/demo: prints steps, calls and replies. The caller sets `build`, the build folder.
 # shellcheck shell=bash
 . "$(dirname -- "${BASH_SOURCE[0]}")/../../simulator/device/device.bash"
 

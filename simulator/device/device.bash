@@ -83,7 +83,7 @@ stickPath() {
 }
 
 stickDevice() {
-    local letters=abcd
+    local letters=abcdefghi
     printf '/dev/sd%s1' "${letters:$1-1:1}"
 }
 
@@ -231,8 +231,7 @@ serviceAnswersOrEnded() {
     isGone "$1" || serviceAnswers
 }
 
-# keepService always|once: starts the service and, with "always", as on the device, starts it again whatever
-# ends it.
+# keepService always|once: starts the service and, with "always", starts it again after every end, as a supervisor does.
 keepService() {
     local status
     while true; do

@@ -43,7 +43,7 @@ def plug(number, files):
     """Mounts a stick that holds files, relative paths as bytes. It appears when it is complete."""
     path, staging = stick(number), Path("/run/stick")
     staging.mkdir(exist_ok=True)
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", f"/dev/sd{'abcd'[number - 1]}1", staging], check=True)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", f"/dev/sd{'abcdefghi'[number - 1]}1", staging], check=True)
     fill(staging, files)
 
     def bind():

@@ -37,7 +37,7 @@ struct SanitizerReports {
 };
 
 // The words of the environment variable MORVANE_SERVICE_RUNNER, when set, are a command that is put
-// in front of the service; see scripts/checks/memcheck.
+// in front of the service; see scripts/inside/memcheck.
 //
 // Standard output goes through a raw pseudo-terminal, so that it arrives line by line and byte for
 // byte. The destructor ends everything and fails the test when a sanitizer reported anything; in
