@@ -17,7 +17,6 @@ struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
-using DirectoryId = std::pair<dev_t, ino64_t>;
 
 // Kept: a single-bit test, so a block device and a socket count as directories.
 bool isDirectory(const struct stat64& status) {
@@ -63,7 +62,7 @@ public:
     const char* name() const { return entryPath_.c_str() + prefix_; }
     const struct stat64& status() const { return entryStatus_; }
 
-    // What tells the directory that is being read from others; nothing when that is unknown.
+    // The directory that is being read; nothing when it is unknown.
     std::optional<DirectoryId> directoryId() const {
         struct stat64 self {};
         if (!stream_ || fstat64(dirfd(stream_.get()), &self) != 0) {
@@ -158,16 +157,18 @@ std::vector<FileEntry> TfMngr::listPackages(const std::string& mntId, const std:
 
 std::vector<FileEntry> TfMngr::scanTree(const std::string& mntId, const std::string& directory,
                                         const std::string& marker) {
-    scanTreeLevel(mntId, directory, marker, {});
+    std::vector<DirectoryId> enclosing;
+    scanTreeLevel(mntId, directory, marker, enclosing);
     return entries_;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): at most as deep as a path can be long
 void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& directory,
-                           const std::string& marker, std::vector<DirectoryId> enclosing) {
+                           const std::string& marker, std::vector<DirectoryId>& enclosing) {
     VisibleEntries visible(directory);
     // A symbolic link may lead back into a directory that is being read: do not follow it round.
-    if (const std::optional<DirectoryId> self = visible.directoryId()) {
+    const std::optional<DirectoryId> self = visible.directoryId();
+    if (self) {
         if (std::find(enclosing.begin(), enclosing.end(), *self) != enclosing.end()) {
             return;
         }
@@ -184,8 +185,11 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
             makeEntry(visible.name(), visible.status(), locationOf(directory, mntId)));
         // Kept: the limit ends this level only; each enclosing one goes on to its own next append.
         if (entries_.size() >= kTreeListLimit) {
-            return;
+            break;
         }
+    }
+    if (self) {
+        enclosing.pop_back();
     }
 }
 

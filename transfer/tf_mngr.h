@@ -13,6 +13,9 @@
 #include "transfer/contract.h"
 #include "transfer/records.h"
 
+// Device and inode: what tells a directory from every other.
+using DirectoryId = std::pair<dev_t, ino64_t>;
+
 // One object for each process, owned by DBusInterface. A mount identifier (`mntId`) names a stick
 // as enumerateUsbSticks reports it; paths are relative to the stick and joined unchanged, ".."
 // included. Every operation runs on the main-loop thread unless it says otherwise.
@@ -171,7 +174,7 @@ private:
 
     void scanLevel(const std::string& mntId, const std::string& dirPath, Level level);
     void scanTreeLevel(const std::string& mntId, const std::string& directory,
-                       const std::string& marker, std::vector<std::pair<dev_t, ino64_t>> enclosing);
+                       const std::string& marker, std::vector<DirectoryId>& enclosing);
     std::vector<FileEntry> listPackages(const std::string& mntId, const std::string& dirPath,
                                         const std::string& marker);
     void releaseBackupController();
