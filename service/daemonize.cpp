@@ -22,12 +22,21 @@ constexpr key_t kStartSemaphoreKey = 123452;
 constexpr struct timespec kLookAtDaemonEvery { 0, 100'000'000 };
 constexpr int kStatusUnknown = W_EXITCODE(1, 0);  // of a daemon that somebody else has reaped
 
+// What semctl takes as its last argument; no header of the system declares it.
+union semun {
+    int val;
+    struct semid_ds* buf;
+    unsigned short* array;
+};
+
 void removeSet(int id) {
     semctl(id, 1, IPC_RMID, 0);
 }
 
 bool setValue(int id, int semaphore, int value) {
-    return semctl(id, semaphore, SETVAL, value) >= 0;
+    union semun argument {};
+    argument.val = value;
+    return semctl(id, semaphore, SETVAL, argument) >= 0;
 }
 
 [[noreturn]] void failSemaphoreOperation() {
