@@ -44,6 +44,7 @@ std::vector<std::string> readStickMounts() {
     struct mntent entry {};
     char strings[kMountEntrySize];
     while (getmntent_r(table.get(), &entry, strings, sizeof strings) != nullptr) {
+        // Kept: the first test never decides, since "rootfs" is no /dev/sd device.
         if (std::strcmp(entry.mnt_fsname, kIgnoredSource) != 0 &&
             startsWith(entry.mnt_fsname, kStickDevicePrefix)) {
             directories.emplace_back(entry.mnt_dir);
@@ -66,10 +67,10 @@ std::vector<UsbStickInfo> TfMngr::enumerateUsbSticks() {
     std::vector<UsbStickInfo> found;
     const std::vector<std::string> stickMounts = readStickMounts();
     for (int number = kFirstStick; number <= kLastStick; ++number) {
-        const std::string path = formatString("%s/%s%d", kMountBase, kStickPrefix, number);
+        const std::string name = formatString("%s%d", kStickPrefix, number);
+        const std::string path = mountPath(name);
         struct statfs64 fileSystem {};
-        if (path.empty() || !isCovered(path, stickMounts) ||
-            statfs64(path.c_str(), &fileSystem) != 0) {
+        if (!isCovered(path, stickMounts) || statfs64(path.c_str(), &fileSystem) != 0) {
             continue;
         }
         const auto blockSize = static_cast<std::uint64_t>(fileSystem.f_bsize);
@@ -77,7 +78,6 @@ std::vector<UsbStickInfo> TfMngr::enumerateUsbSticks() {
         const std::uint64_t free = static_cast<std::uint64_t>(fileSystem.f_bfree) * blockSize;
         std::printf("Disk size: %" PRIu64 " Byte\n", total);
         std::printf("Free size: %" PRIu64 " Byte\n", free);
-        const std::string name = formatString("%s%d", kStickPrefix, number);
         found.push_back({name, name, total, free});
     }
     return found;
