@@ -192,12 +192,3 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
         enclosing.pop_back();
     }
 }
-
-std::string TfMngr::relativePath(std::string entryPath, const std::string& mntId) {
-    const std::string prefix = mountPath(mntId) + "/";
-    return entryPath.erase(entryPath.find(prefix), prefix.size());
-}
-
-std::string TfMngr::parentPath(const std::string& path) {
-    return path.substr(0, path.rfind('/'));
-}

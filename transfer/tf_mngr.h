@@ -40,6 +40,30 @@ public:
     // the five during which transfers go on. Returns only for those.
     void appletHasChanged(std::int32_t id);
 
+    // --- Paths (paths.cpp); any thread ---
+
+    // printf-style text of at most 1023 bytes; longer text is cut.
+    static std::string formatString(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+    // "/media/usb/<mntId>".
+    static std::string mountPath(const std::string& mntId);
+
+    // "/media/usb/<mntId>/<relative>", joined unchanged.
+    static std::string pathOnStick(const std::string& mntId, const std::string& relative);
+
+    // The same, but the mount path alone when `relative` is empty.
+    static std::string pathOrMountPath(const std::string& mntId, const std::string& relative);
+
+    // `entryPath` without the first "/media/usb/<mntId>/" in it; throws std::out_of_range without
+    // one.
+    static std::string relativePath(std::string entryPath, const std::string& mntId);
+
+    // Everything before the last "/"; all of it without one.
+    static std::string parentPath(const std::string& path);
+
+    // Whether stat succeeds, so links are followed; false on any failure of it.
+    static bool exists(const std::string& path);
+
     // --- Sticks (usb_sticks.cpp) ---
 
     // The mounted sticks in ascending number; a stick with any problem is left out.
@@ -48,18 +72,6 @@ public:
     // Whether the mount table has a /dev/sd device on `path` or on a directory whose name `path`
     // begins with.
     bool isMountedUsbDevice(const std::string& path);
-
-    // printf-style text of at most 1023 bytes; longer text is cut. Any thread.
-    static std::string formatString(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-    // "/media/usb/<mntId>". Any thread.
-    static std::string mountPath(const std::string& mntId);
-
-    // "/media/usb/<mntId>/<relative>", joined unchanged. Any thread.
-    static std::string pathOnStick(const std::string& mntId, const std::string& relative);
-
-    // The same, but the mount path alone when `relative` is empty. Any thread.
-    static std::string pathOrMountPath(const std::string& mntId, const std::string& relative);
 
     // --- Listings (file_lists.cpp); an empty list is the answer to every failure ---
 
@@ -79,13 +91,6 @@ public:
     std::vector<FileEntry> scanFiles(const std::string& mntId, const std::string& dirPath);
     std::vector<FileEntry> scanTree(const std::string& mntId, const std::string& directory,
                                     const std::string& marker);
-
-    // `entryPath` without the first "/media/usb/<mntId>/" in it; throws std::out_of_range without
-    // one.
-    static std::string relativePath(std::string entryPath, const std::string& mntId);
-
-    // Everything before the last "/"; all of it without one.
-    static std::string parentPath(const std::string& path);
 
     // --- Package checks by the device manager (transfer_file_checks.cpp) ---
 
@@ -163,8 +168,6 @@ private:
     static void* backupRestoreWorker(void* tfMngr);
     static void* osUpdateWorker(void* tfMngr);
 
-    // Follows links.
-    static bool exists(const std::string& path);
     static std::string makeTimestamp();
     static bool hasBackupSpace(const std::string& mntId, std::uint32_t backupType);
     static void ensureParentDirectory(const Job& job);

@@ -1,11 +1,9 @@
 // Finding the mounted USB sticks and their capacity.
 #include <mntent.h>
-#include <sys/stat.h>
 #include <sys/statfs.h>
 
 #include <algorithm>
 #include <cinttypes>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -19,7 +17,6 @@ constexpr const char* kMountTable = "/etc/mtab";
 constexpr const char* kIgnoredSource = "rootfs";
 constexpr const char* kStickDevicePrefix = "/dev/sd";
 
-constexpr std::size_t kFormatBufferSize = 1024;
 constexpr std::size_t kMountEntrySize = 4096;
 constexpr std::size_t kMountTableBuffer = 16UL * 1024;  // most tables in one read
 
@@ -85,30 +82,4 @@ std::vector<UsbStickInfo> TfMngr::enumerateUsbSticks() {
 
 bool TfMngr::isMountedUsbDevice(const std::string& path) {
     return isCovered(path, readStickMounts());
-}
-
-std::string TfMngr::formatString(const char* format, ...) {
-    char buffer[kFormatBufferSize] = {};
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(buffer, sizeof buffer, format, arguments);
-    va_end(arguments);
-    return buffer;
-}
-
-std::string TfMngr::mountPath(const std::string& mntId) {
-    return std::string(kMountBase) + "/" + mntId;
-}
-
-std::string TfMngr::pathOnStick(const std::string& mntId, const std::string& relative) {
-    return mountPath(mntId) + "/" + relative;
-}
-
-std::string TfMngr::pathOrMountPath(const std::string& mntId, const std::string& relative) {
-    return relative.empty() ? mountPath(mntId) : pathOnStick(mntId, relative);
-}
-
-bool TfMngr::exists(const std::string& path) {
-    struct stat64 status {};
-    return stat64(path.c_str(), &status) == 0;
 }
