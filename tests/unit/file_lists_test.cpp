@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -31,6 +32,13 @@ TEST_F(RestoreListing, fillsEveryFieldOfFile) {
     stick_.addFile("file", "12345");
     EXPECT_THAT(wholly(restore("")),
                 ElementsAre("kind 1 name 'file' size 5 location '/' reserved ''"));
+}
+
+TEST_F(RestoreListing, countsBytesBeyond4GiB) {
+    stick_.addFile("large");
+    ASSERT_EQ(truncate64(stick_.path("large").c_str(), (1LL << 32U) + 5), 0);
+    EXPECT_THAT(wholly(restore("")),
+                ElementsAre("kind 1 name 'large' size 4294967301 location '/' reserved ''"));
 }
 
 TEST_F(RestoreListing, fillsEveryFieldOfDirectory) {
