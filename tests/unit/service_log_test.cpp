@@ -7,6 +7,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
 #include <string>
 
 #include "tests/support/process/child_process.h"
@@ -65,11 +67,16 @@ TEST(ServiceLog, doesNotFlushStandardOutput) {
 
 TEST(ServiceLog, callsSyslogFirst) {
     SyslogSocket log;
-    // A closed standard output takes nothing, and the message has been sent by then.
     const CommandResult result = runForked([] {
-        std::fclose(stdout);
+        int ends[2] = {};
+        if (pipe(ends) != 0 || close(ends[0]) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) {
+            return;
+        }
+        std::setvbuf(stdout, nullptr, _IONBF, 0);
+        std::signal(SIGPIPE, SIG_DFL);  // the first byte to standard output kills
         serviceLog(LOG_ERR, log_tag::kError, "heard anyway");
     });
+    EXPECT_EQ(result.end, killedBy(SIGPIPE));
     EXPECT_TRUE(log.waitFor("heard anyway"));
 }
 
