@@ -51,8 +51,8 @@ TEST_F(DeviceManagerClient, waitsWhenDeviceHangsInJob) {
     ASSERT_TRUE(waitUntil([&] { return hasBackupBegun(); }));
     order("hang");
     order("job-seconds", "0");
-    EXPECT_FALSE(simulator_->standardOutput().find(": done, ") != std::string::npos);
     order("accept");
+    EXPECT_TRUE(simulator_->waitForOutput(": done, "));
     EXPECT_EQ(job.get(), 0);
 }
 
@@ -166,8 +166,8 @@ TEST_F(DeviceManagerClient, losesBackupWhenDeviceStops) {
     auto job = beginBackup(*controller, file_);
     ASSERT_TRUE(waitUntil([&] { return hasBackupBegun(); }));
     ::kill(simulator_->id(), SIGTERM);
-    EXPECT_NE(job.get(), 0);
     EXPECT_EQ(simulator_->waitForEnd(), exited(0));
+    EXPECT_NE(job.get(), 0);
     EXPECT_FALSE(exists(file_));
 }
 

@@ -1,16 +1,13 @@
-// Orders and waiting: the behaviour of a device manager that changes while it runs.
+// Orders and pace: the behaviour of a device manager that changes while it runs.
 #include "simulator/simulator_behaviour.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <future>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include "simulator/device_error.h"
 
 namespace {
 
@@ -69,30 +66,6 @@ TEST(SimulatorOrder, changesWhatIsDescribed) {
               "reports 18446744073709551615 bytes as backup size");
 }
 
-// Gives the order that is expected to end a wait in another thread, and waits for its result.
-template <typename Wait>
-auto resultOf(Wait wait, LiveBehaviour& behaviour, const char* order, const char* value) {
-    auto result = std::async(std::launch::async, wait);
-    EXPECT_TRUE(behaviour.change(order, value));
-    return result.get();
-}
-
-TEST(LiveBehaviour, goesOnWhenHangEnds) {
-    LiveBehaviour behaviour(after({"hang"}));
-    EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, "accept", ""));
-}
-
-TEST(LiveBehaviour, goesOnWhenWaitIsShortened) {
-    LiveBehaviour behaviour(after({"delay 86400", "job-seconds 86400"}));
-    EXPECT_TRUE(resultOf([&] { return behaviour.waitToAct(); }, behaviour, "delay", "0"));
-    EXPECT_TRUE(resultOf(
-        [&] {
-            behaviour.pace()(1, 2);
-            return true;
-        },
-        behaviour, "job-seconds", "0"));
-}
-
 TEST(LiveBehaviour, keepsPaceOfJob) {
     LiveBehaviour behaviour(after({"job-seconds 0.2"}));
     const auto begin = std::chrono::steady_clock::now();
@@ -113,16 +86,6 @@ TEST(LiveBehaviour, doesNotHurryLateJob) {
     pace(1, 10);
     pace(10, 10);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(180));
-}
-
-TEST(LiveBehaviour, stopsWhatWaits) {
-    LiveBehaviour behaviour(after({"hang"}));
-    auto act = std::async(std::launch::async, [&] { return behaviour.waitToAct(); });
-    auto job = std::async(std::launch::async, [&] { behaviour.pace()(1, 1); });
-    behaviour.stop();
-    EXPECT_FALSE(act.get());
-    EXPECT_THROW(job.get(), DeviceError);
-    EXPECT_FALSE(behaviour.waitToAct());
 }
 
 }  // namespace
