@@ -68,7 +68,8 @@ TEST(PidNamespace, refusesOutsideSandbox) {
 }
 
 TEST(PidNamespace, reportsEndOfDaemon) {
-    NamespaceProcess process(sh("(sleep 0.05; exit 9) & exit 4"));
+    NamespaceProcess process(
+        sh("(while kill -0 $$ 2>/dev/null; do sleep 0.01; done; exit 9) & exit 4"));
     EXPECT_EQ(process.waitForEnd(), exited(4));
     ASSERT_EQ(process.ends().size(), 2U);
     EXPECT_EQ(process.ends()[0].second, exited(4));
