@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <chrono>
 #include <csignal>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/bus/bus_daemon.h"
@@ -135,18 +133,17 @@ TEST_P(InitScript, restartsAsAnotherProcess) {
     EXPECT_TRUE(first && second && first != second);
 }
 
-// Frozen, the service takes the signal only after a while.
+// Frozen, the service takes the signal only after the first pause of the script.
 TEST_P(InitScript, stopWaitsForServiceToEnd) {
     ASSERT_THAT(run("start"), ended(0, "started"));
     const pid_t process = service().value_or(0);
     ASSERT_EQ(kill(process, SIGSTOP), 0);
-    std::thread thaw([process] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        kill(process, SIGCONT);
-    });
+    const std::string pause = folder_.path("tools/sleep");
+    writeFile(pause, "#!/bin/sh\nread -r process <" + std::string(kLockFile) +
+                         "\nkill -CONT \"$process\"\nexec /bin/sleep \"$@\"\n");
+    ASSERT_EQ(chmod(pause.c_str(), 0755), 0);
     EXPECT_THAT(run("stop"), ended(0, "stopped"));
     EXPECT_FALSE(isRunning(process));
-    thaw.join();
 }
 
 TEST_P(InitScript, refusesUnknownAction) {
