@@ -139,11 +139,11 @@ TEST_F(Job, needsAFileThatExists) {
 class WaitForBackup : public Job {
 protected:
     // Starts a backup that the device manager does not accept, and waits until it has been asked.
-    void SetUp() override {
-        Job::SetUp();
+    void begin(const Words& limit = {}) {
         device_.orderStatus("BR.checkBackupFile", 5);
-        waiting_ = std::make_unique<ChildProcess>(
-            transferctlCommand({"backup", "--wait", "--timeout", "8", "1:a.psb"}));
+        Words command{"backup", "--wait", "1:a.psb"};
+        command.insert(command.end(), limit.begin(), limit.end());
+        waiting_ = std::make_unique<ChildProcess>(transferctlCommand(command));
         ASSERT_TRUE(device_.waitForCall("BR3.checkBackupFile"));
     }
 
@@ -151,23 +151,27 @@ protected:
 };
 
 TEST_F(WaitForBackup, exits4AtTheTimeLimit) {
+    begin({"--timeout", "8"});
     EXPECT_EQ(waiting_->waitForEnd(), exited(4));
     EXPECT_TRUE(waiting_->waitForError("within the time limit, the backup may still run"));
 }
 
 TEST_F(WaitForBackup, exits3WhenTheServiceEnds) {
+    begin();
     service_->stop();
     EXPECT_EQ(waiting_->waitForEnd(), exited(3));
     EXPECT_TRUE(waiting_->waitForError("the service has ended, and the backup with it"));
 }
 
 TEST_F(WaitForBackup, exits1WhenTheStickGoes) {
+    begin();
     stick_.pull();
     EXPECT_EQ(waiting_->waitForEnd(), exited(1));
     EXPECT_TRUE(waiting_->waitForError("stick not mounted: USB_X60.1"));
 }
 
 TEST_F(WaitForBackup, exits1WhenTheFileGoes) {
+    begin();
     outputOf({"rm", "1:a.psb"});
     EXPECT_EQ(waiting_->waitForEnd(), exited(1));
     EXPECT_TRUE(waiting_->waitForError("its file has gone again"));
@@ -268,7 +272,9 @@ TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
 // The call may have reached the service.
 TEST(UnansweredJob, staysOnRecord) {
     const OneStickService service({fileOfSize(1)});
-    errorOf(4, {"restore", "--timeout", "4", "1:a.psb"});
+    ChildProcess client(transferctlCommand({"restore", "--timeout", "4", "1:a.psb"}));
+    ASSERT_TRUE(service.waitForCall("DoRestore"));
+    EXPECT_EQ(client.waitForEnd(), exited(4));
     EXPECT_THAT(outputOf({"status"}), HasSubstr("restore of USB_X60.1:a.psb"));
 }
 
