@@ -10,6 +10,7 @@
 #include "tests/support/device/device_double.h"
 #include "tests/support/device/stick.h"
 #include "tests/support/process/service_process.h"
+#include "tests/support/process/waiting.h"
 #include "tests/transferctl/client.h"
 
 namespace test_support {
@@ -49,6 +50,23 @@ TEST(MonitorCommand, printsJsonForEachEventUntilTheBusGoes) {
     ASSERT_TRUE(monitor.waitForOutput(",\"event\":\"service-vanished\"}\n"));
     outage.emplace();
     EXPECT_EQ(monitor.waitForEnd(), exited(3));
+}
+
+TEST(MonitorCommand, showsTheSticksOfTheNextService) {
+    const FakeService::Replies oneStick{
+        {"GetUSBStickDetails", {"([<'USB_X60.1'>, <'USB_X60.1'>, <uint64 1>, <uint64 1>],)"}}};
+    FakeService first(kServiceName, oneStick);
+    ChildProcess monitor(transferctlCommand({"monitor"}));
+    ASSERT_TRUE(monitor.waitForOutput(" plugged, "));
+    first.leave();
+    ASSERT_TRUE(monitor.waitForOutput("service is not there"));
+    const FakeService next(kServiceName, oneStick);
+    EXPECT_TRUE(eventually(
+        [&monitor] {
+            const std::string output = monitor.standardOutput();
+            return output.rfind(" plugged, ") > output.find("service is not there");
+        },
+        "the stick is shown again"));
 }
 
 TEST(MonitorCommand, exits4WhenTheServiceDoesNotAnswer) {
