@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::chrono::seconds kLimit{120};
 constexpr std::chrono::hours kLimitOfWaiting{1};
-constexpr double kLongestSeconds = 1e6;
+constexpr int kLongestSeconds = 1000000;
 constexpr double kNotGiven = std::numeric_limits<double>::max();
 
 constexpr const char* kKindWords = "full|recipes|users";  // of BackupKind, from 1
@@ -127,7 +127,8 @@ std::chrono::milliseconds limitIn(const Slots& slots) {
         return slots.wait != FALSE ? std::chrono::milliseconds(kLimitOfWaiting) : kLimit;
     }
     if (!(slots.timeout > 0 && slots.timeout <= kLongestSeconds)) {
-        throw wrongUsage("--timeout is a number of seconds above 0");
+        throw wrongUsage("--timeout is a number of seconds above 0, at most " +
+                         std::to_string(kLongestSeconds));
     }
     return std::chrono::ceil<std::chrono::milliseconds>(
         std::chrono::duration<double>(slots.timeout));

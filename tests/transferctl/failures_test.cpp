@@ -134,6 +134,7 @@ TEST(WrongUsage, exits2WithoutAService) {
                                                    {"status", "--timeout", "-1"},
                                                    {"status", "--timeout", "0"},
                                                    {"status", "--timeout", "nan"},
+                                                   {"status", "--timeout", "1e7"},
                                                    {"status", "--timeout", "x"},
                                                    {"status", "--\x1b"}}) {
         const std::string message = errorOf(2, command);
