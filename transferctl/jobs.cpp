@@ -1,10 +1,13 @@
 // The job that this user has started last, and waiting for the end of a backup.
 #include "transferctl/jobs.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <thread>
 
 #include "transferctl/output.h"
@@ -21,6 +24,20 @@ constexpr int kMissingLooks = 3;  // in a row: then the file is gone
 // Root has one record, whatever session it works in.
 std::string recordPath() {
     return std::string(geteuid() == 0 ? "/run" : g_get_user_runtime_dir()) + "/transferctl-job";
+}
+
+struct CloseFile {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+
+// Until it is closed, no other command of this user starts a job. Null when the file cannot be
+// opened.
+std::unique_ptr<FILE, CloseFile> lockRecord() {
+    const int fd =
+        open((recordPath() + ".lock").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    std::unique_ptr<FILE, CloseFile> lock(fdopen(fd, "w"));
+    flock(fd, LOCK_EX);
+    return lock;
 }
 
 std::string readRecord() {
@@ -107,6 +124,7 @@ std::optional<StartedJob> startedJob(const TransferClient& client) {
 
 void startOnce(const TransferClient& client, const StartedJob& job, bool isForced,
                const std::function<void()>& start) {
+    const auto lock = lockRecord();
     const std::optional<StartedJob> first = startedJob(client);
     if (first && !isForced) {
         throw refused("you have started a " + first->job + " of " + first->file +

@@ -1,6 +1,8 @@
 // Jobs started by transferctl, on the real service and on one that answers as told.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -9,7 +11,10 @@
 #include "tests/support/bus/fake_service.h"
 #include "tests/support/device/device_double.h"
 #include "tests/support/device/stick.h"
+#include "tests/support/files/files.h"
 #include "tests/support/process/service_process.h"
+#include "tests/support/process/unique_fd.h"
+#include "tests/support/process/waiting.h"
 #include "tests/transferctl/client.h"
 
 namespace test_support {
@@ -267,6 +272,23 @@ TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
     EXPECT_THAT(result.output, HasSubstr(words));
     EXPECT_THAT(result.output, HasSubstr("\"code\":" + code + "}"));
     EXPECT_THAT(outputOf({"status"}), HasSubstr(record));
+}
+
+// The lock is that of another command, which writes the record while this one waits.
+TEST(SimultaneousJob, isRefusedWhenTheOtherIsOnRecord) {
+    const std::string record = "/run/transferctl-job";
+    const OneStickService service({fileOfSize(1)}, Replies{{"DoRestore", {"(0,)"}}});
+    outputOf({"restore", "1:a.psb"});
+    const std::string started = readFile(record);
+    std::filesystem::remove(record);
+    UniqueFd lock(open((record + ".lock").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+    ChildProcess second(transferctlCommand({"restore", "1:a.psb"}));
+    EXPECT_TRUE(eventually(
+        [] { return readFile("/proc/locks").find("-> FLOCK") != std::string::npos; }, "it waits"));
+    writeFile(record, started);
+    lock.reset();
+    EXPECT_EQ(second.waitForEnd(), exited(1));
 }
 
 // The call may have reached the service.
