@@ -130,7 +130,7 @@ fillStick() {
 
 # Whoever has a file open on it may use that on, but nobody finds the stick any more.
 pullStick() {
-    umount --lazy "$(stickPath "$1")"
+    umount --lazy "$(stickPath "$1")" || return # "attempt" turns "set -e" off
     rmdir "$(stickPath "$1")" 2>/dev/null || true
     note "stick $1: pulled"
 }
@@ -185,7 +185,7 @@ startPart() {
 stopPart() {
     local pid
     pid=$(processOf "$1") || return 0
-    kill "$pid"
+    kill "$pid" 2>/dev/null || return 0
     waitUntil "$kLimit" isGone "$pid" || kill -KILL "$pid"
 }
 
