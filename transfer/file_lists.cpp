@@ -78,7 +78,7 @@ private:
     struct stat64 entryStatus_ {};
 };
 
-// Gives the memory of a long list back.
+// Empties a list, and gives the memory of a long one back.
 void discard(std::vector<FileEntry>& list) {
     const bool isLong = list.size() > kLongList;
     list = std::vector<FileEntry>();  // `{}` would keep its capacity

@@ -1,6 +1,7 @@
 // The records that the transfer manager hands to the bus side.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -24,3 +25,6 @@ struct FileEntry {
     static constexpr std::uint32_t kDirectory = 0;
     static constexpr std::uint32_t kOther = 1;
 };
+
+// The memory of a list with more entries than this is worth giving back.
+inline constexpr std::size_t kLongList = 1'000;
