@@ -161,5 +161,5 @@ void endHandshake(int id) {
 void releaseStarterAndExit(int id) {
     signalLauncher(id);
     endHandshake(id);
-    std::exit(kExitNameLost);
+    std::exit(kExitCannotServe);
 }

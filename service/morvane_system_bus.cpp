@@ -63,7 +63,7 @@ void onNameLost(GDBusConnection* /*connection*/, const gchar* /*name*/, gpointer
     if (isDaemon()) {
         releaseStarterAndExit(semaphoreId);
     }
-    std::exit(kExitNameLost);
+    std::exit(kExitCannotServe);
 }
 
 }  // namespace
