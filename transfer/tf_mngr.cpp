@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const char* kMakeMarker = "touch /tmp/transfer.enabled";
+constexpr const char* kTouchEnabledFile = "touch /tmp/transfer.enabled";
 constexpr const char* kScriptStart =
     "/bin/sh /etc/morvane/transfer/transfer.sh TF_STATE_SNC_START true true";
 // The leading blank is part of the command text.
@@ -38,7 +38,7 @@ TfMngr::~TfMngr() {
 }
 
 int TfMngr::announceStart() {
-    [[maybe_unused]] const int status = std::system(kMakeMarker);
+    [[maybe_unused]] const int status = std::system(kTouchEnabledFile);
     return std::system(kScriptStart);
 }
 

@@ -23,8 +23,8 @@ using DirectoryId = std::pair<dev_t, ino64_t>;
 // next job to them.
 class TfMngr {
 public:
-    // Makes the marker file and tells the transfer script that the service starts. Failures are
-    // ignored.
+    // Creates /tmp/transfer.enabled and tells the transfer script that the service starts. Failures
+    // are ignored.
     TfMngr();
     TfMngr(const TfMngr&) = delete;
     TfMngr& operator=(const TfMngr&) = delete;
