@@ -54,8 +54,8 @@ int main(int argc, char** argv) {
     MorvaneSystemBus().addStartArguments(DBusInterface::getInstance(), argc, argv);
     GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
     serviceLog(LOG_INFO, log_tag::kInfo, "Starting DBUS Service %s", kServiceName);
-    serviceLog(LOG_DEBUG, log_tag::kDebug,
-               "Register default Interface com.morvane.dbus under Path: /ctrl");
+    serviceLog(LOG_DEBUG, log_tag::kDebug, "Register default Interface %s under Path: %s",
+               kControlInterface, kControlPath);
     MorvaneSystemBus().registerInterface(kControlPath, ComMorvaneDBusInterface::getInstance());
     // Kept: the message names the bus, not the interface.
     serviceLog(LOG_INFO, log_tag::kInfo, "Register Interface: %s under Path: %s", kServiceName,
