@@ -15,15 +15,17 @@ inline constexpr struct sembuf kGiveReady { 0, +1, SEM_UNDO };
 inline constexpr struct sembuf kTakeAcknowledged { 1, -1, SEM_UNDO };
 inline constexpr struct sembuf kGiveAcknowledged { 1, +1, SEM_UNDO };
 
-// Returns the id of the start-up set, an existing one or a new one of `nsems` semaphores.
+// Returns the id of the start-up set, an existing one or a new one of `nsems` semaphores. Sets the
+// umask to 0 when it creates one.
 int createSemaphore(int nsems);
 
 // Does one operation on set `id`, waiting as long as it takes.
 void semaphoreOp(int id, struct sembuf op);
 
-// Returns in the detached daemon, with the id of the start-up set. Does not return in the launcher,
-// which ends with status 0 once the daemon has signalled, or with 1 when the daemon ended before it
-// did.
+// Returns in the detached daemon, with the id of the start-up set. The daemon has a session of its
+// own, umask 0, the directory "/" and /dev/null as its standard streams. Does not return in the
+// launcher, which ends with status 0 once the daemon has signalled, or with 1 when the daemon ended
+// before it did.
 int daemonize();
 
 // The daemon's side of the handshake, in two halves: signalLauncher tells the launcher that the

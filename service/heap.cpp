@@ -1,4 +1,4 @@
-// One arena, and free memory that goes back.
+// One arena for all threads; free memory goes back to the system.
 #include "service/heap.h"
 
 #include <malloc.h>

@@ -13,7 +13,8 @@ namespace com::morvane::dbus {
 class MorvaneDBusType {
 public:
     // Starts owning `name` and returns the owner id for g_bus_unown_name; the outcome arrives on
-    // `loop`'s context. Ends the process with status 3 when nothing is registered.
+    // the caller's thread-default main context. `loop` is user data that nobody uses. Ends the
+    // process with status 3 when nothing is registered.
     virtual guint ownName(const std::string& name, GMainLoop* loop) = 0;
 
     // Notes `iface`, which must outlive the process's use of the bus, for export at `objectPath`

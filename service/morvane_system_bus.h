@@ -15,8 +15,8 @@ public:
     // Has `iface->start(argc, argv)` called after the export; `argv` is kept by address.
     void addStartArguments(GDBusInterfaceBase* iface, int argc, char** argv);
 
-    // Makes the process a daemon in the eyes of ownName: the set of this id is used to tell the
-    // launcher.
+    // Makes the process a daemon, which tells its launcher through the set of this id. The
+    // callbacks of ownName look at it when they run.
     void setSemaphoreId(int id);
 };
 
