@@ -9,7 +9,7 @@
 
 namespace device_manager {
 
-inline constexpr const char* kNoCredential = "";  // the library asks the log object for it
+inline constexpr const char* kNoCredential = "";  // always; the library may ask the log object
 inline constexpr const char* kWorkDirectory = "/tmp";
 inline constexpr std::int64_t kSuccess = 0;
 

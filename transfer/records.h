@@ -10,7 +10,7 @@ struct UsbStickInfo {
     std::string name;  // "USB_X60.n": the mount identifier that the other operations take
     std::string mountName;  // the same string; both are part of the bus contract
     std::uint64_t totalBytes;
-    std::uint64_t freeBytes;  // counted in blocks free to the super-user
+    std::uint64_t freeBytes;  // bytes, the blocks reserved for the super-user included
 };
 
 // One entry of a directory on a stick. Strings are bytes as the file system gives them, not always

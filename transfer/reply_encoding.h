@@ -34,14 +34,14 @@ inline constexpr std::size_t kMaxTupleRecords = 63;
 // which 1 KiB is left for the header.
 inline constexpr std::size_t kMaxArrayBytes = 32U * 1024 * 1024 - 1024;
 
-// An "av" of (s, s, t, t) and of (u, s, t, s) runs; empty without records. The marshalled array
-// takes at most `maxBytes`.
+// An "av" of (s, s, t, t) and of (u, s, t, s) runs, which is empty when the list is empty. The
+// marshalled array takes at most `maxBytes`.
 GVariant* stickArray(const std::vector<UsbStickInfo>& sticks);
 EncodedFiles fileArray(const std::vector<FileEntry>& entries,
                        std::size_t maxBytes = kMaxArrayBytes);
 
-// One tuple of (s, s, t, t, ...) and of (u or i, s, t, s, ...) runs; a placeholder of one empty
-// record, its kind always unsigned, without records.
+// One tuple of (s, s, t, t, ...) and of (u or i, s, t, s, ...) runs. When the list is empty, it
+// holds one empty record as a placeholder, whose kind is always unsigned.
 GVariant* stickTuple(const std::vector<UsbStickInfo>& sticks);
 EncodedFiles fileTuple(const std::vector<FileEntry>& entries, KindWord kindWord);
 

@@ -33,7 +33,8 @@ public:
 
     // --- Life of the service (tf_mngr.cpp) ---
 
-    // Does again what the constructor does; returns the script's status as system() gives it.
+    // The start-up action, which the constructor runs; returns the script's status as system()
+    // gives it.
     int announceStart();
 
     // Ends the process with status 0, and every process that it may signal, for each applet id but
@@ -81,7 +82,8 @@ public:
                                                       const std::string& dirPath);
 
     // The backup or update files in the tree below `dirPath` that the device manager accepts, depth
-    // first, some 30 at most. Each listing makes a connection of its own.
+    // first, some 30 at most. Each listing makes a connection of its own and waits for the verdict
+    // on each file.
     std::vector<FileEntry> getBackupFilesList(const std::string& mntId, const std::string& dirPath);
     std::vector<FileEntry> getUpdateFilesList(const std::string& mntId, const std::string& dirPath);
 
@@ -102,7 +104,7 @@ public:
 
     // --- File operations (file_operations.cpp) ---
 
-    // Removes a file or an empty directory; returns whether it is gone. Any thread.
+    // Removes a file or an empty directory; returns whether it removed it. Any thread.
     bool DeleteFile(const std::string& mntId, const std::string& filePath);
 
     // Creates a directory with its missing parents, mode 0700. Returns true when nothing was there
@@ -126,7 +128,8 @@ public:
     // Always true: the real check is part of DoBackup.
     bool ValidateBackupSize(std::uint32_t backupType, const std::string& mntId);
 
-    // Checks name, stick and space, in this order, and starts the backup. Blocks for a second.
+    // Checks name, stick and space, in this order, and starts the backup. Blocks while the device
+    // manager answers the size query, and for a second more when all checks pass.
     JobResult DoBackup(const std::string& mntId, std::uint32_t backupType,
                        const std::string& backupFilePath);
 
@@ -135,10 +138,10 @@ public:
 
     // --- Restore (restore.cpp) and update (os_update.cpp) ---
 
-    // Checks name and stick and starts the restore. Blocks for a second.
+    // Checks name and stick and starts the restore. Blocks for a second when both checks pass.
     JobResult DoRestore(const std::string& mntId, const std::string& filePath);
 
-    // Checks name, stick and file and starts the update. Blocks for a second.
+    // Checks name, stick and file and starts the update. Blocks for a second when all checks pass.
     JobResult DoOSUpdate(const std::string& mntId, const std::string& filePath);
 
 private:
@@ -196,6 +199,6 @@ private:
     std::string jobMountId_;
     std::string updateFile_;
     pid_t quitSignalTarget_ = -1;  // never assigned: every process that may be signalled
-    std::vector<UsbStickInfo> sticks_;
+    std::vector<UsbStickInfo> sticks_;  // stays empty: each enumeration returns its own list
     std::vector<FileEntry> entries_;  // the working list of the listings
 };

@@ -12,7 +12,7 @@
 
 // The log interface that the library calls back into. It may do so on any of its threads, at any
 // time between setLog() and the destruction of the controller, so a log object outlives its
-// controller.
+// controller. Which slot it calls for which event is unknown: `log` and `logError` are our names.
 class IDeviceClientLog {
 public:
     virtual void log(const char* format, ...) = 0;  // slot 0

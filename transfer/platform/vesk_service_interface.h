@@ -10,8 +10,9 @@ class VeskServiceInterface {
 public:
     static VeskServiceInterface* getSingleton();
 
-    // Opens a transaction; returns 0 on success.
-    int startTransaction(bool readOnly, bool wait);
+    // Opens a transaction; returns 0 on success. The service passes true twice; what the two mean
+    // is the library's.
+    int startTransaction(bool, bool);
 
     // Stores the setting named `key` in `value`; returns 0 on success.
     int getValue(const std::string& key, std::string& value);
