@@ -8,7 +8,7 @@
 
 namespace {
 
-// The line end in the text is kept: it gives an empty line on standard output after each message.
+// Kept: Quit does not quit. The line end in the message gives an empty line on standard output.
 gboolean onQuit(MorvaneDbus* skeleton, GDBusMethodInvocation* invocation, gpointer /*data*/) {
     serviceLog(LOG_INFO, log_tag::kInfo, "Quit() Method invoked by DBus\n");
     morvane_dbus_complete_quit(skeleton, invocation);

@@ -84,8 +84,8 @@ void toNowhere(const char* mode, FILE* stream) {
     [[maybe_unused]] const FILE* const reopened = std::freopen("/dev/null", mode, stream);
 }
 
-// Leaves the launcher's session, directory and standard streams. Whatever standard output still
-// holds unflushed is written to the old stream first, by the launcher and here.
+// Leaves the launcher's session, directory and standard streams. Kept: whatever standard output
+// still holds unflushed is written to the old stream first, by the launcher and here.
 void detach() {
     umask(0);
     if (setsid() < 0) {
@@ -124,6 +124,7 @@ void semaphoreOp(int id, struct sembuf op) {
 
 int daemonize() {
     serviceLog(LOG_INFO, log_tag::kInfo, "DBus service will be started as daemon");
+    // Kept: a set that exists is reset, whether an earlier start left it or another is using it.
     const int id = createSemaphore(2);
     if (!setValue(id, 1, 1) || !setValue(id, 0, 1)) {
         perror("semctl didn't work.\n");
@@ -135,6 +136,7 @@ int daemonize() {
 
     const pid_t daemon = fork();
     if (daemon < 0) {
+        // Kept: the set stays.
         perror("Error creating the child process\n");
         std::exit(kExitStartFailed);
     }
@@ -142,6 +144,7 @@ int daemonize() {
         awaitDaemon(id, daemon);
         semaphoreOp(id, kGiveReady);
         semaphoreOp(id, kGiveAcknowledged);
+        // Kept: the status does not say whether the daemon serves or had to give up.
         exitLauncher();
     }
     detach();

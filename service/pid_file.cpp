@@ -47,6 +47,7 @@ void writeProcessId(int fd) {
 
 int lockPidFile(const std::string& name) {
     const std::string path = "/var/lock/" + name + ".pid";
+    // Kept: nothing removes the file again.
     const int fd = open(path.c_str(), O_RDWR | O_CREAT, 0600);
     if (fd < 0) {
         perror("coudln't create lockfile.\n");
@@ -59,7 +60,7 @@ int lockPidFile(const std::string& name) {
     if (!lockWholeFile(fd)) {
         const bool locked = errno == EAGAIN || errno == EACCES;
         perror(locked ? "PID-File already locked.\n" : "Error locking this PID-file occured.\n");
-        return -1;  // the descriptor stays open: the process is about to end
+        return -1;  // Kept: the descriptor stays open
     }
     writeProcessId(fd);
     return fd;

@@ -14,7 +14,7 @@ void serviceLog(int level, const char* tag, const char* format, ...) {
     vsyslog(level, format, arguments);
     std::fputs(tag, stdout);
     std::vprintf(format, again);
-    std::putchar('\n');
+    std::putchar('\n');  // Kept: no flush
     va_end(again);
     va_end(arguments);
 }

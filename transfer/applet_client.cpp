@@ -20,7 +20,7 @@ MorvaneScctrl* connectAppletClient(GError** error) {
         G_BUS_TYPE_SYSTEM, G_DBUS_PROXY_FLAGS_NONE, kAppletControlName, kAppletControlPath, nullptr,
         error);
     if (*error != nullptr) {
-        // Kept at information level: the service runs on without applet changes.
+        // Kept: the information level, for the service runs on without applet changes.
         serviceLog(LOG_INFO, log_tag::kInfo, "Error creating proxy for signal applet-changed");
     }
     // Without a proxy GLib rejects the connection.

@@ -20,7 +20,7 @@ std::string TfMngr::getDeviceName() {
     if (settings == nullptr || settings->startTransaction(true, true) != 0) {
         return name;
     }
-    // Kept: a failed read leaves the transaction open.
+    // Kept: a failed read leaves the transaction open, and the result is what it has written.
     if (settings->getValue(kDeviceNameKey, name) == 0) {
         settings->stopTransaction();
     }
@@ -40,6 +40,7 @@ std::string TfMngr::GetBackupFileName(std::uint32_t /*backupType*/) {
     return name.empty() ? name : name + "-" + makeTimestamp() + kBackupMarker;
 }
 
+// Kept: the size is checked by DoBackup only.
 bool TfMngr::ValidateBackupSize(std::uint32_t /*backupType*/, const std::string& /*mntId*/) {
     return true;
 }
@@ -53,7 +54,7 @@ const char* TfMngr::backupTypeWord(std::uint32_t backupType) {
         case 3:
             return "userdatabase";
         default:
-            return "";  // the device manager decides
+            return "";  // Kept: the device manager decides
     }
 }
 
@@ -102,11 +103,12 @@ void* TfMngr::backupRestoreWorker(void* tfMngr) {
     auto* const manager = static_cast<TfMngr*>(tfMngr);
     const Job job = manager->copyJob();
     const std::string target = pathOrMountPath(job.mountId, job.file);
-    ensureParentDirectory(job);
+    ensureParentDirectory(job);  // Kept: for a restore as well
+    // Kept: a backup deletes an existing file of its name first, a restore does not.
     if (job.backupType != kRestoreJob && exists(target)) {
         manager->DeleteFile(job.mountId, job.file);
     }
-    runBackupRestore(job.backupType, target);  // the outcome is reported to nobody
+    runBackupRestore(job.backupType, target);  // Kept: the outcome is reported to nobody
     return nullptr;
 }
 

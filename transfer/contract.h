@@ -45,8 +45,8 @@ enum class JobResult : std::int32_t {
     NoThread = -1,  // the worker thread could not be created
     Started = 0,  // the worker runs; its outcome is reported to nobody
     BadFileName = 1,  // empty, or without the marker of its kind
-    StickNotMounted = 2,  // no such directory below the mount base
-    NotEnoughSpace = 3,  // backup only; also when the size cannot be learnt
+    StickNotMounted = 2,  // Kept: no such directory, whatever the mount table says
+    NotEnoughSpace = 3,  // backup only. Kept: also when the size cannot be learnt
     FileMissing = 5,  // update only
 };
 

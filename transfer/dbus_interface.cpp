@@ -65,5 +65,6 @@ void DBusInterface::connectHandlers() {
     for (const SignalHandler& entry : handlers) {
         g_signal_connect(getSkeleton(), entry.signal, entry.handler, nullptr);
     }
+    // Kept: before the export of this object, so that the export waits for the applet control.
     scctrlProxy_ = connectAppletClient(&proxyError_);
 }

@@ -15,8 +15,8 @@
 // the life of the process. Main-loop thread only.
 class DBusInterface : public GDBusInterfaceBase {
 public:
-    // The single object, created on first use and never destroyed, so that no destructor runs
-    // inside exit(). First used on the main thread. Its creation runs the transfer script.
+    // The single object, created on first use. Kept: it is never destroyed, so that no destructor
+    // runs inside exit(). First used on the main thread. Its creation runs the transfer script.
     static DBusInterface* getInstance();
 
     ~DBusInterface() override;

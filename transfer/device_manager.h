@@ -30,7 +30,7 @@ struct BackupRestore {
 struct Update {
     using Controller = IFUController;
     static Controller* create() { return FUCreateController(); }
-    // Null is passed on: it tells the library of an update that could not begin.
+    // Kept: null is passed on.
     static void destroy(Controller* controller) { FUDestroyController(controller); }
     static std::int64_t check(Controller& controller, const char* path) {
         return controller.checkFirmwareFile(path);
@@ -51,6 +51,7 @@ private:
     typename Kind::Controller* controller_;
 };
 
+// Kept: the size query leaves the work directory alone.
 enum class WorkDirectory { Set, Leave };
 
 // Runs one operation on a controller of its own: create, connect, `operation(controller)`,

@@ -137,7 +137,7 @@ std::vector<FileEntry> TfMngr::getBackupFilesList(const std::string& mntId,
 
 std::vector<FileEntry> TfMngr::getUpdateFilesList(const std::string& mntId,
                                                   const std::string& dirPath) {
-    getDeviceName();  // kept: read and discarded
+    getDeviceName();  // Kept: read and discarded
     std::vector<FileEntry> found = listPackages(mntId, dirPath, kUpdateMarker);
     releaseUpdateController();
     return found;
@@ -178,6 +178,7 @@ void TfMngr::scanTreeLevel(const std::string& mntId, const std::string& director
         if (isDirectory(visible.status())) {
             scanTreeLevel(mntId, visible.path(), marker, enclosing);
         }
+        // Kept: a directory is then looked at like a file.
         if (!hasMarker(visible.path(), marker) || !checkTransferFile(visible.path(), marker)) {
             continue;
         }

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr mode_t kDirectoryMode = 0700;
+constexpr mode_t kDirectoryMode = 0700;  // Kept: only root sees into new directories
 constexpr std::size_t kPathBufferSize = 256;
 
 }  // namespace
@@ -57,7 +57,7 @@ bool TfMngr::CreateDirectory(const std::string& mntId, const std::string& dirPat
 
 int TfMngr::makeDirectoryPath(const char* path) {
     char buffer[kPathBufferSize];
-    std::snprintf(buffer, sizeof buffer, "%s", path);  // kept: what is longer is cut off silently
+    std::snprintf(buffer, sizeof buffer, "%s", path);  // Kept: the rest is cut off silently
     const std::size_t length = std::strlen(buffer);
     if (length > 0 && buffer[length - 1] == '/') {
         buffer[length - 1] = '\0';

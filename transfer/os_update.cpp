@@ -29,7 +29,7 @@ bool TfMngr::fileExistsOnStick(const std::string& mntId, const std::string& file
 
 void* TfMngr::osUpdateWorker(void* tfMngr) {
     const Job job = static_cast<TfMngr*>(tfMngr)->copyJob();
-    // The outcome is reported to nobody.
+    // Kept: the outcome is reported to nobody.
     runOsUpdate(pathOrMountPath(job.mountId, job.updateFile));
     return nullptr;
 }

@@ -26,6 +26,7 @@ std::string TfMngr::mountPath(const std::string& mntId) {
     return std::string(kMountBase) + "/" + mntId;
 }
 
+// Kept: ".." and all else in a path is used as it is.
 std::string TfMngr::pathOnStick(const std::string& mntId, const std::string& relative) {
     return mountPath(mntId) + "/" + relative;
 }

@@ -8,7 +8,7 @@
 // One mounted USB stick.
 struct UsbStickInfo {
     std::string name;  // "USB_X60.n": the mount identifier that the other operations take
-    std::string mountName;  // the same string; both are part of the bus contract
+    std::string mountName;  // Kept: the same string
     std::uint64_t totalBytes;
     std::uint64_t freeBytes;  // bytes, the blocks reserved for the super-user included
 };

@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kTouchEnabledFile = "touch /tmp/transfer.enabled";
 constexpr const char* kScriptStart =
     "/bin/sh /etc/morvane/transfer/transfer.sh TF_STATE_SNC_START true true";
-// The leading blank is part of the command text.
+// Kept: the leading blank.
 constexpr const char* kScriptStop =
     " /bin/sh /etc/morvane/transfer/transfer.sh TF_STATE_SNC_STOP true true";
 
@@ -48,15 +48,17 @@ void TfMngr::appletHasChanged(std::int32_t id) {
         return;
     }
     serviceLog(LOG_INFO, log_tag::kInfo, "Quitting com-morvane-transfer-service");
-    // Kept: with the target -1 the signal reaches every process that this one may signal.
+    // Kept: with the target -1 the signal reaches every process that this one may signal, and
+    // exit() does not run the stop command.
     kill(quitSignalTarget_, SIGTERM);
     std::exit(kExitDone);
 }
 
 JobResult TfMngr::launchWorker(Worker worker) {
-    pthread_t thread{};  // neither joined nor detached
+    pthread_t thread{};  // Kept: neither joined nor detached
     const int failure = pthread_create(&thread, nullptr, worker, this);
-    // The only ordering between this job's worker and the storing of the next one.
+    // Kept: the only ordering between this job's worker and the storing of the next one. Without a
+    // thread the job stays stored.
     sleep(kLaunchSeconds);
     return failure == 0 ? JobResult::Started : JobResult::NoThread;
 }

@@ -28,7 +28,7 @@ public:
     TfMngr();
     TfMngr(const TfMngr&) = delete;
     TfMngr& operator=(const TfMngr&) = delete;
-    // Tells the transfer script that the service stops. Cached controllers are not released.
+    // Tells the transfer script that the service stops. Kept: it releases no cached controllers.
     virtual ~TfMngr();
 
     // --- Life of the service (tf_mngr.cpp) ---
@@ -76,8 +76,8 @@ public:
 
     // --- Listings (file_lists.cpp); an empty list is the answer to every failure ---
 
-    // One directory level: sub-directories first, then the rest, each in the file system's order.
-    // Returns the working list, which keeps these entries until the next listing.
+    // One directory level: sub-directories first, then the rest. Kept: each in the file system's
+    // order. Returns the working list, which keeps these entries until the next listing.
     const std::vector<FileEntry>& getRestoreFilesList(const std::string& mntId,
                                                       const std::string& dirPath);
 
@@ -156,7 +156,7 @@ private:
     // Which entries of a directory a one-level scan keeps.
     enum class Level { Directories, Files, DirectoriesThenFiles };
 
-    // The backup type that marks a restore.
+    // The backup type that marks a restore. Kept: a backup of this type is one.
     static constexpr std::uint32_t kRestoreJob = 0;
 
     using Worker = void* (*)(void* tfMngr);
@@ -166,7 +166,7 @@ private:
     // Stores a backup or (type 0) restore job, unless a string is empty, and launches it.
     JobResult launchBackupRestore(const std::string& mntId, std::uint32_t backupType,
                                   const std::string& filePath);
-    // The worker's first act. The one place where a worker reads the fields of this object.
+    // The worker's first act. Kept: no lock guards the fields, which a worker reads here only.
     Job copyJob() const;
     static void* backupRestoreWorker(void* tfMngr);
     static void* osUpdateWorker(void* tfMngr);
@@ -186,7 +186,7 @@ private:
     void releaseBackupController();
     void releaseUpdateController();
 
-    std::int32_t controllerConnected_ = 0;  // one flag for both cached controllers
+    std::int32_t controllerConnected_ = 0;  // Kept: one flag for both cached controllers
     IFUController* cachedUpdateController_ = nullptr;
     IBRController* cachedBackupController_ = nullptr;
     // What the library may use until the controller is destroyed.

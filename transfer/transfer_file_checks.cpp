@@ -52,6 +52,7 @@ void release(typename Kind::Controller*& cached, std::unique_ptr<CConsoleLog>& l
 }  // namespace
 
 bool TfMngr::checkTransferFile(const std::string& path, const std::string& marker) {
+    // Kept: the marker that was searched for decides, not the path.
     return hasMarker(marker, kUpdateMarker) ? checkUpdateFile(path) : checkRestoreFile(path);
 }
 

@@ -72,6 +72,7 @@ std::vector<UsbStickInfo> TfMngr::enumerateUsbSticks() {
         }
         const auto blockSize = static_cast<std::uint64_t>(fileSystem.f_bsize);
         const std::uint64_t total = static_cast<std::uint64_t>(fileSystem.f_blocks) * blockSize;
+        // Kept: f_bfree, which includes the blocks reserved for root.
         const std::uint64_t free = static_cast<std::uint64_t>(fileSystem.f_bfree) * blockSize;
         std::printf("Disk size: %" PRIu64 " Byte\n", total);
         std::printf("Free size: %" PRIu64 " Byte\n", free);
