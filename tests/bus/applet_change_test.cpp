@@ -78,7 +78,7 @@ TEST_P(AppletChange, endsServiceWith0AndNeighboursWithSigterm) {
     EXPECT_THAT(log_.messages(), ElementsAreArray(expected));
     // No destructor runs: the script does not get the stop command, and what the start left stays.
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
-    EXPECT_TRUE(exists(kTransferMarker));
+    EXPECT_TRUE(exists(kEnabledFile));
     EXPECT_TRUE(exists(kLockFile));
 }
 

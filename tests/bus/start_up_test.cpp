@@ -28,7 +28,7 @@ constexpr const char* kLastStep = "Init Main loop\n";
 class StartUp : public testing::Test {
 protected:
     StartUp() {
-        unlink(kTransferMarker);
+        unlink(kEnabledFile);
         clearTransferScriptRuns();
     }
 

@@ -1,4 +1,4 @@
-// The transfer manager's beginning and end: the marker file and the transfer script.
+// The transfer manager's beginning and end: the enabled file and the transfer script.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -25,38 +25,38 @@ protected:
     ~TransferManager() override { forget(); }
 
     static void forget() {
-        unlink(kTransferMarker);
+        unlink(kEnabledFile);
         clearTransferScriptRuns();
     }
 };
 
-TEST_F(TransferManager, createsMarkerAndRunsStartCommand) {
+TEST_F(TransferManager, createsEnabledFileAndRunsStartCommand) {
     const TfMngr manager;
-    EXPECT_TRUE(exists(kTransferMarker));
-    EXPECT_EQ(readFile(kTransferMarker), "");
+    EXPECT_TRUE(exists(kEnabledFile));
+    EXPECT_EQ(readFile(kEnabledFile), "");
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart));
 }
 
-TEST_F(TransferManager, runsStopCommandAndKeepsMarker) {
+TEST_F(TransferManager, runsStopCommandAndKeepsEnabledFile) {
     auto manager = std::make_unique<TfMngr>();
     manager.reset();
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart, kStop));
-    EXPECT_TRUE(exists(kTransferMarker));
+    EXPECT_TRUE(exists(kEnabledFile));
 }
 
 TEST_F(TransferManager, returnsStatusOfScript) {
     const TransferScript script("exit 7");
     TfMngr manager;
-    unlink(kTransferMarker);
+    unlink(kEnabledFile);
     const int status = manager.announceStart();
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 7);
-    EXPECT_TRUE(exists(kTransferMarker));
+    EXPECT_TRUE(exists(kEnabledFile));
     EXPECT_THAT(transferScriptRuns(), ElementsAre(kScriptStart, kScriptStart));
 }
 
-TEST_F(TransferManager, goesOnWithoutMarkerAndScript) {
-    ASSERT_EQ(symlink("/nowhere/marker", kTransferMarker), 0);
+TEST_F(TransferManager, goesOnWithoutEnabledFileAndScript) {
+    ASSERT_EQ(symlink("/nowhere/enabled", kEnabledFile), 0);
     ASSERT_EQ(rename("/etc/morvane", "/etc/morvane-away"), 0);
     {
         TfMngr manager;

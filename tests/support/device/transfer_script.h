@@ -13,7 +13,7 @@
 namespace test_support {
 
 // What a start makes before it runs the script.
-constexpr const char* kTransferMarker = "/tmp/transfer.enabled";
+constexpr const char* kEnabledFile = "/tmp/transfer.enabled";
 // The arguments of the script's run at a start.
 constexpr const char* kScriptStart = "TF_STATE_SNC_START true true";
 
