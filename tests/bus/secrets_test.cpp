@@ -22,15 +22,6 @@ using testing::Not;
 // No part of it is likely to stand anywhere by chance.
 constexpr std::size_t kTellingPart = 6;
 
-// 64 printable bytes of which each is different.
-std::string credential() {
-    std::string text;
-    for (char c = '!'; text.size() < 64; ++c) {
-        text += c;
-    }
-    return text;
-}
-
 testing::AssertionResult keepsSecret(const std::string& secret, const std::string& said) {
     for (std::size_t at = 0; at + kTellingPart <= secret.size(); ++at) {
         const std::string part = secret.substr(at, kTellingPart);

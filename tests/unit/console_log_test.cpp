@@ -23,15 +23,6 @@ constexpr int kRead = 0;
 constexpr int kNoRecord = -1;
 constexpr int kShortRecord = -2;
 
-// 64 bytes of which each is different.
-std::string credential() {
-    std::string text;
-    for (char c = '0'; text.size() < 64; ++c) {
-        text += c;
-    }
-    return text;
-}
-
 class Credential : public testing::Test {
 protected:
     int read() { return log_.readCredential(&out_); }

@@ -15,6 +15,15 @@ struct PersistentRecord : ReplacedFile {
     explicit PersistentRecord(std::string_view bytes) : ReplacedFile(kPath, bytes) {}
 };
 
+// 64 printable bytes of which each is different.
+inline std::string credential() {
+    std::string bytes;
+    for (char c = '!'; bytes.size() < 64; ++c) {
+        bytes += c;
+    }
+    return bytes;
+}
+
 // The 128 bytes of a record with this credential of 64 bytes.
 inline std::string recordWith(const std::string& credential) {
     return std::string(64, '-') + credential;
