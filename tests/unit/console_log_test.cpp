@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstring>
 #include <filesystem>
 #include <new>
 #include <string>
@@ -108,6 +109,33 @@ TEST_F(Credential, isClearedWithLog) {
     ASSERT_NE(bytes.find(credential()), std::string_view::npos);
     log->~CConsoleLog();
     EXPECT_EQ(bytes.find(credential().substr(0, 8)), std::string_view::npos);
+}
+
+// Counts the destructions and whether the memory was freed with them.
+class CountedLog : public CConsoleLog {
+public:
+    ~CountedLog() override { ++destroyed; }
+    static void operator delete(void* object) {
+        ++freed;
+        ::operator delete(object);
+    }
+
+    static inline int destroyed = 0;
+    static inline int freed = 0;
+};
+
+TEST(ConsoleLog, isDestroyedInSlot7AndFreedAsWellInSlot8) {
+    using Slot = void (*)(void*);
+    auto* log = new CountedLog;
+    const Slot* slots = nullptr;
+    std::memcpy(&slots, log, sizeof slots);
+    slots[7](log);
+    EXPECT_EQ(CountedLog::destroyed, 1);
+    EXPECT_EQ(CountedLog::freed, 0);
+    new (log) CountedLog;
+    slots[8](log);
+    EXPECT_EQ(CountedLog::destroyed, 2);
+    EXPECT_EQ(CountedLog::freed, 1);
 }
 
 }  // namespace

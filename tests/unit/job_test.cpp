@@ -132,14 +132,13 @@ TEST_P(Job, disconnectsAfterFailure) {
 
 // The library may use the log until the controller is destroyed: see the address sanitizer.
 TEST_P(Job, lendsLogUntilControllerIsDestroyed) {
-    const std::string credential(64, 'c');
-    const PersistentRecord record(recordWith(credential));
+    const PersistentRecord record(recordWith(credential()));
     device_.order("*", "log", "0123456");
     EXPECT_EQ(start(addFile("a")), 0);
     const std::size_t controllers = GetParam() == Kind::Backup ? 2 : 1;
     EXPECT_THAT(device_.logAnswers(), testing::SizeIs(5 * controllers));
     EXPECT_THAT(device_.logAnswers(),
-                testing::Each(testing::EndsWith(".readCredential() = 0 \"" + credential + "\"")));
+                testing::Each(testing::EndsWith(".readCredential() = 0 \"" + credential() + "\"")));
 }
 
 TEST_P(Job, leavesNoDescriptorOpen) {
