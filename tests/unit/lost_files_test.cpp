@@ -2,12 +2,15 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <random>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include "tests/support/device/stick.h"
 #include "tests/support/files/file_snapshot.h"
-#include "tests/support/files/odd_sticks.h"
 #include "tests/unit/job_fixture.h"
+#include "transfer/contract.h"
 
 namespace test_support {
 
@@ -16,6 +19,72 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int kOperations = 100;
+
+// Two sticks with files, directories and links, and random names of what is on them and what is
+// not.
+class OddSticks {
+public:
+    explicit OddSticks(unsigned seed) : random_(seed) {
+        for (const Stick* stick : {&first_, &second_}) {
+            for (const char* file :
+                 {"a", "b.psb", "set.psb/a", "u.fwf", "d/e/b.psb", "d/\xC3\xA4"}) {
+                stick->addFile(file, file);
+            }
+            stick->addDirectory("empty");
+            fs::create_directory_symlink("..", stick->path("up"));
+            fs::create_symlink("missing", stick->path("lost.psb"));
+            fs::create_directory_symlink("/media/usb/USB_X60.2", stick->path("d/other"));
+        }
+    }
+
+    // A mount identifier and a path, as nobody should send them.
+    std::string mount() {
+        return oneOf({"USB_X60.1", "USB_X60.1", "USB_X60.2", "", "..", "USB_X60.1/d", "USB_X60.3"});
+    }
+    std::string path() {
+        static const std::vector<std::string> kWords{
+            "a",       "b.psb", "set.psb", "d", "e", "empty", "up",  "lost.psb", "other", "u.fwf",
+            "new.psb", "..",    ".",       "",  " ", "%n%s",  "\n-", "\xC3\xA4", "c.psb"};
+        static const std::vector<std::string> kFolders{"d", "empty", "set.psb", "up", "d/e", "a"};
+        std::string path = random_() % 2 == 0 ? oneOf(kFolders) + "/" : "";
+        path += oneOf(kWords);
+        for (auto more = random_() % 3; more > 0; --more) {
+            path += "/" + oneOf(kWords);
+        }
+        return path;
+    }
+
+    const std::string& oneOf(const std::vector<std::string>& words) {
+        return words.at(random_() % words.size());
+    }
+
+private:
+    std::mt19937 random_;
+    const Stick first_{1};
+    const Stick second_{2, {"16m", "/dev/sdb1"}};
+};
+
+// "/media/usb/<mount>/<path>".
+std::string targetOf(const std::string& mount, const std::string& path) {
+    return std::string(kMountBase) + "/" + mount + "/" + path;
+}
+
+// Whether nothing outside of the sticks is there.
+bool staysOnSticks(const std::string& target) {
+    // As far as there is something.
+    const fs::path found = fs::weakly_canonical(target);
+    return found.string().compare(0, std::string(kMountBase).size(), kMountBase) == 0;
+}
+
+// The same place with the links before the last component followed; "" when a parent is missing.
+std::string physicalPath(std::string target) {
+    while (target.size() > 1 && target.back() == '/') {
+        target.pop_back();
+    }
+    std::error_code missing;
+    const fs::path parent = fs::canonical(fs::path(target).parent_path(), missing);
+    return missing ? "" : parent / fs::path(target).filename();
+}
 
 class RandomOperation : public JobTest, public testing::WithParamInterface<unsigned> {
 protected:
