@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/support/bus/bus_daemon.h"
 #include "tests/support/files/paths.h"
 #include "tests/support/process/waiting.h"
 
@@ -24,8 +25,7 @@ void allowFloorService() {
     std::filesystem::copy(test_support::sourcePath("tests/bench/com.morvane.bench.conf"),
                           "/etc/dbus-1/system.d",
                           std::filesystem::copy_options::overwrite_existing);
-    SystemBus().call("/org/freedesktop/DBus", "org.freedesktop.DBus", "ReloadConfig", nullptr,
-                     "org.freedesktop.DBus");
+    test_support::reloadBus();
 }
 
 std::vector<std::string> onServiceCore(const std::vector<std::string>& command) {

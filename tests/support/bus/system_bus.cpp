@@ -90,19 +90,6 @@ Reply SystemBus::transfer(const std::string& method, GVariant* arguments) const 
     return call(kTransferPath, kTransferInterface, method, arguments);
 }
 
-void SystemBus::callWithoutReply(const std::string& path, const std::string& interface,
-                                 const std::string& method, GVariant* arguments) const {
-    const ObjectPtr<GDBusMessage> message(g_dbus_message_new_method_call(
-        kServiceName, path.c_str(), interface.c_str(), method.c_str()));
-    g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
-    if (arguments != nullptr) {
-        g_dbus_message_set_body(message.get(), arguments);
-    }
-    g_dbus_connection_send_message(connection_.get(), message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
-                                   nullptr, nullptr);
-    g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);
-}
-
 void SystemBus::emitSignal(const std::string& path, const std::string& interface,
                            const std::string& signal, GVariant* arguments) const {
     g_dbus_connection_emit_signal(connection_.get(), nullptr, path.c_str(), interface.c_str(),

@@ -55,10 +55,6 @@ public:
     // A method of the transfer interface.
     Reply transfer(const std::string& method, GVariant* arguments = nullptr) const;
 
-    // A call with the no-reply flag; returns once it has left.
-    void callWithoutReply(const std::string& path, const std::string& interface,
-                          const std::string& method, GVariant* arguments = nullptr) const;
-
     // Sends a signal to whoever listens; returns once the bus has it.
     void emitSignal(const std::string& path, const std::string& interface,
                     const std::string& signal, GVariant* arguments) const;
