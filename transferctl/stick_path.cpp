@@ -4,6 +4,7 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <string_view>
 
 #include "transfer/contract.h"
 #include "transferctl/failure.h"
@@ -19,8 +20,7 @@ void requireUtf8(const std::string& text) {
     }
 }
 
-}  // namespace
-
+// The name of the stick that the text names in full or by its number; empty for any other text.
 std::string stickNamed(std::string_view text) {
     for (int number = kFirstStick; number <= kLastStick; ++number) {
         const std::string digits = std::to_string(number);
@@ -31,6 +31,8 @@ std::string stickNamed(std::string_view text) {
     }
     return {};
 }
+
+}  // namespace
 
 StickPath parseStickPath(const std::string& text) {
     requireUtf8(text);

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <string>
-#include <string_view>
 
 namespace transferctl {
 
@@ -18,9 +17,6 @@ struct StickPath {
     // The service lists nothing whose name begins with a dot.
     bool isHidden() const { return path.filename().string().substr(0, 1) == "."; }
 };
-
-// The name of the stick that the text names in full or by its number; empty for any other text.
-std::string stickNamed(std::string_view text);
 
 // Reads "STICK:dir/file" or "STICK". Throws Failure (usage) for another stick, for "..", which
 // would lead off the stick, and for what is not UTF-8, which the bus does not carry.
