@@ -106,14 +106,8 @@ ownFiles() {
     git ls-files -z --cached --others --exclude-standard -- "$@"
 }
 
-# testUnder PRESET [COMMAND...]: builds the preset and passes the tests, through COMMAND.
-testUnder() {
-    build "$1"
-    "${@:2}" ctest --test-dir "build/$1" --output-on-failure
-}
-
-# testInShares PRESET [COMMAND...]: the same, with many tests in one process. Says how many passed, and fails when
-# that and the failed and skipped ones are not all, as when a share has ended early.
+# testInShares PRESET [COMMAND...]: builds the preset and passes the tests, many in one process, through COMMAND.
+# Says how many passed, and fails when that and the failed and skipped ones are not all, as when a share ends early.
 testInShares() {
     local folder=$project/build/$1 status=0 passed failed skipped all
     build "$1"
