@@ -73,7 +73,6 @@ void Orders::misuseOrWait() const {
     if (has("misuse")) {
         misuseMemory();
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(number("delay")));
     while (has("hang") && access(text("hang").c_str(), F_OK) != 0) {
         std::this_thread::sleep_for(5ms);
     }

@@ -31,7 +31,7 @@ public:
     // All values of a key that may stand several times.
     std::vector<std::string> all(const std::string& key) const;
 
-    // Does what "misuse", "delay" and "hang" ask for, in that order.
+    // Does what "misuse" and "hang" ask for, in that order.
     void misuseOrWait() const;
 
 private:

@@ -35,7 +35,7 @@ struct DoubleRecord {
 // getBackupSize gives (untouched without); "value TEXT" setting that getValue gives; "reject TEXT"
 // a check of a path that holds TEXT fails, may stand several times; "write N" backup writes a file
 // of N bytes; "log DIGITS" log slots to call, "012345" unless said, 6 is readCredential and
-// recorded; "delay MS"; "hang PATH" until the file exists; "misuse" reads freed memory.
+// recorded; "hang PATH" until the file exists; "misuse" reads freed memory.
 class DeviceDouble {
 public:
     // Every operation succeeds, the device's name is "DEVICE".
@@ -69,7 +69,7 @@ public:
         return eventuallyHolds([this] { return calls(); }, part);
     }
 
-    // A path that an order "hang" can name; release() makes it exist.
+    // A path that an order "hang" can name; openGate() makes it exist.
     std::string gate() const { return folder_.path("gate"); }
     void openGate() const;
 

@@ -2,7 +2,6 @@
 #include "tests/support/files/paths.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string_view>
@@ -12,8 +11,7 @@ namespace test_support {
 namespace {
 
 std::vector<std::string> emulator() {
-    const char* fromEnvironment = std::getenv("MORVANE_EMULATOR");
-    std::istringstream words(fromEnvironment != nullptr ? fromEnvironment : MORVANE_TEST_EMULATOR);
+    std::istringstream words(MORVANE_TEST_EMULATOR);
     std::vector<std::string> result;
     for (std::string word; words >> word;) {
         result.push_back(word);

@@ -13,8 +13,7 @@ std::string sourcePath(const std::string& relative);
 std::string buildPath(const std::string& relative);
 
 // The command that runs a built program, followed by that program's arguments: the program itself,
-// or an emulator in front of it when the build is for another processor. The environment variable
-// MORVANE_EMULATOR, when set, replaces the emulator command that the build was configured with.
+// or an emulator in front of it when the build is for another processor.
 std::vector<std::string> runnable(const std::string& program,
                                   const std::vector<std::string>& arguments = {});
 
