@@ -34,7 +34,7 @@ using testing::IsEmpty;
 using testing::Not;
 
 std::string printedWithNewSet(int id) {
-    return kLauncherBegins + "\n" + "Semaphor created ID: " + std::to_string(id) + "\n";
+    return kLauncherBegins + "\n" + setCreatedLine(id);
 }
 
 class Daemon : public testing::Test {

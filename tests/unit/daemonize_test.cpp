@@ -12,6 +12,7 @@
 #include <string>
 
 #include "tests/support/process/child_process.h"
+#include "tests/support/process/service_messages.h"
 #include "tests/support/process/start_semaphores.h"
 #include "tests/support/process/waiting.h"
 #include "tests/unit/watched_calls.h"
@@ -19,13 +20,7 @@
 namespace test_support {
 namespace {
 
-constexpr const char* kFirstLine = "[NFO] DBus service will be started as daemon\n";
-constexpr const char* kLastLine = "[NFO] Exiting parent process\n";
 constexpr const char* kEndedEarly = "The service ended before it was ready.\n";
-
-std::string createdLine(const std::string& id) {
-    return "Semaphor created ID: " + id + "\n";
-}
 
 // daemonize() in a process that becomes the launcher, with `daemon` as what the daemon does.
 CommandResult launch(const std::function<void()>& daemon) {
@@ -49,7 +44,7 @@ TEST_F(StartSemaphore, hasTwoSemaphoresForEveryone) {
     });
     EXPECT_EQ(result.end, exited(0));
     ASSERT_TRUE(set_.exists());
-    EXPECT_EQ(result.output, createdLine(std::to_string(set_.id())) + "umask 0\n");
+    EXPECT_EQ(result.output, setCreatedLine(set_.id()) + "umask 0\n");
     EXPECT_EQ(set_.status().sem_nsems, 2U);
     EXPECT_EQ(set_.status().sem_perm.mode, 0666U);
 }
@@ -157,13 +152,13 @@ protected:
 TEST_P(Launcher, noticesADaemonThatEndsEarly) {
     const CommandResult result = launch(GetParam().daemon);
     EXPECT_EQ(result.end, exited(GetParam().launcherStatus));
-    EXPECT_EQ(result.output.find(kFirstLine), 0U) << result.output;
+    EXPECT_EQ(result.output.find(kLauncherBegins), 0U) << result.output;
     if (GetParam().launcherStatus == 0) {
         EXPECT_EQ(result.error, "");
-        EXPECT_NE(result.output.find(kLastLine), std::string::npos);
+        EXPECT_NE(result.output.find(kLauncherEnds), std::string::npos);
     } else {
         EXPECT_EQ(result.error, kEndedEarly);
-        EXPECT_EQ(result.output.find(kLastLine), std::string::npos);
+        EXPECT_EQ(result.output.find(kLauncherEnds), std::string::npos);
         EXPECT_FALSE(set_.exists());
     }
 }
@@ -197,7 +192,7 @@ TEST_F(StartSemaphore, isRemovedWhenItHasOneSemaphore) {
     set_.make({0});
     const CommandResult result = launch([] {});
     EXPECT_EQ(result.end, exited(1));
-    EXPECT_EQ(result.output, kFirstLine);
+    EXPECT_EQ(result.output, asPrinted({kLauncherBegins}));
     EXPECT_EQ(result.error, "semctl didn't work.\n: Invalid argument\n");
     EXPECT_FALSE(set_.exists());
 }
@@ -211,7 +206,7 @@ TEST_F(StartSemaphore, staysWhenForkFails) {
     EXPECT_EQ(result.end, exited(1));
     EXPECT_EQ(result.error,
               "Error creating the child process\n: Resource temporarily unavailable\n");
-    EXPECT_EQ(result.output.find(kLastLine), std::string::npos);
+    EXPECT_EQ(result.output.find(kLauncherEnds), std::string::npos);
     EXPECT_TRUE(set_.exists());
 }
 
@@ -231,7 +226,7 @@ TEST_F(DetachedDaemon, hasNoUmask) {
 TEST_F(DetachedDaemon, flushesFirstLinesAsItsLauncherDoes) {
     set_.make({1, 1});
     const CommandResult result = launch([] {});
-    EXPECT_EQ(result.output, std::string(kFirstLine) + kFirstLine + kLastLine);
+    EXPECT_EQ(result.output, asPrinted({kLauncherBegins, kLauncherBegins, kLauncherEnds}));
 }
 
 class Detaching : public testing::TestWithParam<const char*> {

@@ -10,6 +10,11 @@ namespace test_support {
 inline const std::string kLauncherBegins = "[NFO] DBus service will be started as daemon";
 inline const std::string kLauncherEnds = "[NFO] Exiting parent process";
 
+// What it prints when it has made the set, with the line end.
+inline std::string setCreatedLine(int id) {
+    return "Semaphor created ID: " + std::to_string(id) + "\n";
+}
+
 // What every start prints and logs up to the main loop, then `more`.
 inline std::vector<std::string> startUpMessages(const std::vector<std::string>& more = {}) {
     std::vector<std::string> messages{
