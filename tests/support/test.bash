@@ -30,6 +30,13 @@ waitUntil() {
     done
 }
 
+# makeFolder [PARENT]: sets folder to a new one, which goes with the test. The sandbox shows /var/tmp as it is.
+makeFolder() {
+    folder=$(mktemp -d "${1:-/var/tmp}/morvane-test.XXXXXX")
+    # shellcheck disable=SC2064 # the folder as it is now
+    trap "rm -rf '$folder'" EXIT
+}
+
 # runTest --list | NAME: prints the names of the tests, or runs one.
 runTest() {
     local names
