@@ -244,7 +244,7 @@ TEST_P(BackupKind, isThatOfTheType) {
 }
 
 // The service takes kind 0 for a restore of the file.
-TEST(BackupType, isNoOtherThanTheThree) {
+TEST(BackupType, rejectsOtherWords) {
     const OneStickService service({kNoFile});
     for (const char* const type : {"", "0", "1", "4", "Full", "full ", "restore", "all"}) {
         EXPECT_THAT(errorOf(2, {"backup", "--type", type, "1:a.psb"}), HasSubstr("--type is"));
@@ -263,14 +263,20 @@ INSTANTIATE_TEST_SUITE_P(Codes, ResultCode,
                                          CodeCase{"5", "no such file", "none started"},
                                          CodeCase{"-77", "unknown result code -77", "restore of"}));
 
-// The service keeps the names of a job that it has taken and could not start.
-TEST_P(ResultCode, isExplainedAndKeepsTakenJobsOnRecord) {
+TEST_P(ResultCode, isExplained) {
     const auto& [code, words, record] = GetParam();
     const OneStickService service({fileOfSize(1)}, Replies{{"DoRestore", {"(" + code + ",)"}}});
     const CommandResult result = transferctl({"restore", "--json", "1:a.psb"});
     EXPECT_EQ(result.end, exited(1));
     EXPECT_THAT(result.output, HasSubstr(words));
     EXPECT_THAT(result.output, HasSubstr("\"code\":" + code + "}"));
+}
+
+// The service keeps the names of a job that it has taken and could not start.
+TEST_P(ResultCode, keepsTakenJobsOnRecord) {
+    const auto& [code, words, record] = GetParam();
+    const OneStickService service({fileOfSize(1)}, Replies{{"DoRestore", {"(" + code + ",)"}}});
+    errorOf(1, {"restore", "1:a.psb"});
     EXPECT_THAT(outputOf({"status"}), HasSubstr(record));
 }
 
