@@ -100,9 +100,8 @@ std::size_t displayWidth(const std::string& text) {
     return width;
 }
 
-void print(const std::string& safeText) {
-    const bool isWritten =
-        std::fwrite(safeText.data(), 1, safeText.size(), stdout) == safeText.size();
+void print(const std::string& safe) {
+    const bool isWritten = std::fwrite(safe.data(), 1, safe.size(), stdout) == safe.size();
     if (!isWritten || std::fflush(stdout) != 0) {
         throw refused("cannot write to standard output");
     }

@@ -26,7 +26,7 @@ std::string safeJson(const std::string& json);
 std::size_t displayWidth(const std::string& text);
 
 // Writes and flushes. Throws Failure (refused) when standard output cannot be written.
-void print(const std::string& safeText);
+void print(const std::string& safe);
 
 // Prints one value, a floating one is taken over, as JSON on one line.
 void printJson(GVariant* value);

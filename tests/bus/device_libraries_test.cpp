@@ -63,7 +63,7 @@ TEST(DeviceLibraries, areCalledByPublishedNamesOnly) {
                                       "_ZN20VeskServiceInterface15stopTransactionEv"));
 }
 
-TEST(DeviceLibraries, haveTheirNamesAsStandInsAndDoubles) {
+TEST(DeviceLibraries, haveTheirNamesAsStubsAndDoubles) {
     for (const std::string folder : {"", "tests/doubles/"}) {
         for (const std::string name : {"libDeviceManagerClient.so", "libVesk.so"}) {
             EXPECT_THAT(found(dynamicSection(folder + name), R"(\(SONAME\).*\[(.*)\])"),

@@ -213,7 +213,7 @@ def value(signature, text, number):
     kind = signature[0]
     if kind == "v":
         return GLib.Variant.new_variant(GLib.Variant("s", text()))
-    if kind in "(":
+    if kind == "(":
         return GLib.Variant.new_tuple(*(value(each, text, number) for each in GLib.Variant.split_signature(signature)))
     if kind == "{":
         return GLib.Variant.new_dict_entry(value(signature[1], text, number), value(signature[2:-1], text, number))

@@ -87,7 +87,7 @@ const ReplyShape kShapes[] = {
 INSTANTIATE_TEST_SUITE_P(Of, ReplyValue, testing::ValuesIn(kShapes),
                          [](const auto& shape) { return std::string(shape.param.name); });
 
-TEST(FileKind, withTopBitIsLargeOrNegative) {
+TEST(FileKind, keepsTopBit) {
     const Files files = {{0xFFFFFFFFU, "a", 1, "/"}};
     EXPECT_THAT(text(reply::fileArray(files).value), StartsWith("[<uint32 4294967295>"));
     EXPECT_THAT(text(reply::fileTuple(files, KindWord::Unsigned).value),
