@@ -38,6 +38,6 @@ Try:
   gdbus monitor --system -d com.morvane.transfer
 
 "call" is short for gdbus call --system -d com.morvane.transfer -o /sacIntf -m com.morvane.transfer.sac.…
-Start one job in one life of the service: "device applet 256" between two jobs.
+Start one job in one process of the service: "device applet 256" between two jobs.
 
 END
