@@ -59,8 +59,8 @@ constexpr std::array<Command, 13> kCommands{{
      startUpdate},
     {"monitor", "", "show changes of the service, the sticks and the applet",
      "Prints a line when the service starts or ends, a stick is plugged or pulled, or the "
-     "applet changes. Ctrl-C ends it.", 0,
-     Argument::kNothing, 0, 0, watchService},
+     "applet changes. Ctrl-C ends it.",
+     0, Argument::kNothing, 0, 0, watchService},
     {"__complete", "WORD...", nullptr, "", 0, Argument::kNothing, 1, kAnyNumber, printCandidates},
 }};
 
