@@ -30,8 +30,8 @@ struct CloseFile {
     void operator()(FILE* file) const { std::fclose(file); }
 };
 
-// Until it is closed, no other command of this user starts a job. Null when the file cannot be
-// opened.
+// Until it is closed, no other command of this user looks at the record. Null when the file cannot
+// be opened.
 std::unique_ptr<FILE, CloseFile> lockRecord() {
     const int fd =
         open((recordPath() + ".lock").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
@@ -124,7 +124,7 @@ std::optional<StartedJob> startedJob(const TransferClient& client) {
 
 void startOnce(const TransferClient& client, const StartedJob& job, bool isForced,
                const std::function<void()>& start) {
-    const auto lock = lockRecord();
+    auto lock = lockRecord();
     const std::optional<StartedJob> first = startedJob(client);
     if (first && !isForced) {
         throw refused("you have started a " + first->job + " of " + first->file +
@@ -133,6 +133,7 @@ void startOnce(const TransferClient& client, const StartedJob& job, bool isForce
     }
     const std::string before = readRecord();
     writeRecord(client.identity() + "\n" + job.job + "\n" + job.file);
+    lock.reset();  // another command now finds the record, and need not wait for the service
     try {
         start();
     } catch (const Failure& failure) {
