@@ -84,6 +84,19 @@ protected:
                   exited(0));
     }
 
+    // Has each pause of the script begin with a command, for which $process is the service's.
+    void pauseAfter(const std::string& command) const {
+        const std::string pause = folder_.path("tools/sleep");
+        writeFile(pause, "#!/bin/sh\nread -r process <" + std::string(kLockFile) + "\n" + command +
+                             "\nexec /bin/sleep \"$@\"\n");
+        ASSERT_EQ(chmod(pause.c_str(), 0755), 0);
+    }
+
+    // A daemon that gives up takes longer than the script watches it, where leaks are looked for.
+    void pauseAfterEndOfService() const {
+        pauseAfter(R"(while kill -0 "$process" 2>/dev/null; do /bin/sleep 0.01; done)");
+    }
+
     // What it says goes to a file: the service that it starts may keep the streams open.
     Ran run(const std::string& action) {
         const std::string said = folder_.path("said");
@@ -138,10 +151,7 @@ TEST_P(InitScript, stopWaitsForServiceToEnd) {
     ASSERT_THAT(run("start"), ended(0, "started"));
     const pid_t process = service().value_or(0);
     ASSERT_EQ(kill(process, SIGSTOP), 0);
-    const std::string pause = folder_.path("tools/sleep");
-    writeFile(pause, "#!/bin/sh\nread -r process <" + std::string(kLockFile) +
-                         "\nkill -CONT \"$process\"\nexec /bin/sleep \"$@\"\n");
-    ASSERT_EQ(chmod(pause.c_str(), 0755), 0);
+    pauseAfter(R"(kill -CONT "$process")");
     EXPECT_THAT(run("stop"), ended(0, "stopped"));
     EXPECT_FALSE(isRunning(process));
 }
@@ -158,12 +168,14 @@ TEST(InitScriptHeader, ordersStartAfterBus) {
 TEST_P(InitScript, failsWhenNameIsTaken) {
     const SystemBus owner;
     ASSERT_TRUE(owner.ownName(kServiceName));
+    pauseAfterEndOfService();
     EXPECT_THAT(run("start"), ended(1, "not started"));
     EXPECT_THAT(run("status"), ended(3, "does not run"));
 }
 
 TEST_P(InitScript, failsWithoutBus) {
     const BusOutage outage;
+    pauseAfterEndOfService();
     EXPECT_THAT(run("start"), ended(1, "not started"));
 }
 
