@@ -23,7 +23,7 @@ VeskServiceInterface* VeskServiceInterface::getSingleton() {
 
 // A transaction that was left open is replaced, so that one failed getValue does not end all
 // reading.
-int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
+int VeskServiceInterface::startTransaction(bool /*first*/, bool /*second*/) {
     g_autofree char* path = g_build_filename(kDefaultStateFolder, kSettingsFile, nullptr);
     g_autoptr(GKeyFile) read = g_key_file_new();
     if (g_key_file_load_from_file(read, path, G_KEY_FILE_NONE, nullptr) == FALSE) {

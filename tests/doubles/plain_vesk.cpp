@@ -12,7 +12,7 @@ VeskServiceInterface* VeskServiceInterface::getSingleton() {
     return &settings;
 }
 
-int VeskServiceInterface::startTransaction(bool /*readOnly*/, bool /*wait*/) {
+int VeskServiceInterface::startTransaction(bool /*first*/, bool /*second*/) {
     return 0;
 }
 

@@ -12,7 +12,7 @@ public:
 
     // Opens a transaction; returns 0 on success. The service passes true twice; what the two mean
     // is the library's.
-    int startTransaction(bool, bool);
+    int startTransaction(bool /*first*/, bool /*second*/);
 
     // Stores the setting named `key` in `value`; returns 0 on success.
     int getValue(const std::string& key, std::string& value);
