@@ -24,9 +24,9 @@ protected:
 TEST_P(ControlMethod, isLoggedAndChangesNothing) {
     ASSERT_TRUE(service_.waitUntilAnswers());
     for (int calls = 0; calls < 2; ++calls) {
-        EXPECT_EQ(bus_.call(kControlPath, kControlInterface, GetParam()).text(), "()");
+        EXPECT_EQ(bus_.call(kControlPath, kControlInterface, GetParam()).printed(), "()");
     }
-    EXPECT_EQ(bus_.transfer("GetUSBStickDetails").text(), "(@av [],)");
+    EXPECT_EQ(bus_.transfer("GetUSBStickDetails").printed(), "(@av [],)");
     // The line end is part of the message, so an empty line follows on standard output.
     const std::string message = std::string("[NFO] ") + GetParam() + "() Method invoked by DBus\n";
     const std::vector<std::string> all = startUpMessages({message, message});

@@ -27,7 +27,7 @@ protected:
         const Reply reply = bus_.transfer(method, g_variant_new_parsed(arguments.c_str()));
         EXPECT_EQ(reply.error, "") << method << arguments;
         answers_ += (answers_.empty() ? "" : "\n") + method + arguments + situation + "\n" +
-                    reply.type() + "\n" + reply.text() + "\n";
+                    reply.type() + "\n" + reply.printed() + "\n";
     }
 
     void askForSticks(const std::string& situation) {

@@ -63,7 +63,7 @@ TEST_F(Job, runsOnThreadOfItsOwnAfterASecond) {
                                  completed(updateFrom(1, joined + "USB_X60.1/u.fwf"))));
     std::set<int> workers;
     for (const DoubleRecord& call : device_.records()) {
-        EXPECT_EQ(call.onMainThread, call.text.find("BR1") != std::string::npos) << call.text;
+        EXPECT_EQ(call.onMainThread, call.entry.find("BR1") != std::string::npos) << call.entry;
         if (!call.onMainThread) {
             workers.insert(call.thread);
         }
@@ -75,7 +75,8 @@ TEST_F(Job, keepsCallersWaitingForASecond) {
     device_.order("BR.restore", "hang", device_.gate());
     const auto begin = std::chrono::steady_clock::now();
     std::thread other([] {
-        EXPECT_EQ(SystemBus().transfer("DoRestore", g_variant_new_parsed(kRestore)).text(), "(0,)");
+        EXPECT_EQ(SystemBus().transfer("DoRestore", g_variant_new_parsed(kRestore)).printed(),
+                  "(0,)");
     });
     EXPECT_TRUE(device_.waitForCall("BRCreateController"));
     EXPECT_EQ(bus_.transfer("GetUSBStickDetails").type(), "(av)");

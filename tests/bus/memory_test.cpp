@@ -39,7 +39,7 @@ protected:
         const Reply index = bus_.transfer("GetDirectoryIndex",
                                           g_variant_new("(ss)", "USB_X60.1", directory.c_str()));
         if (index.type() != "(av)") {
-            ADD_FAILURE() << index.text();
+            ADD_FAILURE() << index.printed();
             return 0;
         }
         const VariantPtr elements(g_variant_get_child_value(index.value.get(), 0));

@@ -101,7 +101,7 @@ TEST_F(BusError, leavesBothPropertiesEmpty) {
                       .error,
                   kInvalidArgs);
     }
-    EXPECT_EQ(property("GetAll", g_variant_new("(s)", kTransferInterface)).text(),
+    EXPECT_EQ(property("GetAll", g_variant_new("(s)", kTransferInterface)).printed(),
               "({'organizationName': <''>, 'organizationDomain': <''>},)");
 }
 

@@ -88,7 +88,7 @@ protected:
     }
 
 private:
-    void note(const Reply& reply) { replies_ += reply.text() + "\n" + reply.message + "\n"; }
+    void note(const Reply& reply) { replies_ += reply.printed() + "\n" + reply.message + "\n"; }
 
     std::string replies_;
     const Stick stick_{1};

@@ -41,7 +41,7 @@ protected:
 
     // The reply of the transfer interface, or "error NAME"; `arguments` in GVariant's text form.
     std::string ask(const std::string& method, const std::string& arguments = "()") const {
-        return bus_.transfer(method, g_variant_new_parsed(arguments.c_str())).text();
+        return bus_.transfer(method, g_variant_new_parsed(arguments.c_str())).printed();
     }
 
     ServiceProcess service_;

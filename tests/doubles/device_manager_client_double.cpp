@@ -100,7 +100,7 @@ Orders enter(const Controller* controller, const std::string& operation,
     }
     Orders orders(controller->kind + "." + operation);
     if (!controller->destroyed) {
-        useLog(*controller, orders.text("log", kHarmlessLogSlots));
+        useLog(*controller, orders.value("log", kHarmlessLogSlots));
     }
     orders.misuseOrWait();
     return orders;
@@ -216,7 +216,7 @@ void destroy(Controller* controller, const std::string& kind) {
             record("violation", name + " of a controller of another kind or already destroyed");
             return;
         }
-        useLog(*controller, orders.text("log", kHarmlessLogSlots));
+        useLog(*controller, orders.value("log", kHarmlessLogSlots));
         controller->destroyed = true;
     }
     orders.misuseOrWait();

@@ -29,8 +29,8 @@ void misuseMemory() {
 
 }  // namespace
 
-std::string quoted(const char* text) {
-    return text != nullptr ? "\"" + std::string(text) + "\"" : "null";
+std::string quoted(const char* string) {
+    return string != nullptr ? "\"" + std::string(string) + "\"" : "null";
 }
 
 Orders::Orders(const std::string& operation) {
@@ -59,21 +59,21 @@ std::vector<std::string> Orders::all(const std::string& key) const {
     return values;
 }
 
-std::string Orders::text(const std::string& key, const std::string& otherwise) const {
+std::string Orders::value(const std::string& key, const std::string& otherwise) const {
     const std::vector<std::string> values = all(key);
     return values.empty() ? otherwise : values.back();
 }
 
 std::int64_t Orders::number(const std::string& key) const {
     // It takes a sign as well, and sizes of 64 bits.
-    return static_cast<std::int64_t>(std::strtoull(text(key).c_str(), nullptr, 10));
+    return static_cast<std::int64_t>(std::strtoull(value(key).c_str(), nullptr, 10));
 }
 
 void Orders::misuseOrWait() const {
     if (has("misuse")) {
         misuseMemory();
     }
-    while (has("hang") && access(text("hang").c_str(), F_OK) != 0) {
+    while (has("hang") && access(value("hang").c_str(), F_OK) != 0) {
         std::this_thread::sleep_for(5ms);
     }
 }
@@ -82,10 +82,10 @@ std::string recordPath() {
     return pathIn(kRecordVariable);
 }
 
-void record(const std::string& kind, const std::string& text) {
+void record(const std::string& kind, const std::string& entry) {
     const auto thread = static_cast<pid_t>(syscall(SYS_gettid));
     const std::string line = kind + " " + std::to_string(thread) +
-                             (thread == getpid() ? " main " : " worker ") + text + '\0';
+                             (thread == getpid() ? " main " : " worker ") + entry + '\0';
     const int fd = open(recordPath().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (fd < 0 || write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
         abort();  // a double that cannot record proves nothing

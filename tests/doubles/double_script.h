@@ -2,7 +2,7 @@
 //
 // Script: lines "OPERATION KEY VALUE", read again at every call, so that a test may change it while
 // the service runs. OPERATION is as in the record ("BR.connect") or "*" for all; the last line that
-// fits wins. Record: lines "KIND THREAD main|worker TEXT", each written at once. Lines of both end
+// fits wins. Record: lines "KIND THREAD main|worker ENTRY", each written at once. Lines of both end
 // with a zero byte, as values and strings may hold line ends.
 #pragma once
 
@@ -16,8 +16,8 @@ namespace device_double {
 inline constexpr const char* kScriptVariable = "MORVANE_DOUBLE_SCRIPT";
 inline constexpr const char* kRecordVariable = "MORVANE_DOUBLE_RECORD";
 
-// "text" in quotes, or null.
-std::string quoted(const char* text);
+// The string in quotes, or null.
+std::string quoted(const char* string);
 
 // The part of the script that concerns one operation.
 class Orders {
@@ -25,7 +25,7 @@ public:
     explicit Orders(const std::string& operation);
 
     bool has(const std::string& key) const;
-    std::string text(const std::string& key, const std::string& otherwise = "") const;
+    std::string value(const std::string& key, const std::string& otherwise = "") const;
     std::int64_t number(const std::string& key) const;  // 0 without
 
     // All values of a key that may stand several times.
@@ -42,6 +42,6 @@ private:
 std::string recordPath();
 
 // Adds one line to the record. Kinds: "call", "log" (what a log object answered), "violation".
-void record(const std::string& kind, const std::string& text);
+void record(const std::string& kind, const std::string& entry);
 
 }  // namespace device_double

@@ -47,7 +47,7 @@ int VeskServiceInterface::getValue(const std::string& key, std::string& value) {
     const Orders orders("Vesk.getValue");
     orders.misuseOrWait();
     if (orders.has("value")) {
-        value = orders.text("value");
+        value = orders.value("value");
     }
     return static_cast<int>(orders.number("status"));
 }

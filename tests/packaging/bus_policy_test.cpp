@@ -215,7 +215,7 @@ TEST_P(AllowedCaller, reachesEveryMember) {
         EXPECT_EQ(errorsOf(*bus, {member}).count(kAccessDenied), 0U)
             << testing::PrintToString(member);
     }
-    EXPECT_EQ(bus->transfer("GetUSBStickDetails").text(), "(@av [],)");
+    EXPECT_EQ(bus->transfer("GetUSBStickDetails").printed(), "(@av [],)");
 }
 
 // Members that the interfaces lack, other interfaces, and no interface.

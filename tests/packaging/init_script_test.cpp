@@ -119,7 +119,7 @@ TEST_P(InitScript, startsServiceOnce) {
     EXPECT_THAT(run("status"), ended(3, "does not run"));
     EXPECT_THAT(run("start"), ended(0, "started"));
     const std::optional<pid_t> first = service();
-    EXPECT_EQ(SystemBus().transfer("GetUSBStickDetails").text(), "(@av [],)");
+    EXPECT_EQ(SystemBus().transfer("GetUSBStickDetails").printed(), "(@av [],)");
     EXPECT_THAT(run("status"), ended(0, "runs"));
     EXPECT_THAT(run("start"), ended(0, "runs already"));
     EXPECT_EQ(service(), first);

@@ -91,8 +91,8 @@ private:
 
     // The last that the device libraries see of a worker.
     static bool isLastCall(const DoubleRecord& record) {
-        return !record.onMainThread && (record.text.find("DestroyController(") == 2 ||
-                                        record.text == "BRCreateController() = null");
+        return !record.onMainThread && (record.entry.find("DestroyController(") == 2 ||
+                                        record.entry == "BRCreateController() = null");
     }
     static bool isOfRunningWorker(const DoubleRecord& record) {
         return !record.onMainThread && exists("/proc/self/task/" + std::to_string(record.thread));

@@ -100,7 +100,7 @@ TEST_P(Job, runsOnControllerAndThreadOfItsOwn) {
     EXPECT_THAT(device_.calls(), ElementsAreArray(sizeQueryBefore() + completed(shot(file))));
     const std::vector<DoubleRecord> records = device_.records();
     for (std::size_t i = 0; i < records.size(); ++i) {
-        EXPECT_EQ(records[i].onMainThread, i < sizeQueryBefore().size()) << records[i].text;
+        EXPECT_EQ(records[i].onMainThread, i < sizeQueryBefore().size()) << records[i].entry;
         EXPECT_TRUE(records[i].onMainThread || records[i].thread == records.back().thread);
     }
     EXPECT_THAT(clock_.sleeps(), ElementsAre(1U));
@@ -330,7 +330,7 @@ TEST_F(JobFields, belongsToWorkerThatCopiedIt) {
 
     std::set<int> workers;
     for (const DoubleRecord& call : device_.records()) {
-        EXPECT_FALSE(call.onMainThread) << call.text;
+        EXPECT_FALSE(call.onMainThread) << call.entry;
         workers.insert(call.thread);
     }
     EXPECT_EQ(workers.size(), 3U) << "each job has a thread of its own";

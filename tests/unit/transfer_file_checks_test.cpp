@@ -53,7 +53,7 @@ TEST_F(PackageCheck, sharesOneConnection) {
     }
     EXPECT_EQ(device_.calls(), opened("BR1") + checks + released("BR1"));
     for (const DoubleRecord& record : device_.records()) {
-        EXPECT_TRUE(record.onMainThread) << record.text;
+        EXPECT_TRUE(record.onMainThread) << record.entry;
     }
 }
 

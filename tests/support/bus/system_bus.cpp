@@ -63,7 +63,7 @@ std::string Reply::type() const {
     return value != nullptr ? g_variant_get_type_string(value.get()) : "";
 }
 
-std::string Reply::text() const {
+std::string Reply::printed() const {
     return value != nullptr ? asText(value.get()) : "error " + error;
 }
 

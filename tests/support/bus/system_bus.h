@@ -34,7 +34,7 @@ struct Reply {
     std::string message;  // the error's text
 
     std::string type() const;  // such as "(av)"; empty on error
-    std::string text() const;  // asText() of the value, or "error NAME"
+    std::string printed() const;  // asText() of the value, or "error NAME"
 };
 
 // A connection of its own, so that each object is one client. Usable from one thread at a time;

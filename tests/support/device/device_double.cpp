@@ -54,21 +54,21 @@ std::vector<DoubleRecord> DeviceDouble::records() const {
     DoubleRecord record;
     std::string role;
     while (lines >> record.kind >> record.thread >> role && lines.get() == ' ' &&
-           std::getline(lines, record.text, '\0')) {
+           std::getline(lines, record.entry, '\0')) {
         record.onMainThread = role == "main";
         records.push_back(record);
     }
     return records;
 }
 
-std::vector<std::string> DeviceDouble::textsOf(const std::string& kind) const {
-    std::vector<std::string> texts;
+std::vector<std::string> DeviceDouble::entriesOf(const std::string& kind) const {
+    std::vector<std::string> entries;
     for (const DoubleRecord& record : records()) {
         if (record.kind == kind) {
-            texts.push_back(record.text);
+            entries.push_back(record.entry);
         }
     }
-    return texts;
+    return entries;
 }
 
 void DeviceDouble::openGate() const {

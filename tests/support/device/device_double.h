@@ -18,7 +18,7 @@ struct DoubleRecord {
     std::string kind;  // "call", "log" or "violation"
     int thread = 0;
     bool onMainThread = false;
-    std::string text;
+    std::string entry;
 };
 
 // For a service started with environment(), and at the same time for doubles linked into the test
@@ -57,10 +57,10 @@ public:
     std::vector<std::string> environment() const;
 
     // The calls by now, such as `BR1.connect("127.0.0.1:5001", "")`, in order.
-    std::vector<std::string> calls() const { return textsOf("call"); }
+    std::vector<std::string> calls() const { return entriesOf("call"); }
     // What log objects answered, such as `BR1.readCredential() = 0 "text"`.
-    std::vector<std::string> logAnswers() const { return textsOf("log"); }
-    std::vector<std::string> violations() const { return textsOf("violation"); }
+    std::vector<std::string> logAnswers() const { return entriesOf("log"); }
+    std::vector<std::string> violations() const { return entriesOf("violation"); }
     std::vector<DoubleRecord> records() const;
     void clearRecord();
 
@@ -76,7 +76,7 @@ public:
     void expectViolations() { violationsExpected_ = true; }
 
 private:
-    std::vector<std::string> textsOf(const std::string& kind) const;
+    std::vector<std::string> entriesOf(const std::string& kind) const;
 
     TemporaryDirectory folder_;
     const std::string scriptPath_ = folder_.path("script");

@@ -71,7 +71,7 @@ CollectedStream::CollectedStream() : file_(memfd_create("stream", MFD_CLOEXEC)) 
     }
 }
 
-std::string CollectedStream::text() const {
+std::string CollectedStream::content() const {
     struct stat status {};
     fstat(file_.get(), &status);
     std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
@@ -143,14 +143,14 @@ testing::AssertionResult ChildProcess::waitForReport(const std::string& text) co
 
 testing::AssertionResult ChildProcess::waitFor(const CollectedStream& stream,
                                                const std::string& text) const {
-    const auto holds = [&] { return stream.text().find(text) != std::string::npos; };
+    const auto holds = [&] { return stream.content().find(text) != std::string::npos; };
     waitUntil([&] { return holds() || hasEnded(); });
     if (holds()) {
         return testing::AssertionSuccess();
     }
     return testing::AssertionFailure() << "waited for:\n"
                                        << text << "\nbut got:\n"
-                                       << stream.text() << "\nstandard error:\n"
+                                       << stream.content() << "\nstandard error:\n"
                                        << standardError();
 }
 

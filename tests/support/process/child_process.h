@@ -28,7 +28,7 @@ class CollectedStream {
 public:
     CollectedStream();
     int fd() const { return file_.get(); }
-    std::string text() const;
+    std::string content() const;
 
 private:
     UniqueFd file_;
@@ -58,10 +58,10 @@ public:
     void kill();
 
     // What the process and everything that it started have written by now.
-    std::string standardOutput() const { return output_.text(); }
-    std::string standardError() const { return error_.text(); }
+    std::string standardOutput() const { return output_.content(); }
+    std::string standardError() const { return error_.content(); }
     // What it has written to kReportFd.
-    std::string report() const { return report_.text(); }
+    std::string report() const { return report_.content(); }
 
     // Waits until the stream holds `text`, and says on failure what it holds instead.
     testing::AssertionResult waitForOutput(const std::string& text) const;

@@ -122,7 +122,7 @@ std::unique_ptr<ChildProcess> NamespaceProcess::enter(
         ADD_FAILURE() << "there is no namespace to enter: " << standardError();
         return nullptr;
     }
-    // When its nsenter is killed, the process dies, too.
+    // The process dies when its nsenter is killed.
     std::vector<std::string> arguments{
         "nsenter", "--target", std::to_string(*target), "--mount", "--pid",
         "--",      "setpriv",  "--pdeathsig",           "KILL",    "--"};

@@ -26,8 +26,8 @@ inline std::vector<std::string> withUmask(const std::string& mask) {
     return {"sh", "-c", "umask " + mask + " && exec \"$@\"", "sh"};
 }
 
-// Empty when the service's process has the memory and address space of the service alone, which
-// forbidThreads() needs, too; else the reason why not.
+// Empty when the service's process has the memory and address space of the service alone, as
+// forbidThreads() needs; else the reason why not.
 std::string whyMemoryIsNotItsOwn();
 
 // The folder that the sanitizers of the service report into, also those of a daemon without a
