@@ -21,7 +21,7 @@ endif()
 target_compile_definitions(morvane_flags INTERFACE
   _GLIBCXX_USE_CXX11_ABI=$<BOOL:${MORVANE_CXX11_ABI}>)
 
-# Files beyond 2 GiB, and inode numbers beyond 32 bits, on a 32-bit processor, too.
+# A 32-bit processor also gets files beyond 2 GiB and inode numbers beyond 32 bits.
 target_compile_definitions(morvane_flags INTERFACE _FILE_OFFSET_BITS=64)
 
 if(MORVANE_SANITIZE)

@@ -43,7 +43,7 @@ public:
 
     // --- Paths (paths.cpp); any thread ---
 
-    // printf-style text of at most 1023 bytes; longer text is cut.
+    // A printf-style string of at most 1023 bytes; a longer one is cut.
     static std::string formatString(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
     // "/media/usb/<mntId>".
